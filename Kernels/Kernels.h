@@ -1,0 +1,30 @@
+#pragma once
+// Pixel loops: plain pointers and counts, no record, no allocation. Every entry has a portable version; faster ones
+// give the same bytes and are chosen once at load by what the processor has.
+
+#include <cstdint>
+
+namespace tarn {
+
+enum class Isa : uint8_t { kPortable, kAvx2, kCount };
+
+struct KernelTable {
+  /// Run lengths of `pixels` one-bit pixels that begin at bit `firstBit` (0..7) of source, alternating zeros, ones; the
+  /// first run is of zeros. Runs are cut as T_CompressRow states. Reads only the bytes that hold the pixels.
+  /// runs has room for pixels + 1 + 2 * (pixels / 65528) words. Returns the words written (1 for 0 pixels: a 0).
+  uint32_t (*compressRuns)(uint16_t* runs, const uint8_t* source, uint32_t firstBit, uint32_t pixels) noexcept;
+  /// Writes (pixels + 7) / 8 bytes: pixels startPixel.. of the runs; what the runs lack, and the rest of the last byte,
+  /// is 0. Writes nothing beyond those bytes.
+  void (*expandRuns)(uint8_t* target, const uint16_t* runs, uint32_t words, uint32_t startPixel, uint32_t pixels) noexcept;
+};
+
+/// The table of a level, limited to what this processor has.
+const KernelTable& KernelsFor(Isa limit) noexcept;
+/// The best level of this processor.
+Isa BestIsa() noexcept;
+/// The table in force.
+const KernelTable& Kernels() noexcept;
+/// Forces a level (tests); returns the one in force, which is not above what the processor has.
+Isa ForceIsa(Isa limit) noexcept;
+
+}  // namespace tarn

@@ -1,0 +1,52 @@
+# The library: objects are compiled once and linked into the shared library and the archive that tests use, so that the
+# tested code is the shipped code.
+
+file(GLOB tarn_sources CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}
+  ${PROJECT_SOURCE_DIR}/Common/*.cpp ${PROJECT_SOURCE_DIR}/Common/Internal/*.cpp
+  ${PROJECT_SOURCE_DIR}/Kernels/*.cpp ${PROJECT_SOURCE_DIR}/Platform/*.cpp)
+if(WIN32)
+  list(FILTER tarn_sources EXCLUDE REGEX "Platform/Posix.*\\.cpp$")
+else()
+  list(FILTER tarn_sources EXCLUDE REGEX "Platform/Windows.*\\.cpp$|Common/Win.*\\.cpp$")
+endif()
+# Load notifications differ between the DLL and the archive.
+list(FILTER tarn_sources EXCLUDE REGEX "Platform/Windows(Dll|Archive)\\.cpp$")
+
+add_library(tarn_objects OBJECT ${tarn_sources})
+set_target_properties(tarn_objects PROPERTIES
+  POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+target_include_directories(tarn_objects PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+target_compile_options(tarn_objects PRIVATE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wno-address-of-packed-member
+  -fno-exceptions -fno-rtti -ffp-contract=off -fno-strict-aliasing -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
+  $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique> -fstack-protector-strong)
+# The file suffix chooses the instruction set.
+foreach(source IN LISTS tarn_sources)
+  if(source MATCHES "_avx2\\.cpp$")
+    set_source_files_properties(${source} PROPERTIES
+      COMPILE_OPTIONS "-mavx2;-mbmi;-mbmi2;-mlzcnt;-mpopcnt;-mpclmul")
+  endif()
+endforeach()
+
+add_library(tarn_static STATIC $<TARGET_OBJECTS:tarn_objects>)
+target_include_directories(tarn_static PUBLIC ${PROJECT_SOURCE_DIR}/include)
+set_target_properties(tarn_static PROPERTIES OUTPUT_NAME tarn_static)
+
+add_library(tarn SHARED $<TARGET_OBJECTS:tarn_objects>)
+target_include_directories(tarn PUBLIC ${PROJECT_SOURCE_DIR}/include)
+set_target_properties(tarn PROPERTIES LINKER_LANGUAGE CXX)
+
+if(WIN32)
+  target_sources(tarn_static PRIVATE Platform/WindowsArchive.cpp)
+  target_sources(tarn PRIVATE Platform/WindowsDll.cpp)
+  set(tarn_system_libraries gdi32 user32 kernel32 advapi32)
+  target_link_libraries(tarn_static PUBLIC ${tarn_system_libraries})
+  target_link_libraries(tarn PRIVATE ${tarn_system_libraries})
+else()
+  set(THREADS_PREFER_PTHREAD_FLAG ON)
+  find_package(Threads REQUIRED)
+  target_link_libraries(tarn_static PUBLIC Threads::Threads ${CMAKE_DL_LIBS})
+  target_link_libraries(tarn PRIVATE Threads::Threads ${CMAKE_DL_LIBS})
+endif()
+
+include(cmake/Exports.cmake)

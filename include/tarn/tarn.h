@@ -1,0 +1,18 @@
+/** @file
+ *  Everything: the kernel of a raster-imaging toolkit. See docs/ for the guide.
+ */
+#ifndef TARN_TARN_H
+#define TARN_TARN_H
+
+#include "bitmap.h"
+#include "copy.h"
+#include "files.h"
+#include "hooks.h"
+#include "huge.h"
+#include "memory.h"
+#include "palette.h"
+#include "rows.h"
+#include "settings.h"
+#include "types.h"
+
+#endif
