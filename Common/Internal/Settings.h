@@ -39,19 +39,24 @@ struct Settings {
   void* statusUserData;
   T_StatusCallback copyStatusCallback;
   void* copyStatusUserData;
-  uint64_t* slots;  // T_TLS_SLOTS values
+  uint64_t* slots;  // T_TLS_SLOTS values; null in the process-wide record
   T_SubstituteFontCallback substituteFontCallback;
   void* substituteFontUserData;
-  Settings* previous;  // list of all records, guarded by the library's critical section
+  Settings* previous;  // list of all records, guarded by slotSection
   Settings* next;
 };
 
-/// The calling thread's settings, made on first use; the process-wide record when there is no memory for them.
+/// The calling thread's settings, made on first use. A thread for which there is no memory then keeps the process-wide
+/// record until it ends: a record of its own that came later would forget what the thread has set meanwhile, and a
+/// redirection would be stopped in another table than it was started in. The process-wide record has no slots.
 Settings& ThreadSettings() noexcept;
 
-/// Provided by Common/Settings.cpp for start and stop.
-bool CreateSettings() noexcept;                      // the calling thread's record; false: no memory
-void FreeSettings(Settings* settings) noexcept;      // one thread's record and its slots
-void FreeAllSettings() noexcept;
+/// Provided by Common/Settings.cpp for start and stop. Outside of the two every thread has the process-wide record.
+bool StartSettings() noexcept;  // makes the calling thread's record; false: neither index nor record is left
+void StopSettings() noexcept;   // frees the records of all threads, those that still run too
+void FreeThreadSettings(Settings* settings) noexcept;  // of a thread that ends
+
+/// Zeroes one slot in every thread's array. The caller holds slotSection.
+void ClearSlotOfAllThreads(uint32_t slot) noexcept;
 
 }  // namespace tarn
