@@ -9,13 +9,14 @@ namespace tarn {
 enum class Isa : uint8_t { kPortable, kAvx2, kCount };
 
 struct KernelTable {
-  /// Run lengths of `pixels` one-bit pixels that begin at bit `firstBit` (0..7) of source, alternating zeros, ones; the
-  /// first run is of zeros. Runs are cut as T_CompressRow states. Reads only the bytes that hold the pixels.
-  /// runs has room for pixels + 1 + 2 * (pixels / 65528) words. Returns the words written (1 for 0 pixels: a 0).
-  uint32_t (*compressRuns)(uint16_t* runs, const uint8_t* source, uint32_t firstBit, uint32_t pixels) noexcept;
-  /// Writes (pixels + 7) / 8 bytes: pixels startPixel.. of the runs; what the runs lack, and the rest of the last byte,
-  /// is 0. Writes nothing beyond those bytes.
-  void (*expandRuns)(uint8_t* target, const uint16_t* runs, uint32_t words, uint32_t startPixel, uint32_t pixels) noexcept;
+  /// Run lengths of `pixels` one-bit pixels that begin at bit firstBit (0..7) of source, alternating zeros, ones; the
+  /// first run is of zeros. A run is closed before the byte of source that would take it past 65535 and goes on after a
+  /// run of length 0. runs: 16-bit words at any address, at most pixels + 1 + 2 * (pixels / 65528); nothing is written
+  /// beyond the words returned (1 for 0 pixels: a 0). Reads only the bytes that hold the pixels.
+  uint32_t (*compressRuns)(void* runs, const uint8_t* source, uint32_t firstBit, uint32_t pixels) noexcept;
+  /// Writes (pixels + 7) / 8 bytes: pixels firstPixel.. of the runs; what the runs lack, and the rest of the last byte,
+  /// is 0. Runs may be of any content and lie at any address; only `words` of them are read.
+  void (*expandRuns)(uint8_t* target, const void* runs, uint32_t words, uint32_t firstPixel, uint32_t pixels) noexcept;
 };
 
 /// The table of a level, limited to what this processor has.
