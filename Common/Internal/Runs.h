@@ -15,9 +15,7 @@
 namespace tarn {
 
 /// Words that the canonical list of a row never exceeds.
-constexpr uint64_t MaxRunWords(uint32_t pixels) noexcept {
-  return uint64_t{pixels} + 1 + 2 * uint64_t{pixels / 65528};
-}
+constexpr uint64_t MaxRunWords(uint32_t pixels) noexcept { return uint64_t{pixels} + 1 + 2 * uint64_t{pixels / 65528}; }
 
 /// A closer bound where the canonical list is made of `count` other words.
 constexpr uint64_t MaxRunWords(uint64_t count, uint32_t pixels) noexcept {
@@ -42,7 +40,7 @@ uint32_t SliceRuns(void* target, const void* words, uint32_t count, uint32_t fir
 
 /// Canonical list of a row whose pixels firstPixel .. firstPixel + insertPixels - 1 are replaced by the first
 /// insertPixels pixels of another list; what lies beyond the row is cut.
-/// Room: MaxRunWords(uint64_t{rowCount} + insertCount + 1, rowPixels).
+/// Room: MaxRunWords(uint64_t{rowCount} + insertCount + 2, rowPixels).
 uint32_t SpliceRuns(void* target, const void* rowWords, uint32_t rowCount, uint32_t rowPixels, const void* insertWords,
                     uint32_t insertCount, uint32_t firstPixel, uint32_t insertPixels) noexcept;
 
