@@ -71,7 +71,10 @@ enum { T_BUFFER_FILE = 5 };
 typedef struct T_BufferRedirect T_BufferRedirect;
 
 /** Points the calling thread's file layer at a block of memory until T_StopRedirectToBuffer. Redirections nest and
- *  stop in reverse order.
+ *  stop in reverse order. Seeks are not bounded; a read beyond the length or a write beyond the block fails. Bytes that
+ *  a seek skipped keep what the block held.
+ *  @param buffer the block, or null
+ *  @param size bytes of the block; ignored without one
  *  @param file receives T_BUFFER_FILE; may be null
  *  @return SUCCESS; ERR_INVALID_PARAMETER (null redirect); ERR_NO_MEMORY. */
 T_API int32_t T_StartRedirectToBuffer(T_BufferRedirect** redirect, T_FileHandle* file, uint32_t flags, void* buffer,

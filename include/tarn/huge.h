@@ -20,16 +20,18 @@ typedef struct T_HugeMemory {
   T_FileHandle SwapFile;  /**< temporary file behind the section, -1 when none */
 } T_HugeMemory;
 
-/** @return the block (contents undefined), or null. Free with T_FreeHugeMemory. */
+/** @param size bytes; 0 gives a plain, empty block
+ *  @return the block (contents undefined), or null. Free with T_FreeHugeMemory. */
 T_API T_HugeMemory* T_AllocHugeMemory(uint32_t size) T_NOTHROW;
 
 /** Gives the address of `length` bytes at `offset`, valid until the next call on this block. A plain block is not
- *  bounds-checked. @return SUCCESS; ERR_NULL_POINTER; ERR_INVALID_PARAMETER (mapped block: null address or a range
- *  beyond Size); ERR_NO_MEMORY (no view; the previous one is gone too). */
+ *  bounds-checked. @return SUCCESS; ERR_NULL_POINTER (null block); ERR_INVALID_PARAMETER (null address; mapped block: a
+ *  range beyond Size, the view stays); ERR_NO_MEMORY (no view; the previous one is gone too). */
 T_API int32_t T_AccessHugeMemory(T_HugeMemory* block, void** address, uint32_t offset, uint32_t length) T_NOTHROW;
 
-/** Clears a range of a mapped block. Deliberate: a plain block has its first `length` bytes set to the low byte of
- *  `offset`, so offset 0 clears them. @return SUCCESS; as T_AccessHugeMemory. */
+/** Clears a range of a mapped block; of a range beyond Size the part inside is cleared before ERR_INVALID_PARAMETER.
+ *  Deliberate: a plain block has its first `length` bytes set to the low byte of `offset`, so offset 0 clears them.
+ *  @return SUCCESS; as T_AccessHugeMemory. */
 T_API int32_t T_ZeroHugeMemory(T_HugeMemory* block, uint32_t offset, uint32_t length) T_NOTHROW;
 
 /** Null is ignored. */
