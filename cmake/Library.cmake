@@ -19,7 +19,7 @@ target_include_directories(tarn_objects PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_
 target_compile_options(tarn_objects PRIVATE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wno-address-of-packed-member
   -fno-exceptions -fno-rtti -ffp-contract=off -fno-strict-aliasing -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
-  $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique> -fstack-protector-strong)
+  $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 # The file suffix chooses the instruction set.
 foreach(source IN LISTS tarn_sources)
   if(source MATCHES "_avx2\\.cpp$")
@@ -33,8 +33,10 @@ target_include_directories(tarn_static PUBLIC ${PROJECT_SOURCE_DIR}/include)
 set_target_properties(tarn_static PROPERTIES OUTPUT_NAME tarn_static)
 
 add_library(tarn SHARED $<TARGET_OBJECTS:tarn_objects>)
-target_include_directories(tarn PUBLIC ${PROJECT_SOURCE_DIR}/include)
-set_target_properties(tarn PROPERTIES LINKER_LANGUAGE CXX)
+add_library(Tarn::tarn ALIAS tarn)
+target_include_directories(tarn PUBLIC
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+set_target_properties(tarn PROPERTIES LINKER_LANGUAGE CXX INSTALL_RPATH "")
 
 if(WIN32)
   target_sources(tarn_static PRIVATE Platform/WindowsArchive.cpp)

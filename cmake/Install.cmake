@@ -1,0 +1,27 @@
+# What `cmake --install` lays down: library, headers, tool, pkg-config file `tarn`, CMake package `Tarn::tarn`.
+
+install(TARGETS tarn EXPORT TarnTargets
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY include/tarn DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
+install(FILES LICENSE README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+if(TARGET tarn_tool)
+  install(TARGETS tarn_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+
+include(CMakePackageConfigHelpers)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Tarn)
+install(EXPORT TarnTargets NAMESPACE Tarn:: DESTINATION ${package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/TarnConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/TarnConfig.cmake
+  CONTENT "include(\"\${CMAKE_CURRENT_LIST_DIR}/TarnTargets.cmake\")\n" @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/TarnConfig.cmake ${PROJECT_BINARY_DIR}/TarnConfigVersion.cmake
+  DESTINATION ${package_dir})
+
+if(NOT WIN32)
+  # The prefix follows from where the file lies, so that an installed tree may be moved.
+  file(RELATIVE_PATH to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  configure_file(cmake/tarn.pc.in tarn.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/tarn.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endif()
