@@ -12,14 +12,18 @@ endif()
 # Load notifications differ between the DLL and the archive.
 list(FILTER tarn_sources EXCLUDE REGEX "Platform/Windows(Dll|Archive)\\.cpp$")
 
+function(tarn_compile_library_code target)
+  set_target_properties(${target} PROPERTIES
+    POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wno-address-of-packed-member
+    -fno-exceptions -fno-rtti -ffp-contract=off -fno-strict-aliasing -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
+    $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+endfunction()
+
 add_library(tarn_objects OBJECT ${tarn_sources})
-set_target_properties(tarn_objects PROPERTIES
-  POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
-target_include_directories(tarn_objects PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
-target_compile_options(tarn_objects PRIVATE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wno-address-of-packed-member
-  -fno-exceptions -fno-rtti -ffp-contract=off -fno-strict-aliasing -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
-  $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+tarn_compile_library_code(tarn_objects)
 # The file suffix chooses the instruction set.
 foreach(source IN LISTS tarn_sources)
   if(source MATCHES "_avx2\\.cpp$")
@@ -41,6 +45,8 @@ set_target_properties(tarn PROPERTIES LINKER_LANGUAGE CXX INSTALL_RPATH "")
 if(WIN32)
   target_sources(tarn_static PRIVATE Platform/WindowsArchive.cpp)
   target_sources(tarn PRIVATE Platform/WindowsDll.cpp)
+  tarn_compile_library_code(tarn_static)
+  tarn_compile_library_code(tarn)
   set(tarn_system_libraries gdi32 user32 kernel32 advapi32)
   target_link_libraries(tarn_static PUBLIC ${tarn_system_libraries})
   target_link_libraries(tarn PRIVATE ${tarn_system_libraries})
