@@ -19,6 +19,10 @@ struct KernelTable {
   void (*expandRuns)(uint8_t* target, const void* runs, uint32_t words, uint32_t firstPixel, uint32_t pixels) noexcept;
 };
 
+/// The rule of long runs, for the rare run of more than 65535 pixels: writes the words up to its last piece and moves
+/// runStart to where that begins. Positions count from a byte boundary of the row. Returns the place of the next word.
+uint8_t* SplitLongRun(uint8_t* target, uint64_t& runStart, uint64_t runEnd) noexcept;
+
 /// The table of a level, limited to what this processor has.
 const KernelTable& KernelsFor(Isa limit) noexcept;
 /// The best level of this processor.

@@ -1,0 +1,82 @@
+// Which kernels run: the best level of the processor, found out on first use. Nothing here needs a constructor, so
+// kernels work for whoever calls before the library's own start.
+
+#include <cpuid.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "Kernels/Kernels.h"
+
+namespace tarn {
+
+uint32_t CompressRuns_Portable(void* runs, const uint8_t* source, uint32_t firstBit, uint32_t pixels) noexcept;
+void ExpandRuns_Portable(uint8_t* target, const void* runs, uint32_t words, uint32_t firstPixel,
+                         uint32_t pixels) noexcept;
+uint32_t CompressRuns_Avx2(void* runs, const uint8_t* source, uint32_t firstBit, uint32_t pixels) noexcept;
+
+namespace {
+
+constexpr KernelTable MakeTable(Isa limit) noexcept {
+  KernelTable table{.compressRuns = CompressRuns_Portable, .expandRuns = ExpandRuns_Portable};
+  // Expanding goes run by run: wider registers do not help it.
+  if (limit >= Isa::kAvx2) table.compressRuns = CompressRuns_Avx2;
+  return table;
+}
+constexpr KernelTable kTables[] = {MakeTable(Isa::kPortable), MakeTable(Isa::kAvx2)};
+static_assert(sizeof kTables / sizeof kTables[0] == static_cast<size_t>(Isa::kCount));
+
+/// kCount until somebody asks: asking a processor takes microseconds on a virtual machine. Threads that ask at once
+/// find the same answer.
+std::atomic<Isa> best{Isa::kCount};
+std::atomic<Isa> level{Isa::kCount};
+
+/// Registers that the system saves when it switches threads.
+uint64_t SavedRegisters() noexcept {
+  uint32_t low, high;
+  __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+  return uint64_t{high} << 32 | low;
+}
+
+/// Everything that files of this level are compiled for: AVX2, BMI, BMI2, LZCNT, POPCNT, PCLMULQDQ.
+bool HasAvx2() noexcept {
+  constexpr uint32_t kBasic = bit_PCLMUL | bit_POPCNT | bit_OSXSAVE | bit_AVX;
+  constexpr uint32_t kExtended = bit_AVX2 | bit_BMI | bit_BMI2;
+  constexpr uint64_t kVectorState = 6;
+  uint32_t a, b, c, d;
+  if (!__get_cpuid(1, &a, &b, &c, &d) || (c & kBasic) != kBasic) return false;
+  if ((SavedRegisters() & kVectorState) != kVectorState) return false;
+  if (!__get_cpuid_count(7, 0, &a, &b, &c, &d) || (b & kExtended) != kExtended) return false;
+  return __get_cpuid(0x80000001, &a, &b, &c, &d) && (c & bit_LZCNT);
+}
+
+Isa Limited(Isa limit) noexcept {
+  const Isa most = BestIsa();
+  return limit < most ? limit : most;
+}
+
+}  // namespace
+
+Isa BestIsa() noexcept {
+  Isa known = best.load(std::memory_order_relaxed);
+  if (known == Isa::kCount) {
+    known = HasAvx2() ? Isa::kAvx2 : Isa::kPortable;
+    best.store(known, std::memory_order_relaxed);
+  }
+  return known;
+}
+
+const KernelTable& KernelsFor(Isa limit) noexcept { return kTables[static_cast<size_t>(Limited(limit))]; }
+
+const KernelTable& Kernels() noexcept {
+  const Isa current = level.load(std::memory_order_relaxed);
+  return current == Isa::kCount ? KernelsFor(ForceIsa(Isa::kCount)) : kTables[static_cast<size_t>(current)];
+}
+
+Isa ForceIsa(Isa limit) noexcept {
+  const Isa chosen = Limited(limit);
+  level.store(chosen, std::memory_order_relaxed);
+  return chosen;
+}
+
+}  // namespace tarn
