@@ -1,48 +1,101 @@
 #pragma once
-// What the library knows about pixel storage behind a record. All state is in the record and behind Data and
+// What the library knows about the pixel storage behind a record. All state is in the record and behind Data and
 // MemoryHandle: records are copied by value, so no object may point back at one.
 //
-// Storage that the library owns registers itself under its Data address with its kind and length (StorageNode). The row
+// Storage that the library owns is registered under its Data address with its kind and extent (StorageNode). The row
 // layer looks a record's Data up before it touches memory, so that a record whose geometry or flags were damaged is
-// refused instead of followed. Memory that is not registered is the caller's own and trusted as far as
+// refused instead of followed. Memory that is not registered is the caller's own and is trusted as far as
 // BytesPerLine x Height.
 
 #include <cstdint>
 
 #include "Common/Internal/Status.h"
+#include "Platform/Platform.h"
 #include "tarn/types.h"
 
 namespace tarn {
 
 enum class StorageKind : uint32_t { kNone, kBlock, kTiles, kCompressed, kSuperCompressed };
 
-/// Registration of one storage, kept by the store itself (no allocation of its own).
+/// Registration of one storage, kept inside the storage itself so that registering cannot fail.
 struct StorageNode {
   StorageNode* next;
-  const void* data;     // the record's Data
+  const void* data;   // the record's Data
+  uint64_t bytes;     // kBlock: bytes from Data on
   StorageKind kind;
-  uint32_t rowBytes;    // BytesPerLine at allocation
-  uint32_t rows;        // rows held
-  uint64_t bytes;       // kBlock: bytes from Data on that belong to the storage
+  uint32_t rowBytes;  // BytesPerLine when the storage was made
+  uint32_t rows;
+  uint32_t width;     // pixels, of compressed rows
 };
 
 void RegisterStorage(StorageNode& node) noexcept;
 void UnregisterStorage(StorageNode& node) noexcept;
-/// Copies the node of Data; false when none is registered. Takes the library-wide critical section.
-bool FindStorage(const void* data, StorageNode& found) noexcept;
+/// The node registered for an address, null when there is none. The caller holds a record of that storage, so the node
+/// stays valid as long as the storage does.
+StorageNode* FindStorage(const void* data) noexcept;
+/// The same without entering rowSection, for callers that hold it.
+StorageNode* FindStorageLocked(const void* data) noexcept;
 
-/// Operations of one storage kind. Offsets and counts in bytes; a transfer moves what lies inside the storage and
-/// returns the bytes moved or a negative status. `row` is below the rows the storage holds.
+/// Guards the registration and the row-offset caches of all records.
+extern platform::CriticalSection rowSection;
+
+/// Where a row of contiguous storage (block or file) begins and how far the storage reaches.
+struct RowPlace {
+  Status status;
+  uint64_t offset;
+  uint64_t limit;
+  /// Bytes of a transfer from `start` on that lie inside.
+  [[nodiscard]] uint64_t Clip(uint64_t start, uint64_t bytes) const noexcept {
+    if (start >= limit) return 0;
+    return bytes < limit - start ? bytes : limit - start;
+  }
+};
+/// Uses and updates the record's offset cache, so that walking line by line, up or down, never multiplies.
+RowPlace PlaceOf(BitmapHandle& bitmap, uint32_t row) noexcept;
+
+/// Operations of one storage kind. Offsets and counts are in bytes; `offset` counts from the start of `row` and may
+/// reach into later rows. Transfers never leave the storage.
 struct StorageOps {
+  /// Returns the bytes moved as the kind counts them, or a negative status.
   int64_t (*read)(BitmapHandle& bitmap, uint8_t* target, uint32_t row, uint64_t offset, uint64_t bytes) noexcept;
-  int64_t (*write)(BitmapHandle& bitmap, const uint8_t* source, uint32_t row, uint64_t offset, uint64_t bytes) noexcept;
-  uint8_t* (*direct)(BitmapHandle& bitmap, uint32_t row) noexcept;  // address of the row, null when not directly there
-  int32_t (*resize)(BitmapHandle& bitmap, int32_t height) noexcept;
+  /// The same for a put; failedTile is what a tile that cannot be written makes of the result.
+  int64_t (*write)(BitmapHandle& bitmap, const uint8_t* source, uint32_t row, uint64_t offset, uint64_t bytes,
+                   int64_t failedTile) noexcept;
+  /// Address of a row that lies in memory for as long as the storage does; null when rows must be moved.
+  uint8_t* (*direct)(BitmapHandle& bitmap, uint32_t row) noexcept;
+  /// Changes the storage to `height` rows and sets Size (and Data, MemoryHandle); the other fields are the caller's.
+  Status (*resize)(BitmapHandle& bitmap, int32_t height) noexcept;
+  /// Frees the storage and clears the flags that go with it.
   void (*release)(BitmapHandle& bitmap) noexcept;
 };
 
-/// The table of the record's storage by its flags, in the order compressed, tiles, super-compressed, memory, disk; null
-/// when it has none. Not to be kept across a put into compressed storage, which may change the kind.
+/// The table for the record's flags, tested in the order compressed, tiles, super-compressed, memory, disk; null
+/// without any. Not to be kept across a put into compressed rows, which may change the kind.
 const StorageOps* OpsOf(const BitmapHandle& bitmap) noexcept;
+
+// ---- Making storage: the record's geometry is set, its storage flags are clear ----
+
+Status CreateBlockStorage(BitmapHandle& bitmap) noexcept;
+Status CreateDiskStorage(BitmapHandle& bitmap) noexcept;
+Status CreateCompressedStorage(BitmapHandle& bitmap) noexcept;
+Status CreateSuperStorage(BitmapHandle& bitmap) noexcept;
+
+extern const StorageOps kBlockOps;
+extern const StorageOps kDiskOps;
+extern const StorageOps kTileOps;
+extern const StorageOps kCompressedOps;
+
+/// Gives a bitmap its GrayParams block, filled from the process-wide defaults.
+Status CreateGrayParams(BitmapHandle& bitmap) noexcept;
+constexpr uint32_t kGrayParamsBytes = 256;
+/// Copies significant bits, percentage, recorded range and parameter block; with ownLut a lookup table of the source is
+/// duplicated. Failure changes nothing.
+Status CopyGrayParams(BitmapHandle& target, const BitmapHandle& source, bool ownLut) noexcept;
+
+/// Frees storage of any kind (caller memory stays the caller's) and clears the flags that go with it.
+void ReleaseStorage(BitmapHandle& bitmap) noexcept;
+
+/// T_ChangeBitmapHeight's cap: BytesPerLine x height + extra, at most T_MAX_IMAGE_BYTES.
+uint64_t CappedSize(uint64_t bytes) noexcept;
 
 }  // namespace tarn
