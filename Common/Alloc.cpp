@@ -150,6 +150,10 @@ Status AllocateKind(BitmapHandle& bitmap, uint32_t type) noexcept {
 
 }  // namespace
 
+uint64_t AvailableBytes(uint64_t wanted) noexcept {
+  return AvailableMemory(platform::Memory(wanted), ThreadSettings().tiledThreshold);
+}
+
 uint64_t DefaultTileSize() noexcept {
   const int64_t size = ThreadSettings().tileSize;
   return size < 1 ? uint64_t{16} << 20 : static_cast<uint64_t>(size);

@@ -6,7 +6,6 @@
 #include "Common/Internal/Compressed.h"
 #include "Common/Internal/Runs.h"
 #include "Common/Internal/TrackedBuffer.h"
-#include "Kernels/Kernels.h"
 #include "tarn/bitmap.h"
 #include "tarn/rows.h"
 
@@ -85,7 +84,7 @@ Status CompressRowsOut(BitmapHandle& bitmap, uint8_t* line, uint8_t* record, uin
   const auto width = static_cast<uint32_t>(bitmap.Width);
   for (uint32_t row = first; row - first < count; ++row) {
     TARN_TRY(ReadLine(bitmap, line, row));
-    const uint32_t words = Kernels().compressRuns(WordsOf(record), line, 0, width);
+    const uint32_t words = CompressRuns(WordsOf(record), line, 0, width);
     std::memcpy(record, &words, sizeof words);
     record += RecordBytes(words);
   }
@@ -124,7 +123,7 @@ Status ExpandRecordsIn(BitmapHandle& bitmap, uint8_t* line, const uint8_t* recor
   const uint32_t rowBytes = bitmap.BytesPerLine;
   const uint64_t held = (uint64_t{width} + 7) / 8;
   for (uint32_t row = first; row - first < count; ++row) {
-    Kernels().expandRuns(line, WordsOf(record), CountOf(record), 0, width);
+    ExpandRuns(line, WordsOf(record), CountOf(record), 0, width);
     std::memset(line + held, 0, rowBytes - held);
     const int64_t put = T_PutBitmapRowCol(&bitmap, line, row, 0, rowBytes);
     if (put < 0) return static_cast<int32_t>(put);
@@ -182,7 +181,7 @@ int32_t T_GetBitmapRowColCompressed(BitmapHandle* bitmap, void* workLine, void* 
   auto* const target = static_cast<uint8_t*>(record);
   if (IsCompressed(*bitmap)) {
     const RowRuns runs = StoredRuns(*bitmap, row);
-    const uint32_t words = SliceRuns(WordsOf(target), runs.words, runs.count, firstColumn, pixels);
+    const uint32_t words = SliceRuns(WordsOf(target), runs.words, runs.count, firstColumn, pixels, firstColumn % 8);
     std::memcpy(target, &words, sizeof words);
     return static_cast<int32_t>(pixels);
   }
@@ -220,7 +219,7 @@ int32_t T_PutBitmapRowColCompressed(BitmapHandle* bitmap, void* workLine, const 
   }
   WorkLine line(workLine, bitmap->BytesPerLine, TARN_HERE);
   if (!line.data()) return ERR_NO_MEMORY;
-  Kernels().expandRuns(line.data(), WordsOf(source), CountOf(source), 0, pixels);
+  ExpandRuns(line.data(), WordsOf(source), CountOf(source), 0, pixels);
   return static_cast<int32_t>(T_PutBitmapRowCol(bitmap, line.data(), row, firstColumn, bytes));
 }
 

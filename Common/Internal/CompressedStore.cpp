@@ -4,7 +4,6 @@
 #include "Common/Internal/Runs.h"
 #include "Common/Internal/Storage.h"
 #include "Common/Internal/TrackedBuffer.h"
-#include "Kernels/Kernels.h"
 #include "tarn/memory.h"
 
 namespace tarn {
@@ -148,13 +147,13 @@ bool StorePacked(Table& table, uint32_t row, const uint8_t* packed) noexcept {
   const uint32_t width = table.node.width;
   if (!MakeRoom(segment, MaxRunWords(width))) return false;
   uint16_t* const words = segment.heap + segment.end;
-  return Store(table, row, words, Kernels().compressRuns(words, packed, 0, width));
+  return Store(table, row, words, CompressRuns(words, packed, 0, width));
 }
 
 void ExpandStored(Table& table, uint32_t row, uint8_t* packed, uint32_t firstPixel, uint32_t pixels) noexcept {
   Segment& segment = SegmentOf(table, row);
   const RowEntry& entry = segment.Rows()[row % kRowsPerSegment];
-  Kernels().expandRuns(packed, segment.heap + entry.position, entry.position ? entry.words : 0, firstPixel, pixels);
+  ExpandRuns(packed, segment.heap + entry.position, entry.position ? entry.words : 0, firstPixel, pixels);
 }
 
 // Pixels that `bytes` bytes from a byte offset of the row hold.

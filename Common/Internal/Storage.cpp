@@ -3,12 +3,11 @@
 #include <cstring>
 
 #include "Common/Internal/Geometry.h"
+#include "Common/Internal/Library.h"
 #include "tarn/bitmap.h"
 #include "tarn/memory.h"
 
 namespace tarn {
-
-platform::CriticalSection rowSection;
 
 namespace {
 

@@ -10,7 +10,6 @@
 #include <cstdint>
 
 #include "Common/Internal/Status.h"
-#include "Platform/Platform.h"
 #include "tarn/types.h"
 
 namespace tarn {
@@ -35,9 +34,6 @@ void UnregisterStorage(StorageNode& node) noexcept;
 StorageNode* FindStorage(const void* data) noexcept;
 /// The same without entering rowSection, for callers that hold it.
 StorageNode* FindStorageLocked(const void* data) noexcept;
-
-/// Guards the registration and the row-offset caches of all records.
-extern platform::CriticalSection rowSection;
 
 /// Where a row of contiguous storage (block or file) begins and how far the storage reaches.
 struct RowPlace {

@@ -1,3 +1,4 @@
+#include "Common/Internal/Geometry.h"
 #include "Common/Internal/Ledger.h"
 #include "Common/Internal/Settings.h"
 #include "Common/Internal/Storage.h"
@@ -425,12 +426,15 @@ Status CreateTileStorage(BitmapHandle& bitmap, uint64_t tileSize, uint64_t avail
                                     settings.conventionalTiles, settings.tileViews));
 }
 
-Status CreateTileStorageAs(BitmapHandle& bitmap, uint64_t tileSize, uint32_t conventional, uint32_t maxMapped) noexcept {
+void DefaultTileFigures(const BitmapHandle& bitmap, uint64_t tileSize, uint32_t& conventional,
+                        uint32_t& maxMapped) noexcept {
+  const Settings& settings = ThreadSettings();
   const uint32_t rowsPerTile = RowsPerTile(tileSize, bitmap.BytesPerLine, bitmap.Height);
-  const uint32_t count = TileCountOf(static_cast<uint32_t>(bitmap.Height), rowsPerTile);
-  if (conventional >= count) return CreateWithLayout(bitmap, rowsPerTile, {count, 0});
-  if (maxMapped == 0) maxMapped = 1;
-  return CreateWithLayout(bitmap, rowsPerTile, {conventional, maxMapped < count ? maxMapped : count});
+  const uint64_t bytes = static_cast<uint64_t>(rowsPerTile) * bitmap.BytesPerLine;
+  const Layout layout = PlanTiles(TileCountOf(static_cast<uint32_t>(bitmap.Height), rowsPerTile), bytes,
+                                  AvailableBytes(SpanBytes(bitmap)), settings.conventionalTiles, settings.tileViews);
+  conventional = layout.conventional;
+  maxMapped = layout.maxMapped;
 }
 
 bool ReadTileFigures(const BitmapHandle& bitmap, TileFigures& figures) noexcept {
