@@ -291,9 +291,9 @@ TEST(MemoryFunctions, BehaveLikeTheStandardOnes) {
     const char *a, *b;
     size_t bytes;
     int sign, signI;
-  } const cases[] = {{"abc", "abc", 3, 0, 0},  {"ABC", "abc", 3, -1, 0},       {"abd", "ABC", 3, 1, 1},
-                     {"abX", "abY", 2, 0, 0},  {"\xC0", "\xE0", 1, -1, -1},    {"[", "{", 1, -1, -1},
-                     {"Z", "_", 1, -1, 1},     {"a\0B", "A\0c", 3, 1, -1},     {nullptr, nullptr, 0, 0, 0}};
+  } const cases[] = {{"abc", "abc", 3, 0, 0}, {"ABC", "abc", 3, -1, 0},    {"abd", "ABC", 3, 1, 1},
+                     {"abX", "abY", 2, 0, 0}, {"\xC0", "\xE0", 1, -1, -1}, {"[", "{", 1, -1, -1},
+                     {"Z", "_", 1, -1, 1},    {"a\0B", "A\0c", 3, 1, -1},  {nullptr, nullptr, 0, 0, 0}};
   const auto sign = [](int value) { return (value > 0) - (value < 0); };
   for (const auto& row : cases) {
     EXPECT_EQ(sign(T_MemoryCompare(row.a, row.b, row.bytes)), row.sign) << row.a << " " << row.b;
@@ -434,8 +434,7 @@ TEST(CopyFile, AFailingCloseOfTheDestinationFails) {
   int failures = 0;
   // Closing the source, which was only read, may fail unnoticed; closing the destination may not.
   AnswerEachCall(
-      fault::Answer::kRefuse, Mask(fault::Point::kClose),
-      [&] { return T_CopyFile(source.Text(), target.Text(), 0); },
+      fault::Answer::kRefuse, Mask(fault::Point::kClose), [&] { return T_CopyFile(source.Text(), target.Text(), 0); },
       [&](int32_t copied, bool) { failures += copied == 0; });
   EXPECT_EQ(failures, 1);
 }
@@ -443,8 +442,7 @@ TEST(CopyFile, AFailingCloseOfTheDestinationFails) {
 TEST(CopyFile, GoesOnAfterAnInterruptedCall) {
   const TempFile source(Pattern(3000)), target;
   AnswerEachCall(
-      fault::Answer::kInterrupt, fault::kFilePoints,
-      [&] { return T_CopyFile(source.Text(), target.Text(), 0); },
+      fault::Answer::kInterrupt, fault::kFilePoints, [&] { return T_CopyFile(source.Text(), target.Text(), 0); },
       [&](int32_t copied, bool) {
         EXPECT_NE(copied, 0);
         EXPECT_EQ(ReadWhole(target.Name()), Pattern(3000));
