@@ -32,7 +32,8 @@ bool CanSuperCompress(int32_t bits) noexcept { return bits == 1 || bits == 8 || 
 // Compressed kinds are taken out again where the depth rules them out.
 uint32_t AdjustType(uint32_t type, int32_t bits) noexcept {
   if (type & TYPE_COMPRESSED) {
-    type = bits == 1 ? static_cast<uint32_t>(TYPE_COMPRESSED | TYPE_NODISK) : type & ~static_cast<uint32_t>(TYPE_COMPRESSED);
+    type = bits == 1 ? static_cast<uint32_t>(TYPE_COMPRESSED | TYPE_NODISK)
+                     : type & ~static_cast<uint32_t>(TYPE_COMPRESSED);
   }
   if ((type & TYPE_SUPERCOMPRESSED) && (!CanSuperCompress(bits) || HandlesAreScarce()))
     type &= ~static_cast<uint32_t>(TYPE_SUPERCOMPRESSED);
@@ -64,8 +65,9 @@ uint64_t PercentOf(int64_t percent, uint64_t whole) noexcept {
 
 uint64_t AvailableMemory(const platform::MemoryFigures& memory, int32_t threshold) noexcept {
   const uint64_t free = memory.availablePhysical + memory.availablePageFile;
-  const uint64_t keep = threshold >= 0 ? static_cast<uint64_t>(threshold)
-                                       : PercentOf(-static_cast<int64_t>(threshold), memory.totalPhysical + memory.totalPageFile);
+  const uint64_t keep = threshold >= 0
+                            ? static_cast<uint64_t>(threshold)
+                            : PercentOf(-static_cast<int64_t>(threshold), memory.totalPhysical + memory.totalPageFile);
   return free > keep ? free - keep : 0;
 }
 

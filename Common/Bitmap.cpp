@@ -1,5 +1,7 @@
 // The bitmap record: describing, creating, freeing and locking.
 
+#include "tarn/bitmap.h"
+
 #include "Common/Internal/Checks.h"
 #include "Common/Internal/Geometry.h"
 #include "Common/Internal/Hooks.h"
@@ -7,7 +9,6 @@
 #include "Common/Internal/Settings.h"
 #include "Common/Internal/Storage.h"
 #include "Platform/Here.h"
-#include "tarn/bitmap.h"
 #include "tarn/memory.h"
 #include "tarn/palette.h"
 
@@ -117,7 +118,8 @@ int32_t T_CreateBitmap(BitmapHandle* handle, uint32_t structSize, uint32_t memor
 void T_FreeBitmap(BitmapHandle* handle) noexcept {
   if (!handle || handle->StructSize != sizeof(BitmapHandle)) return;
   const Here here = TARN_HERE;
-  if (const T_RegionHooks* hooks = RegionHooks(); hooks && hooks->Delete && handle->Region) hooks->Delete(handle->Region);
+  if (const T_RegionHooks* hooks = RegionHooks(); hooks && hooks->Delete && handle->Region)
+    hooks->Delete(handle->Region);
   handle->Region = 0;
   if (handle->Palette) T_GlobalFree(handle->Palette, here.line, here.file);
   handle->Palette = nullptr;

@@ -1,9 +1,10 @@
 // Rows of one-bit bitmaps as run-length records, whatever the bitmap's storage.
 
+#include "Common/Internal/Compressed.h"
+
 #include <cstring>
 
 #include "Common/Internal/Checks.h"
-#include "Common/Internal/Compressed.h"
 #include "Common/Internal/Runs.h"
 #include "Common/Internal/TrackedBuffer.h"
 #include "tarn/bitmap.h"
@@ -19,7 +20,9 @@ uint32_t CountOf(const uint8_t* record) noexcept {
   std::memcpy(&count, record, sizeof count);
   return count;
 }
-const uint16_t* WordsOf(const uint8_t* record) noexcept { return reinterpret_cast<const uint16_t*>(record + kCountBytes); }
+const uint16_t* WordsOf(const uint8_t* record) noexcept {
+  return reinterpret_cast<const uint16_t*>(record + kCountBytes);
+}
 uint16_t* WordsOf(uint8_t* record) noexcept { return reinterpret_cast<uint16_t*>(record + kCountBytes); }
 uint64_t RecordBytes(uint32_t count) noexcept { return kCountBytes + sizeof(uint16_t) * uint64_t{count}; }
 
@@ -118,7 +121,8 @@ Status StoreRecords(BitmapHandle& bitmap, const uint8_t* record, uint32_t first,
   return stored;
 }
 
-Status ExpandRecordsIn(BitmapHandle& bitmap, uint8_t* line, const uint8_t* record, uint32_t first, uint32_t count) noexcept {
+Status ExpandRecordsIn(BitmapHandle& bitmap, uint8_t* line, const uint8_t* record, uint32_t first,
+                       uint32_t count) noexcept {
   const auto width = static_cast<uint32_t>(bitmap.Width);
   const uint32_t rowBytes = bitmap.BytesPerLine;
   const uint64_t held = (uint64_t{width} + 7) / 8;
@@ -138,7 +142,8 @@ uint32_t Inside(uint32_t width, uint32_t first, uint32_t pixels) noexcept {
   return pixels < width - first ? pixels : width - first;
 }
 
-Status SpliceRecord(BitmapHandle& bitmap, const uint8_t* record, uint32_t row, uint32_t first, uint32_t pixels) noexcept {
+Status SpliceRecord(BitmapHandle& bitmap, const uint8_t* record, uint32_t row, uint32_t first,
+                    uint32_t pixels) noexcept {
   uint32_t width = 0;
   uint32_t rows = 0;
   if (!CompressedExtent(bitmap, width, rows)) return ERR_NO_MEMORY;
@@ -146,8 +151,8 @@ Status SpliceRecord(BitmapHandle& bitmap, const uint8_t* record, uint32_t row, u
   TrackedBuffer<uint16_t> spliced(MaxRunWords(width), TARN_HERE);
   if (!spliced) return ERR_NO_MEMORY;
   const RowRuns runs = StoredRuns(bitmap, row);
-  const uint32_t count = SpliceRuns(spliced.data(), runs.words, runs.count, width, WordsOf(record), CountOf(record), first,
-                                    Inside(width, first, pixels));
+  const uint32_t count = SpliceRuns(spliced.data(), runs.words, runs.count, width, WordsOf(record), CountOf(record),
+                                    first, Inside(width, first, pixels));
   return StoreRuns(bitmap, row, spliced.data(), count);
 }
 
@@ -170,8 +175,8 @@ int32_t T_GetBitmapRowCompressed(BitmapHandle* bitmap, void* workLine, void* rec
   return CompressRowsOut(*bitmap, line.data(), record, firstRow, count).code;
 }
 
-int32_t T_GetBitmapRowColCompressed(BitmapHandle* bitmap, void* workLine, void* record, uint32_t row, uint32_t firstColumn,
-                                    uint32_t pixelCount) noexcept {
+int32_t T_GetBitmapRowColCompressed(BitmapHandle* bitmap, void* workLine, void* record, uint32_t row,
+                                    uint32_t firstColumn, uint32_t pixelCount) noexcept {
   if (!bitmap || !record) return ERR_INVALID_PARAMETER;
   TARN_TRY(RequireSize(bitmap, ERR_INVALID_PARAMETER));
   TARN_TRY(RequireOneBit(*bitmap));

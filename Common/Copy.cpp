@@ -1,5 +1,9 @@
 // Duplicating records and copying pixels between bitmaps of one geometry.
 
+#include "tarn/copy.h"
+
+#include <cstring>
+
 #include "Common/Internal/Checks.h"
 #include "Common/Internal/Compressed.h"
 #include "Common/Internal/Duplicate.h"
@@ -8,10 +12,7 @@
 #include "Common/Internal/Rows.h"
 #include "Common/Internal/Runs.h"
 #include "Common/Internal/Storage.h"
-#include "tarn/copy.h"
 #include "tarn/palette.h"
-
-#include <cstring>
 
 namespace tarn {
 namespace {
@@ -166,7 +167,8 @@ int32_t T_CopyBitmapData(BitmapHandle* destination, BitmapHandle* source) noexce
   void* userData = nullptr;
   const T_StatusCallback callback = T_GetCopyStatusCallBack(&userData);
   Progress progress(source->Height, callback, userData);
-  if (destination->Flags & source->Flags & T_FLAG_COMPRESSED) return CopyCompressedRows(*destination, *source, progress).code;
+  if (destination->Flags & source->Flags & T_FLAG_COMPRESSED)
+    return CopyCompressedRows(*destination, *source, progress).code;
   return CopyRows(*destination, *source, progress).code;
 }
 

@@ -116,7 +116,8 @@ Status SetMemoryInfo(BitmapHandle& bitmap, Wanted wanted) noexcept {
   if (!GeometryHolds(bitmap)) return ERR_EMPTY_AREA;
   if (wanted.type != TYPE_TILED) {
     if (wanted.type == now.type) return SUCCESS;
-    return MoveStorage(bitmap, [&wanted](BitmapHandle& fresh) { return Status(T_AllocateBitmap(&fresh, wanted.type)); });
+    return MoveStorage(bitmap,
+                       [&wanted](BitmapHandle& fresh) { return Status(T_AllocateBitmap(&fresh, wanted.type)); });
   }
   FillDefaults(bitmap, wanted);
   const uint64_t rowsPerTile = wanted.tileSize / rowBytes + (wanted.tileSize % rowBytes != 0);

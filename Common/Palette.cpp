@@ -1,11 +1,12 @@
 // Fixed palettes, gray ramps and the palette a bitmap owns.
 
-#include "Common/Internal/Checks.h"
-#include "Platform/Here.h"
-#include "tarn/memory.h"
 #include "tarn/palette.h"
 
 #include <cstring>
+
+#include "Common/Internal/Checks.h"
+#include "Platform/Here.h"
+#include "tarn/memory.h"
 
 namespace tarn {
 namespace {
@@ -33,11 +34,12 @@ constexpr Table<Count> Generate(Make make) noexcept {
 
 constexpr auto kFixed1 = Generate<2>([](uint32_t i) { return Rgb(255 * i, 255 * i, 255 * i); });
 constexpr auto kFixed2 = Generate<4>([](uint32_t i) { return Rgb(85 * i, 85 * i, 85 * i); });
-constexpr auto kFixed3 = Generate<8>([](uint32_t i) { return Rgb(255 * (i >> 2 & 1), 255 * (i >> 1 & 1), 255 * (i & 1)); });
+constexpr auto kFixed3 =
+    Generate<8>([](uint32_t i) { return Rgb(255 * (i >> 2 & 1), 255 * (i >> 1 & 1), 255 * (i & 1)); });
 constexpr Table<16> kFixed4 = {{Rgb(0, 0, 0), Rgb(128, 0, 0), Rgb(0, 128, 0), Rgb(128, 128, 0), Rgb(0, 0, 128),
-                                Rgb(128, 0, 128), Rgb(0, 128, 128), Rgb(128, 128, 128), Rgb(192, 192, 192), Rgb(255, 0, 0),
-                                Rgb(0, 255, 0), Rgb(255, 255, 0), Rgb(0, 0, 255), Rgb(255, 0, 255), Rgb(0, 255, 255),
-                                Rgb(255, 255, 255)}};
+                                Rgb(128, 0, 128), Rgb(0, 128, 128), Rgb(128, 128, 128), Rgb(192, 192, 192),
+                                Rgb(255, 0, 0), Rgb(0, 255, 0), Rgb(255, 255, 0), Rgb(0, 0, 255), Rgb(255, 0, 255),
+                                Rgb(0, 255, 255), Rgb(255, 255, 255)}};
 constexpr auto kFixed5 =
     Generate<32>([](uint32_t i) { return Rgb(85 * (i >> 3 & 3), 85 * (i >> 1 & 3), 255 * (i & 1)); });
 constexpr auto kFixed6 =
@@ -88,15 +90,24 @@ int32_t T_GetFixedPalette(T_PaletteEntry* entries, uint32_t bits) noexcept {
 
 const T_PaletteEntry* T_IntGetFixedPalette(uint32_t bits) noexcept {
   switch (bits) {
-    case 1: return kFixed1.entries;
-    case 2: return kFixed2.entries;
-    case 3: return kFixed3.entries;
-    case 4: return kFixed4.entries;
-    case 5: return kFixed5.entries;
-    case 6: return kFixed6.entries;
-    case 7: return kFixed7.entries;
-    case 8: return kFixed8.entries;
-    default: return nullptr;
+    case 1:
+      return kFixed1.entries;
+    case 2:
+      return kFixed2.entries;
+    case 3:
+      return kFixed3.entries;
+    case 4:
+      return kFixed4.entries;
+    case 5:
+      return kFixed5.entries;
+    case 6:
+      return kFixed6.entries;
+    case 7:
+      return kFixed7.entries;
+    case 8:
+      return kFixed8.entries;
+    default:
+      return nullptr;
   }
 }
 
@@ -179,7 +190,8 @@ int32_t T_PutBitmapColors(BitmapHandle* bitmap, int32_t first, uint32_t count, c
   return SUCCESS;
 }
 
-int32_t T_GetBitmapColors(const BitmapHandle* bitmap, uint32_t first, uint32_t count, T_PaletteEntry* entries) noexcept {
+int32_t T_GetBitmapColors(const BitmapHandle* bitmap, uint32_t first, uint32_t count,
+                          T_PaletteEntry* entries) noexcept {
   TARN_TRY(RequireSize(bitmap, ERR_NO_BITMAP));
   if (count == 0 || bitmap->BitsPerPixel > 8) return ERR_INVALID_PARAMETER;
   return T_GetBitmapPaletteEntries(bitmap, first, count, entries) == count ? SUCCESS : ERR_INVALID_PARAMETER;

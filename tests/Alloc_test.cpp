@@ -23,7 +23,8 @@ struct Figures {
 
 Figures Info(const BitmapHandle& b) {
   Figures f{};
-  EXPECT_EQ(T_GetBitmapMemoryInfo(&b, &f.type, &f.tileSize, &f.count, &f.conventional, &f.maxMapped, &f.mapped), SUCCESS);
+  EXPECT_EQ(T_GetBitmapMemoryInfo(&b, &f.type, &f.tileSize, &f.count, &f.conventional, &f.maxMapped, &f.mapped),
+            SUCCESS);
   return f;
 }
 
@@ -69,8 +70,8 @@ TEST(Alloc, MemoryTypes) {
     EXPECT_EQ(b.Flags, c.flags | T_FLAG_SIGNED_DATA) << c.bits << " bits, type " << c.type;
     EXPECT_EQ(b.GrayParams != nullptr, c.status == SUCCESS);
     if (c.flags == kIn) {
-      EXPECT_EQ(reinterpret_cast<uintptr_t>(b.Data) % 32, 0u);
-      EXPECT_NE(b.MemoryHandle, 0u);
+      EXPECT_EQ(reinterpret_cast<uintptr_t>(V(b.Data)) % 32, 0u);
+      EXPECT_NE(V(b.MemoryHandle), 0u);
     }
   }
   EXPECT_EQ(T_AllocateBitmap(nullptr, 1), ERR_INVALID_PARAMETER);
@@ -87,10 +88,10 @@ TEST(Alloc, ThresholdsChooseTheKind) {
     uint32_t type, reported;
   };
   const Case cases[] = {
-      {1000, 0, 1, 4},        {1000, 0, 9, 128},     {1000, 0, 8, 128},      {64000, 0, 1, 1},
-      {63999, 0, 1, 4},       {0x100000000, 0, 1, 4},  // only the low 32 bits count
-      {1000, 4096, 256, 4},   {1000, 4096, 768, 4},  {0x7FFFFFFF, 10000, 4, 4}, {0x7FFFFFFF, 64000, 4, 1},
-      {0x7FFFFFFF, 63999, 4, 4}, {-100, 0, 1, 1},
+      {1000, 0, 1, 4},           {1000, 0, 9, 128},         {1000, 0, 8, 128},
+      {64000, 0, 1, 1},          {63999, 0, 1, 4},          {0x100000000, 0, 1, 4},  // only the low 32 bits count
+      {1000, 4096, 256, 4},      {1000, 4096, 768, 4},      {0x7FFFFFFF, 10000, 4, 4},
+      {0x7FFFFFFF, 64000, 4, 1}, {0x7FFFFFFF, 63999, 4, 4}, {-100, 0, 1, 1},
   };
   for (const Case& c : cases) {
     Thresholds(c.maxBlock, c.tileSize, -100, 1);
@@ -134,18 +135,15 @@ TEST(Alloc, TileLayout) {
   };
   // A bitmap that one block must not hold (limit 1,000 bytes), 64 rows of 1,000 bytes.
   const Case cases[] = {
-      {10000, -100, 1, 7, 7, 0, 10000},  // all fit in memory
-      {10999, 7, 1, 7, 7, 0, 10000},     // rounded down to whole rows
-      {1, -100, 1, 64, 64, 0, 1000},     // raised to a row
-      {10000, 4, 1, 7, 3, 1, 10000},     // one of the four is a view
-      {10000, 4, 2, 7, 2, 2, 10000},
-      {10000, 4, 9, 7, 0, 4, 10000},     // more views than the budget
-      {10000, 0, 1, 7, 0, 1, 10000},
-      {10000, -50, 1, 7, 2, 1, 10000},   // half of 7, truncated
-      {10000, -50, -50, 7, 0, 3, 10000},  // 50 * 4 / 50 = 4 views exceed the budget of 3
-      {10000, -50, -20, 7, 2, 1, 10000},  // 20 * 4 / 80 = 1
-      {10000, 4, -100, 7, 0, 4, 10000},
-      {10000, 4, 0, 7, 3, 1, 10000},     // no views becomes one
+      {10000, -100, 1, 7, 7, 0, 10000},                                    // all fit in memory
+      {10999, 7, 1, 7, 7, 0, 10000},                                       // rounded down to whole rows
+      {1, -100, 1, 64, 64, 0, 1000},                                       // raised to a row
+      {10000, 4, 1, 7, 3, 1, 10000},                                       // one of the four is a view
+      {10000, 4, 2, 7, 2, 2, 10000},     {10000, 4, 9, 7, 0, 4, 10000},    // more views than the budget
+      {10000, 0, 1, 7, 0, 1, 10000},     {10000, -50, 1, 7, 2, 1, 10000},  // half of 7, truncated
+      {10000, -50, -50, 7, 0, 3, 10000},                                 // 50 * 4 / 50 = 4 views exceed the budget of 3
+      {10000, -50, -20, 7, 2, 1, 10000},                                 // 20 * 4 / 80 = 1
+      {10000, 4, -100, 7, 0, 4, 10000},  {10000, 4, 0, 7, 3, 1, 10000},  // no views becomes one
   };
   for (const Case& c : cases) {
     Thresholds(1000, c.tileSize, c.conventional, c.views);
@@ -187,11 +185,12 @@ TEST(Alloc, HeightChangesKeepRows) {
       ASSERT_EQ(T_ChangeBitmapHeight(&b, height), SUCCESS) << kind.type << ' ' << height;
       ASSERT_EQ(b.Height, height);
       if (kind.type != 512) {
-        EXPECT_EQ(b.Size, uint64_t{b.BytesPerLine} * static_cast<uint32_t>(height));
+        EXPECT_EQ(V(b.Size), uint64_t{b.BytesPerLine} * static_cast<uint32_t>(height));
       }
       ASSERT_EQ(FirstDifference(b, 9, kept), -1) << kind.type << ' ' << before << " to " << height;
       for (int32_t row = kept; row < height; ++row)
-        ASSERT_EQ(Row(b, static_cast<uint32_t>(row)), std::vector<uint8_t>(b.BytesPerLine, 0)) << kind.type << ' ' << row;
+        ASSERT_EQ(Row(b, static_cast<uint32_t>(row)), std::vector<uint8_t>(b.BytesPerLine, 0))
+            << kind.type << ' ' << row;
       Fill(b, 9);
       ASSERT_EQ(FirstDifference(b, 9, height), -1);
     }
@@ -215,7 +214,7 @@ TEST(Alloc, CompressedHeightCrossesSegments) {
   EXPECT_EQ(FirstDifference(b, 2, 32768), -1);
   const uint64_t held = b.Size;
   ASSERT_EQ(T_ChangeBitmapHeight(&b, 70000), SUCCESS);
-  EXPECT_EQ(b.Size, held);  // rows without a record take nothing
+  EXPECT_EQ(V(b.Size), held);  // rows without a record take nothing
   EXPECT_EQ(FirstDifference(b, 2, 32768), -1);
   EXPECT_EQ(Row(b, 69999), std::vector<uint8_t>(b.BytesPerLine, 0));
   const auto line = Pattern(b, 69999, 2);
@@ -241,8 +240,8 @@ TEST(Alloc, MemoryInfoChecksAndMoves) {
       ASSERT_EQ(T_SetBitmapMemoryInfo(&b, to, 0, 0, 0, 0, 0, T_INFO_MEMORY_TYPE), SUCCESS) << to;
       EXPECT_EQ(b.Reported(), to == 8 ? 1 : to);
       EXPECT_EQ(FirstDifference(b, 11, 80), -1) << to;
-      EXPECT_EQ(b.Palette, palette);
-      EXPECT_EQ(b.GrayParams, gray);
+      EXPECT_EQ(V(b.Palette), palette);
+      EXPECT_EQ(V(b.GrayParams), gray);
       EXPECT_EQ(b.ViewPerspective, 7u);
     }
     EXPECT_EQ(T_SetBitmapMemoryInfo(&b, 2, 0, 0, 0, 0, 0, T_INFO_MEMORY_TYPE), ERR_NO_BITMAP);
@@ -272,7 +271,7 @@ TEST(Alloc, TilesAreAdjustedInPlace) {
     const Figures f = Info(b);
     EXPECT_EQ(f.conventional, c.wantConventional);
     EXPECT_EQ(f.maxMapped, c.wantMax);
-    EXPECT_EQ(b.Data, table);
+    EXPECT_EQ(V(b.Data), table);
     EXPECT_EQ(FirstDifference(b, 4, kHeight), -1) << c.conventional;
     EXPECT_LE(Info(b).mapped, c.wantMax);
   }
@@ -300,7 +299,7 @@ TEST(Alloc, CompressionChangesBothWays) {
   EXPECT_EQ(b.Reported(), 512u);
   EXPECT_EQ(T_ChangeBitmapCompression(&b, 0), SUCCESS);
   EXPECT_EQ(b.Reported(), 1u);
-  EXPECT_EQ(b.Size, size);
+  EXPECT_EQ(V(b.Size), size);
   EXPECT_EQ(FirstDifference(b, 8, 30), -1);
   EXPECT_EQ(T_ChangeBitmapCompression(&b, 1), ERR_INVALID_PARAMETER);
   Bitmap deep(4, 4, 8);
@@ -312,7 +311,7 @@ TEST(Alloc, CompressionChangesBothWays) {
 TEST(Alloc, DiskFileIsOneByteLongerThanTheStorage) {
   Bitmap b(kWidth, kHeight, 8);
   ASSERT_EQ(T_AllocateBitmap(&b, TYPE_DISK), SUCCESS);
-  EXPECT_EQ(T_OsSeekBig(static_cast<T_FileHandle>(b.MemoryHandle), 0, T_SEEK_END, nullptr), kWidth * kHeight + 1);
+  EXPECT_EQ(T_OsSeekBig(static_cast<T_FileHandle>(V(b.MemoryHandle)), 0, T_SEEK_END, nullptr), kWidth * kHeight + 1);
   EXPECT_EQ(Row(b, 63), std::vector<uint8_t>(kWidth, 0));
 }
 

@@ -12,15 +12,15 @@ TEST(Bitmap, InitDescribesEveryDepth) {
     uint32_t rowBytes, colors, order;
     int32_t highBit;
   };
-  const Case cases[] = {{1, 1, 4, 2, 0, 0},   {3, 24, 12, 0, 1, 7},  {5, 12, 8, 0, 2, 11},  {5, 8, 8, 256, 0, 7},
-                        {9, 7, 8, 128, 0, 6}, {2, 16, 4, 0, 1, 15},  {1, 32, 4, 0, 1, -1},  {1, 48, 8, 0, 1, 15},
-                        {1, 64, 8, 0, 1, 15}, {33, 1, 8, 2, 0, 0},   {8, 4, 4, 16, 0, 3}};
+  const Case cases[] = {{1, 1, 4, 2, 0, 0},   {3, 24, 12, 0, 1, 7}, {5, 12, 8, 0, 2, 11}, {5, 8, 8, 256, 0, 7},
+                        {9, 7, 8, 128, 0, 6}, {2, 16, 4, 0, 1, 15}, {1, 32, 4, 0, 1, -1}, {1, 48, 8, 0, 1, 15},
+                        {1, 64, 8, 0, 1, 15}, {33, 1, 8, 2, 0, 0},  {8, 4, 4, 16, 0, 3}};
   for (const Case& c : cases) {
     BitmapHandle b;
     std::memset(&b, 0xAB, sizeof b);
     ASSERT_EQ(T_InitBitmap(&b, sizeof b, c.width, 3, c.bits), SUCCESS) << c.bits;
     EXPECT_EQ(b.BytesPerLine, c.rowBytes) << c.width << " x " << c.bits;
-    EXPECT_EQ(b.Size, uint64_t{c.rowBytes} * 3);
+    EXPECT_EQ(V(b.Size), uint64_t{c.rowBytes} * 3);
     EXPECT_EQ(b.Colors, c.colors) << c.bits;
     EXPECT_EQ(b.Order, c.order) << c.bits;
     EXPECT_EQ(b.HighBit, c.highBit) << c.bits;
@@ -40,11 +40,16 @@ TEST(Bitmap, InitRefuses) {
     int32_t width, height, bits, status;
   };
   const Case cases[] = {
-      {211, 1, 1, 9, ERR_BAD_STRUCT_SIZE},           {213, 0, 0, 0, ERR_BAD_STRUCT_SIZE},
-      {212, 4, 4, 9, ERR_BAD_BITS_PER_PIXEL},        {212, 4, 4, 0, ERR_BAD_BITS_PER_PIXEL},
-      {212, 4, 4, -1, ERR_BAD_BITS_PER_PIXEL},       {212, 65536, 65536, 32, ERR_IMAGE_TOO_LARGE},
-      {212, -1, 4, 8, ERR_IMAGE_TOO_LARGE},          {212, 4, -1, 8, ERR_IMAGE_TOO_LARGE},
-      {212, INT32_MAX, 1, 64, ERR_IMAGE_TOO_LARGE},  {212, INT32_MAX, INT32_MAX, 1, ERR_IMAGE_TOO_LARGE},
+      {211, 1, 1, 9, ERR_BAD_STRUCT_SIZE},
+      {213, 0, 0, 0, ERR_BAD_STRUCT_SIZE},
+      {212, 4, 4, 9, ERR_BAD_BITS_PER_PIXEL},
+      {212, 4, 4, 0, ERR_BAD_BITS_PER_PIXEL},
+      {212, 4, 4, -1, ERR_BAD_BITS_PER_PIXEL},
+      {212, 65536, 65536, 32, ERR_IMAGE_TOO_LARGE},
+      {212, -1, 4, 8, ERR_IMAGE_TOO_LARGE},
+      {212, 4, -1, 8, ERR_IMAGE_TOO_LARGE},
+      {212, INT32_MAX, 1, 64, ERR_IMAGE_TOO_LARGE},
+      {212, INT32_MAX, INT32_MAX, 1, ERR_IMAGE_TOO_LARGE},
       {212, INT32_MIN, INT32_MIN, 8, ERR_IMAGE_TOO_LARGE},
   };
   for (const Case& c : cases) {
@@ -66,7 +71,7 @@ TEST(Bitmap, InitRefuses) {
   EXPECT_EQ(std::memcmp(&b, &zeroed, sizeof b), 0);
   // The largest image that the cap lets through, and one row more.
   EXPECT_EQ(T_InitBitmap(&b, 212, 65536, 65535, 8), SUCCESS);
-  EXPECT_EQ(b.Size, T_MAX_IMAGE_BYTES);
+  EXPECT_EQ(V(b.Size), T_MAX_IMAGE_BYTES);
   EXPECT_EQ(T_InitBitmap(&b, 212, 65536, 65536, 8), ERR_IMAGE_TOO_LARGE);
 }
 
@@ -90,8 +95,8 @@ TEST(Bitmap, CreateGivesPaletteOrderAndPerspective) {
     ASSERT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, 5, 5, 2, 1, own, 0, nullptr, 0), SUCCESS);
     EXPECT_EQ(b.ViewPerspective, 1u);
     EXPECT_EQ(b.Order, 0u);
-    ASSERT_NE(b.Palette, nullptr);
-    EXPECT_EQ(std::memcmp(b.Palette, own, sizeof own), 0);
+    ASSERT_NE(V(b.Palette), nullptr);
+    EXPECT_EQ(std::memcmp(V(b.Palette), own, sizeof own), 0);
   }
   {
     Bitmap b;
@@ -107,11 +112,12 @@ TEST(Bitmap, CreateGivesPaletteOrderAndPerspective) {
   }
   {
     Bitmap b;
-    EXPECT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, 5, 5, 32, T_ORDER_WIDE, nullptr, 1, nullptr, 0), ERR_BAD_BITS_PER_PIXEL);
+    EXPECT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, 5, 5, 32, T_ORDER_WIDE, nullptr, 1, nullptr, 0),
+              ERR_BAD_BITS_PER_PIXEL);
     EXPECT_FALSE(b.Flags & T_FLAG_ALLOCATED);
     EXPECT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, 5, 5, 48, T_ORDER_WIDE, nullptr, 1, nullptr, 0), SUCCESS);
     EXPECT_EQ(b.Order, 5u);
-    EXPECT_EQ(b.Palette, nullptr);
+    EXPECT_EQ(V(b.Palette), nullptr);
   }
   {
     Bitmap b;
@@ -128,7 +134,7 @@ TEST(Bitmap, CallerMemoryIsUsedAndNeverFreed) {
   std::vector<uint8_t> pixels(16 * 4, 7);
   Bitmap b;
   ASSERT_EQ(T_CreateBitmap(&b, 212, TYPE_USER, 4, 4, 32, 1, nullptr, 1, pixels.data(), pixels.size()), SUCCESS);
-  EXPECT_EQ(b.Data, pixels.data());
+  EXPECT_EQ(V(b.Data), pixels.data());
   const uint32_t word = 0x04030201;
   EXPECT_EQ(T_PutBitmapRowCol(&b, &word, 1, 1, 4), 4);
   EXPECT_EQ(pixels[16 + 4], 1);
@@ -158,13 +164,13 @@ TEST(Bitmap, LocksOfMovableBlocksNest) {
   const int32_t inner = T_LockBitmap(&b);
   EXPECT_EQ(outer, 0);
   EXPECT_EQ(inner, 1);
-  ASSERT_NE(b.Data, nullptr);
+  ASSERT_NE(V(b.Data), nullptr);
   EXPECT_EQ(T_GetBitmapRow(&b, line, 0, 16), 16);
   T_UnlockBitmap(&b, inner);
   EXPECT_TRUE(b.Flags & T_FLAG_LOCKED);
   T_UnlockBitmap(&b, outer);
   EXPECT_FALSE(b.Flags & T_FLAG_LOCKED);
-  EXPECT_EQ(b.Data, nullptr);
+  EXPECT_EQ(V(b.Data), nullptr);
   EXPECT_EQ(T_LockBitmap(nullptr), 0);
   T_OsFreeHandle(block, 1, L"here");
 }
@@ -181,7 +187,7 @@ TEST(Bitmap, HandleBlockOfTheBitmapIsResizedAndFreed) {
     EXPECT_EQ(T_ChangeBitmapHeight(&b, 9), ERR_INVALID_PARAMETER);  // locked
     T_UnlockBitmap(&b, lock);
     ASSERT_EQ(T_ChangeBitmapHeight(&b, 9), SUCCESS);
-    EXPECT_EQ(b.Size, 16u * 9);
+    EXPECT_EQ(V(b.Size), 16u * 9);
     T_LockBitmap(&b);
     EXPECT_EQ(FirstDifference(b, 3, 4), -1);
     EXPECT_EQ(Row(b, 8), std::vector<uint8_t>(16, 0));
@@ -194,9 +200,9 @@ TEST(Bitmap, FreeReturnsToTheDescribedState) {
   ASSERT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, 40, 9, 8, 0, nullptr, 3, nullptr, 0), SUCCESS);
   T_FreeBitmap(&b);
   EXPECT_EQ(b.Flags & (T_FLAG_ALLOCATED | T_FLAG_IN_MEMORY), 0u);
-  EXPECT_EQ(b.Palette, nullptr);
-  EXPECT_EQ(b.GrayParams, nullptr);
-  EXPECT_EQ(b.Data, nullptr);
+  EXPECT_EQ(V(b.Palette), nullptr);
+  EXPECT_EQ(V(b.GrayParams), nullptr);
+  EXPECT_EQ(V(b.Data), nullptr);
   EXPECT_EQ(b.Width, 40);
   EXPECT_EQ(b.ViewPerspective, 3u);
   for (const uint32_t type : {TYPE_CONV, TYPE_DISK}) {
@@ -214,5 +220,5 @@ TEST(Bitmap, FreeReturnsToTheDescribedState) {
   Fill(one, 1);
   T_FreeBitmap(&one);
   EXPECT_TRUE(one.Flags & T_FLAG_IN_MEMORY);  // stays with these kinds
-  EXPECT_EQ(one.Size, 12u * 9);
+  EXPECT_EQ(V(one.Size), 12u * 9);
 }

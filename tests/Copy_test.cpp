@@ -36,19 +36,19 @@ TEST(Copy, DuplicateTakesWhatTheModeSays) {
   source.XResolution = 300;
   BitmapHandle dup{};
   ASSERT_EQ(T_DupBitmapNewDim(&dup, &source, 212, 7, 5, 8, 0), SUCCESS);
-  EXPECT_EQ(dup.Palette, source.Palette);
-  EXPECT_EQ(dup.Region, 99u);
+  EXPECT_EQ(V(dup.Palette), V(source.Palette));
+  EXPECT_EQ(V(dup.Region), 99u);
   EXPECT_EQ(dup.Width, 7);
   EXPECT_EQ(dup.ViewPerspective, 6u);
   EXPECT_EQ(dup.XResolution, 300);
   EXPECT_EQ(dup.PlaybackDelay, 40u);
   EXPECT_EQ(dup.Flags, T_FLAG_SIGNED_DATA);
   EXPECT_EQ(T_FreeDuplicateBitmap(&dup, 0), SUCCESS);
-  EXPECT_NE(source.Palette, nullptr);
+  EXPECT_NE(V(source.Palette), nullptr);
 
   ASSERT_EQ(T_DupBitmapNewDim(&dup, &source, 212, 7, 5, 8, 15), SUCCESS);
-  EXPECT_NE(dup.Palette, source.Palette);
-  EXPECT_EQ(dup.Region, 0u);  // no hooks: regions are dropped
+  EXPECT_NE(V(dup.Palette), V(source.Palette));
+  EXPECT_EQ(V(dup.Region), 0u);  // no hooks: regions are dropped
   EXPECT_TRUE(dup.Flags & T_FLAG_ALLOCATED);
   EXPECT_EQ(T_FreeDuplicateBitmap(&dup, 15), SUCCESS);
 
@@ -72,7 +72,7 @@ TEST(Copy, RegionHooks) {
   source.Region = 99;
   BitmapHandle dup{};
   ASSERT_EQ(T_DupBitmapNewDim(&dup, &source, 212, 7, 5, 8, 15), SUCCESS);
-  EXPECT_EQ(dup.Region, 100u);
+  EXPECT_EQ(V(dup.Region), 100u);
   T_FreeDuplicateBitmap(&dup, 15);
   EXPECT_EQ(deletedRegions, 1);
   hooks.Duplicate = RefuseRegion;
@@ -98,12 +98,12 @@ TEST(Copy, GrayParametersAndLookupTableGoAlong) {
   EXPECT_EQ(dup.Order, 2u);
   EXPECT_EQ(dup.LowBit, 2);
   EXPECT_EQ(dup.Percentage, 60u);
-  EXPECT_NE(dup.LUT, source.LUT);
+  EXPECT_NE(V(dup.LUT), V(source.LUT));
   EXPECT_EQ(dup.LUT[5].Red, 55);
   EXPECT_TRUE(dup.Flags & T_FLAG_LUT_IN_USE);
-  EXPECT_EQ(std::memcmp(dup.GrayParams, source.GrayParams, 256), 0);
+  EXPECT_EQ(std::memcmp(V(dup.GrayParams), V(source.GrayParams), 256), 0);
   T_FreeDuplicateBitmap(&dup, DUP_STORAGE);
-  EXPECT_EQ(dup.LUT, nullptr);
+  EXPECT_EQ(V(dup.LUT), nullptr);
 }
 
 TEST(Copy, DataBetweenAllKinds) {
@@ -160,8 +160,8 @@ TEST(Copy, OverlaysAreDuplicatedAndFreed) {
   {
     Bitmap source;
     ASSERT_EQ(T_CreateBitmap(&source, 212, 1, 30, 20, 8, 0, nullptr, 1, nullptr, 0), SUCCESS);
-    auto* const list = static_cast<T_OverlayList*>(
-        T_LocalAllocInit(1, sizeof(T_OverlayList) + 2 * sizeof(tarn::Overlay), 1, L"here"));
+    auto* const list =
+        static_cast<T_OverlayList*>(T_LocalAllocInit(1, sizeof(T_OverlayList) + 2 * sizeof(tarn::Overlay), 1, L"here"));
     list->count = 2;
     ASSERT_EQ(T_CreateBitmap(&list->Items()[1].bitmap, 212, 1, 9, 9, 1, 0, nullptr, 1, nullptr, 0), SUCCESS);
     Fill(list->Items()[1].bitmap, 5);
@@ -169,8 +169,8 @@ TEST(Copy, OverlaysAreDuplicatedAndFreed) {
     source.Overlays = list;
     Bitmap dup;
     ASSERT_EQ(T_DupBitmapNewDim(&dup, &source, 212, 3, 3, 8, 15), SUCCESS);
-    ASSERT_NE(dup.Overlays, nullptr);
-    EXPECT_NE(dup.Overlays, source.Overlays);
+    ASSERT_NE(V(dup.Overlays), nullptr);
+    EXPECT_NE(V(dup.Overlays), V(source.Overlays));
     EXPECT_EQ(FirstDifference(dup.Overlays->Items()[1].bitmap, 5, 9), -1);
     EXPECT_EQ(dup.Overlays->Items()[0].bitmap.StructSize, 0u);
   }
@@ -196,8 +196,8 @@ TEST(Copy, ScratchResultReplacesStorageOnly) {
   Fill(result.Record(), 6);
   result.Commit(b);
   EXPECT_EQ(b.Width, 40);
-  EXPECT_EQ(b.Palette, palette);
-  EXPECT_EQ(b.DitherContext, run);
+  EXPECT_EQ(V(b.Palette), palette);
+  EXPECT_EQ(V(b.DitherContext), run);
   EXPECT_EQ(FirstDifference(b, 6, 3), -1);
   b.DitherContext = nullptr;
 }

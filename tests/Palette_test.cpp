@@ -13,9 +13,10 @@ uint32_t Rgb(const T_PaletteEntry& e) { return static_cast<uint32_t>(e.Red << 16
 TEST(Palette, FixedTables) {
   const struct {
     uint32_t bits, index, rgb;
-  } samples[] = {{1, 1, 0xFFFFFF}, {2, 1, 0x555555}, {2, 2, 0xAAAAAA}, {3, 4, 0xFF0000}, {3, 3, 0x00FFFF},
-                 {4, 8, 0xC0C0C0}, {4, 5, 0x800080}, {4, 9, 0xFF0000}, {5, 27, 0xFF55FF}, {6, 0x1B, 0x55AAFF},
-                 {7, 0x25, 0x552455}, {7, 0x7F, 0xFFFFFF}, {8, 0x53, 0x4992FF}, {8, 0xFF, 0xFFFFFF}, {8, 0x20, 0x240000}};
+  } samples[] = {{1, 1, 0xFFFFFF},    {2, 1, 0x555555},    {2, 2, 0xAAAAAA},    {3, 4, 0xFF0000},
+                 {3, 3, 0x00FFFF},    {4, 8, 0xC0C0C0},    {4, 5, 0x800080},    {4, 9, 0xFF0000},
+                 {5, 27, 0xFF55FF},   {6, 0x1B, 0x55AAFF}, {7, 0x25, 0x552455}, {7, 0x7F, 0xFFFFFF},
+                 {8, 0x53, 0x4992FF}, {8, 0xFF, 0xFFFFFF}, {8, 0x20, 0x240000}};
   for (const auto& s : samples) {
     EXPECT_EQ(Rgb(T_IntGetFixedPalette(s.bits)[s.index]), s.rgb) << s.bits << ' ' << s.index;
     T_PaletteEntry copy[256];
@@ -69,9 +70,9 @@ TEST(Palette, OfABitmap) {
   EXPECT_EQ(T_GetBitmapPaletteEntries(&b, 4, 1, got), 0u);
   EXPECT_EQ(T_SetBitmapNewPalette(&b, b.Palette + 2, 2), SUCCESS);  // from itself
   EXPECT_EQ(b.Colors, 2u);
-  EXPECT_EQ(std::memcmp(b.Palette, two, sizeof two), 0);
+  EXPECT_EQ(std::memcmp(V(b.Palette), two, sizeof two), 0);
   EXPECT_EQ(T_SetBitmapNewPalette(&b, two, 300), 0);
-  EXPECT_EQ(b.Palette, nullptr);
+  EXPECT_EQ(V(b.Palette), nullptr);
   EXPECT_EQ(b.Colors, 300u);
   b.Colors = 4;
   EXPECT_EQ(T_PutBitmapColors(&b, 1, 1, two), SUCCESS);  // a zeroed palette is made first
@@ -93,9 +94,9 @@ TEST(Palette, CopyBetweenBitmaps) {
   EXPECT_EQ(T_CopyBitmapPalette(nullptr, &from), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_CopyBitmapPalette(&to, &from), SUCCESS);
   EXPECT_EQ(to.Colors, 16u);
-  EXPECT_NE(to.Palette, from.Palette);
+  EXPECT_NE(V(to.Palette), V(from.Palette));
   Bitmap none(4, 4, 24);
   EXPECT_EQ(T_CopyBitmapPalette(&to, &none), SUCCESS);
   EXPECT_EQ(to.Colors, 0u);
-  EXPECT_EQ(to.Palette, nullptr);
+  EXPECT_EQ(V(to.Palette), nullptr);
 }

@@ -37,10 +37,10 @@ TEST(RowCol, CountsAtTheEdges) {
     int32_t bits;
     int64_t getAll, putAll, putColAll;  // results of moving far more than there is
   } kinds[] = {
-      {8, 8, 48, 48, 48},                           // one block: what there is
-      {128, 8, 48, 48, 48},                         // disk: what there is
-      {4, 8, 1000, 0, ERR_NO_MEMORY},               // tiles
-      {512, 1, 1000, 1000, 1000},                   // compressed rows
+      {8, 8, 48, 48, 48},              // one block: what there is
+      {128, 8, 48, 48, 48},            // disk: what there is
+      {4, 8, 1000, 0, ERR_NO_MEMORY},  // tiles
+      {512, 1, 1000, 1000, 1000},      // compressed rows
   };
   for (const auto& kind : kinds) {
     Bitmap b(kind.bits == 1 ? 96 : 12, 4, kind.bits);
@@ -66,7 +66,7 @@ TEST(RowCol, ColumnsTakeTheByteOfTheirFirstBit) {
   const struct {
     int32_t bits;
     uint32_t column, offset;
-  } cases[] = {{1, 13, 1}, {2, 5, 1},  {3, 5, 1},  {4, 5, 2},   {5, 5, 3},   {6, 5, 3},   {7, 5, 4},
+  } cases[] = {{1, 13, 1}, {2, 5, 1},  {3, 5, 1},   {4, 5, 2},   {5, 5, 3},   {6, 5, 3},   {7, 5, 4},
                {8, 5, 5},  {12, 5, 7}, {16, 5, 10}, {24, 5, 15}, {32, 5, 20}, {48, 5, 30}, {64, 5, 40}};
   for (const auto& c : cases) {
     Bitmap b(40, 2, c.bits);
@@ -91,7 +91,7 @@ TEST(RowCol, OffsetCacheFollowsTheRows) {
   for (const uint32_t row : {7u, 8u, 7u, 6u, 49u, 0u, 1u, 30u, 30u}) {
     EXPECT_EQ(Row(b, row), Pattern(b, row, 2));
     EXPECT_EQ(b.CachedRow, row);
-    EXPECT_EQ(b.CachedRowOffset, uint64_t{row} * b.BytesPerLine);
+    EXPECT_EQ(V(b.CachedRowOffset), uint64_t{row} * b.BytesPerLine);
   }
 }
 

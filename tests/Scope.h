@@ -10,6 +10,12 @@
 
 namespace tarn::test {
 
+/// A copy of a field: the packed record's own may not be bound to a reference, which assertions do.
+template <class T>
+T V(T value) {
+  return value;
+}
+
 /// The thread's storage thresholds, temporary directory and callbacks as they were.
 class ThresholdScope {
  public:
@@ -75,6 +81,8 @@ inline int32_t FirstDifference(BitmapHandle& bitmap, uint32_t seed, int32_t rows
 }
 
 /// What the platform holds, compared as bytes.
-inline bool SameHeld(const platform::Counters& a, const platform::Counters& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+inline bool SameHeld(const platform::Counters& a, const platform::Counters& b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
 
 }  // namespace tarn::test

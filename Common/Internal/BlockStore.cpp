@@ -33,7 +33,8 @@ bool MakeBlock(uint64_t bytes, const BitmapHandle& bitmap, uint32_t rows, NewBlo
   uint8_t* const view = made.block.view + kHeader;
   made.data = view + (kAlign - reinterpret_cast<uintptr_t>(view) % kAlign) % kAlign;
   auto& node = *reinterpret_cast<StorageNode*>(made.block.view);
-  node = {nullptr, made.data, bytes, StorageKind::kBlock, bitmap.BytesPerLine, rows, static_cast<uint32_t>(bitmap.Width)};
+  node = {
+      nullptr, made.data, bytes, StorageKind::kBlock, bitmap.BytesPerLine, rows, static_cast<uint32_t>(bitmap.Width)};
   RegisterStorage(node);
   ledger::Add(made.block.view, ledger::Kind::kSystem, here);
   return true;

@@ -95,8 +95,8 @@ bool GrowTo(Segment& segment, uint64_t capacity) noexcept {
   return true;
 }
 
-// Makes sure that `words` more words fit behind the last run. Rows that were rewritten leave holes: once half of the heap
-// is holes it is packed instead of grown.
+// Makes sure that `words` more words fit behind the last run. Rows that were rewritten leave holes: once half of the
+// heap is holes it is packed instead of grown.
 bool MakeRoom(Segment& segment, uint64_t words) noexcept {
   if (segment.end + words <= segment.capacity) return true;
   const uint64_t wanted = segment.used + 1 + words;
@@ -245,7 +245,8 @@ Status ResizeCompressed(BitmapHandle& bitmap, int32_t height) noexcept {
   if (!old) return ERR_NO_MEMORY;
   Table* const made = NewTable(old->node, static_cast<uint32_t>(height));
   if (!made) return ERR_NO_MEMORY;
-  const auto kept = static_cast<uint32_t>(old->segmentCount < made->segmentCount ? old->segmentCount : made->segmentCount);
+  const auto kept =
+      static_cast<uint32_t>(old->segmentCount < made->segmentCount ? old->segmentCount : made->segmentCount);
   const uint32_t borderRows = RowsOfSegment(made->node.rows, kept - 1);
   Segment* border = nullptr;
   if (borderRows != old->Segments()[kept - 1]->rows) border = NewSegment(borderRows);
@@ -266,7 +267,8 @@ Status ResizeCompressed(BitmapHandle& bitmap, int32_t height) noexcept {
     FreeSegment(&before, false);
     made->Segments()[kept - 1] = border;
   }
-  for (uint64_t segment = 0; segment < made->segmentCount; ++segment) made->usedWords += made->Segments()[segment]->used;
+  for (uint64_t segment = 0; segment < made->segmentCount; ++segment)
+    made->usedWords += made->Segments()[segment]->used;
   UnregisterStorage(old->node);
   FreeTable(old, kept);
   RegisterStorage(made->node);
@@ -291,8 +293,8 @@ Status CreateCompressedStorage(BitmapHandle& bitmap) noexcept {
   const int32_t width = bitmap.Width;
   if (width <= 0 || static_cast<uint64_t>(bitmap.BytesPerLine) * 8 < static_cast<uint32_t>(width))
     return ERR_INVALID_PARAMETER;
-  const StorageNode node = {nullptr, nullptr, 0, StorageKind::kCompressed, bitmap.BytesPerLine, 0,
-                            static_cast<uint32_t>(width)};
+  const StorageNode node = {
+      nullptr, nullptr, 0, StorageKind::kCompressed, bitmap.BytesPerLine, 0, static_cast<uint32_t>(width)};
   Table* const table = NewTable(node, static_cast<uint32_t>(bitmap.Height));
   if (!table) return ERR_NO_MEMORY;
   if (!MakeSegments(*table, 0)) {

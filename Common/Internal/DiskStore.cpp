@@ -52,7 +52,8 @@ int64_t WriteDisk(BitmapHandle& bitmap, const uint8_t* source, uint32_t row, uin
 uint8_t* NoDirectRow(BitmapHandle&, uint32_t) noexcept { return nullptr; }
 
 Status ResizeDisk(BitmapHandle& bitmap, int32_t height) noexcept {
-  const uint64_t length = static_cast<uint64_t>(bitmap.BytesPerLine) * static_cast<uint32_t>(height) + bitmap.DataOffset;
+  const uint64_t length =
+      static_cast<uint64_t>(bitmap.BytesPerLine) * static_cast<uint32_t>(height) + bitmap.DataOffset;
   const int64_t file = FileOf(bitmap);
   // Growing reserves first, so that a full disk shows now and not at some later row.
   if (length > bitmap.Size && !platform::FileReserve(file, length, TARN_HERE)) {

@@ -30,10 +30,24 @@ constexpr bool ImageBytes(uint32_t rowBytes, int32_t height, uint64_t& bytes) no
 constexpr uint64_t ColumnOffset(int32_t bits, uint32_t column) noexcept {
   const uint64_t c = column;
   switch (bits) {
-    case 1: case 2: case 3: case 4: case 5: case 6: case 7: return c * static_cast<uint32_t>(bits) / 8;
-    case 12: return c + c / 2;
-    case 16: case 24: case 32: case 48: case 64: return c * (static_cast<uint32_t>(bits) / 8);
-    default: return c;
+    case 1:
+    case 2:
+    case 3:
+    case 4:
+    case 5:
+    case 6:
+    case 7:
+      return c * static_cast<uint32_t>(bits) / 8;
+    case 12:
+      return c + c / 2;
+    case 16:
+    case 24:
+    case 32:
+    case 48:
+    case 64:
+      return c * (static_cast<uint32_t>(bits) / 8);
+    default:
+      return c;
   }
 }
 

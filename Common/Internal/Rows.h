@@ -47,8 +47,8 @@ class QuietCallback {
   void* copyData_ = nullptr;
 };
 
-/// Percentages of a run over `rows` rows: floor(100 * rows done / rows), told when the value changed. The callback's own
-/// result comes back when it is not SUCCESS.
+/// Percentages of a run over `rows` rows: floor(100 * rows done / rows), told when the value changed. The callback's
+/// own result comes back when it is not SUCCESS.
 class Progress {
  public:
   /// The calling thread's status callback.

@@ -19,12 +19,12 @@ enum class StorageKind : uint32_t { kNone, kBlock, kTiles, kCompressed, kSuperCo
 /// Registration of one storage, kept inside the storage itself so that registering cannot fail.
 struct StorageNode {
   StorageNode* next;
-  const void* data;   // the record's Data
-  uint64_t bytes;     // kBlock: bytes from Data on
+  const void* data;  // the record's Data
+  uint64_t bytes;    // kBlock: bytes from Data on
   StorageKind kind;
   uint32_t rowBytes;  // BytesPerLine when the storage was made
   uint32_t rows;
-  uint32_t width;     // pixels, of compressed rows
+  uint32_t width;  // pixels, of compressed rows
 };
 
 void RegisterStorage(StorageNode& node) noexcept;

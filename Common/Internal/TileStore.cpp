@@ -1,3 +1,6 @@
+#include <cstring>
+#include <new>
+
 #include "Common/Internal/Geometry.h"
 #include "Common/Internal/Ledger.h"
 #include "Common/Internal/Settings.h"
@@ -6,9 +9,6 @@
 #include "Common/Internal/TrackedBuffer.h"
 #include "Platform/Platform.h"
 #include "tarn/memory.h"
-
-#include <cstring>
-#include <new>
 
 namespace tarn {
 namespace {
@@ -183,7 +183,8 @@ struct Layout {
 
 // How many of n tiles stay in memory and how many of the others may be mapped. Percentages are taken in double
 // precision and truncated.
-Layout PlanTiles(uint32_t n, uint64_t tileSize, uint64_t available, int32_t conventionalTiles, int32_t tileViews) noexcept {
+Layout PlanTiles(uint32_t n, uint64_t tileSize, uint64_t available, int32_t conventionalTiles,
+                 int32_t tileViews) noexcept {
   const auto percentOf = [](int32_t percent, double whole) {
     return static_cast<uint64_t>(-static_cast<double>(percent) / 100.0 * whole);
   };
@@ -211,10 +212,12 @@ uint32_t RowsPerTile(uint64_t tileSize, uint32_t rowBytes, int32_t height) noexc
   return rows < static_cast<uint32_t>(height) ? static_cast<uint32_t>(rows) : static_cast<uint32_t>(height);
 }
 
-uint32_t TileCountOf(uint32_t rows, uint32_t rowsPerTile) noexcept { return rows / rowsPerTile + (rows % rowsPerTile != 0); }
+uint32_t TileCountOf(uint32_t rows, uint32_t rowsPerTile) noexcept {
+  return rows / rowsPerTile + (rows % rowsPerTile != 0);
+}
 
-// Fills tiles first.. of the table: in memory up to the quota, then in swap files. When memory runs out, what is left of
-// the quota becomes views.
+// Fills tiles first.. of the table: in memory up to the quota, then in swap files. When memory runs out, what is left
+// of the quota becomes views.
 Status MakeTilesFrom(const Tiles& tiles, uint32_t first) noexcept {
   TileTable& table = tiles.Table();
   for (uint32_t tile = first; tile < table.tileCount; ++tile) {
@@ -240,8 +243,8 @@ Status CreateWithLayout(BitmapHandle& bitmap, uint32_t rowsPerTile, const Layout
   void* const memory = T_LocalAllocInit(1, Tiles::BlockBytes(count), here.line, here.file);
   if (!memory) return ERR_NO_MEMORY;
   const Tiles tiles(::new (memory) TileBlock{});
-  tiles.Node() = {nullptr, &tiles.Table(), 0, StorageKind::kTiles, bitmap.BytesPerLine, rows,
-                  static_cast<uint32_t>(bitmap.Width)};
+  tiles.Node() = {
+      nullptr, &tiles.Table(), 0, StorageKind::kTiles, bitmap.BytesPerLine, rows, static_cast<uint32_t>(bitmap.Width)};
   tiles.Table() = {count, layout.conventional, rowsPerTile, 0, layout.maxMapped};
   Status made = MakeTilesFrom(tiles, 0);
   if (made.Ok() && tiles.Table().conventionalTileCount < count && !tiles.View(tiles.Table().conventionalTileCount)) {
@@ -260,7 +263,8 @@ Status CreateWithLayout(BitmapHandle& bitmap, uint32_t rowsPerTile, const Layout
 // Walks the tiles that a transfer touches. move(view + offset, bytes so far, bytes here); returns false when a view
 // could not be had, the bytes walked either way.
 template <class Move>
-bool WalkTiles(const Tiles& tiles, uint32_t row, uint64_t offset, uint64_t bytes, uint64_t& walked, Move move) noexcept {
+bool WalkTiles(const Tiles& tiles, uint32_t row, uint64_t offset, uint64_t bytes, uint64_t& walked,
+               Move move) noexcept {
   const TileTable& table = tiles.Table();
   const uint64_t start = static_cast<uint64_t>(row) * tiles.Node().rowBytes + offset;
   const uint64_t fullBytes = tiles.FullTileBytes();
@@ -289,9 +293,9 @@ int64_t ReadTiles(BitmapHandle& bitmap, uint8_t* target, uint32_t row, uint64_t 
   const Tiles tiles = Tiles::Of(bitmap);
   if (!tiles) return ERR_NO_MEMORY;
   uint64_t walked = 0;
-  const bool whole = WalkTiles(tiles, row, offset, bytes, walked, [target](const uint8_t* at, uint64_t done, uint64_t here) {
-    std::memcpy(target + done, at, here);
-  });
+  const bool whole =
+      WalkTiles(tiles, row, offset, bytes, walked,
+                [target](const uint8_t* at, uint64_t done, uint64_t here) { std::memcpy(target + done, at, here); });
   return whole ? static_cast<int64_t>(bytes) : int64_t{ERR_NO_MEMORY};
 }
 
@@ -351,8 +355,8 @@ Status ResizeTiles(BitmapHandle& bitmap, int32_t height) noexcept {
   if (!memory) return ERR_NO_MEMORY;
   const Tiles made(::new (memory) TileBlock{});
   made.Node() = {nullptr, &made.Table(), 0, StorageKind::kTiles, old.Node().rowBytes, rows, old.Node().width};
-  made.Table() = {count, before.conventionalTileCount < count ? before.conventionalTileCount : count, before.rowsPerTile, 0,
-                  before.maxMappedTiles ? before.maxMappedTiles : 1};
+  made.Table() = {count, before.conventionalTileCount < count ? before.conventionalTileCount : count,
+                  before.rowsPerTile, 0, before.maxMappedTiles ? before.maxMappedTiles : 1};
   Status status = SUCCESS;
   Tile border{0, nullptr, kNoSwapFile, 0};  // the last tile that both have, when its length changes
   const bool resized = old.TileBytes(kept - 1) != made.TileBytes(kept - 1);
@@ -441,7 +445,7 @@ bool ReadTileFigures(const BitmapHandle& bitmap, TileFigures& figures) noexcept 
   const Tiles tiles = Tiles::Of(bitmap);
   if (!tiles) return false;
   const TileTable& table = tiles.Table();
-  figures = {tiles.FullTileBytes(), table.rowsPerTile, table.tileCount,
+  figures = {tiles.FullTileBytes(),       table.rowsPerTile,    table.tileCount,
              table.conventionalTileCount, table.maxMappedTiles, table.mappedTiles};
   return true;
 }
@@ -480,8 +484,8 @@ Status AdjustTiles(BitmapHandle& bitmap, uint32_t conventional, uint32_t maxMapp
   table.maxMappedTiles = maxMapped;
   while (table.mappedTiles > maxMapped) tiles.UnmapLast();
   // Views asked for are mapped if they can be; rows map theirs anyway.
-  for (uint32_t tile = conventional; tile < table.tileCount && table.mappedTiles < mapped && table.mappedTiles < maxMapped;
-       ++tile) {
+  for (uint32_t tile = conventional;
+       tile < table.tileCount && table.mappedTiles < mapped && table.mappedTiles < maxMapped; ++tile) {
     if (!tiles.View(tile)) break;
   }
   return SUCCESS;

@@ -24,10 +24,12 @@ struct TileFigures {
   uint32_t mapped;
 };
 
-/// Makes tiles of about tileSize bytes by the thread's layout settings; `available` bytes may be used for tiles in memory.
+/// Makes tiles of about tileSize bytes by the thread's layout settings; `available` bytes may be used for tiles in
+/// memory.
 Status CreateTileStorage(BitmapHandle& bitmap, uint64_t tileSize, uint64_t available) noexcept;
 /// What the thread's layout settings give for tiles of this size with the memory that is available now.
-void DefaultTileFigures(const BitmapHandle& bitmap, uint64_t tileSize, uint32_t& conventional, uint32_t& maxMapped) noexcept;
+void DefaultTileFigures(const BitmapHandle& bitmap, uint64_t tileSize, uint32_t& conventional,
+                        uint32_t& maxMapped) noexcept;
 /// Of a tiled bitmap; false when the table is not the record's.
 bool ReadTileFigures(const BitmapHandle& bitmap, TileFigures& figures) noexcept;
 /// Moves tiles between memory and swap files and changes the number of views. Pixels stay; a failure changes nothing.
