@@ -158,14 +158,16 @@ uint32_t CompressRuns_Avx2(void* runs, const uint8_t* source, uint32_t firstBit,
     if (last) {
       if (bytes > groupedBytes) {
         // The last group ends with the row: it overlaps the one before, or a short row gets bytes of zeros in front.
-        const uint8_t* tail = source + bytes - kGroupBytes;
+        const uint8_t* tail;
         uint8_t shortRow[kGroupBytes] = {};
         if (bytes < kGroupBytes) {
           __builtin_memcpy(shortRow + kGroupBytes - bytes, source, bytes);
           shortRow[kGroupBytes - bytes] &= static_cast<uint8_t>(0xFF >> firstBit);
           tail = shortRow;
+        } else {
+          tail = source + (bytes - kGroupBytes);
         }
-        __m256i transitions = Transitions(FirstPixelLowest(Load(tail)), before);
+        __m256i transitions = Transitions(_mm256_and_si256(FirstPixelLowest(Load(tail)), mask), before);
         transitions = _mm256_and_si256(transitions, Load(kLastBytes.bytes + (bytes - groupedBytes)));
         const __m256i unused = _mm256_set_epi64x(static_cast<int64_t>(8 * bytes - end), 0, 0, 0);
         transitions = _mm256_srlv_epi64(_mm256_sllv_epi64(transitions, unused), unused);

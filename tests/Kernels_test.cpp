@@ -1,0 +1,138 @@
+// Every level of every kernel against a slow reference: widths, alignments, guards.
+
+#include "Kernels/Kernels.h"
+
+#include <gtest/gtest.h>
+
+#include "RunReference.h"
+
+using namespace runref;
+using tarn::Isa;
+
+namespace {
+
+class Level : public testing::TestWithParam<Isa> {
+ protected:
+  void SetUp() override {
+    if (GetParam() > tarn::BestIsa()) GTEST_SKIP() << "not on this processor";
+  }
+  const tarn::KernelTable& kernels = tarn::KernelsFor(GetParam());
+
+  /// Compresses the picture as the first `pixels` pixels behind firstBit, between ones, and expands it again.
+  void CheckRoundTrip(const Pixels& pixels, uint32_t firstBit, size_t alignment) {
+    const std::vector<uint8_t> packed = Pack(pixels, firstBit, true);
+    const uint32_t count = static_cast<uint32_t>(pixels.size());
+    const Words expected = Compress(packed.data(), firstBit, count);
+    Exact source(packed.data(), count ? packed.size() : 0, alignment);
+    Guarded runs(2 * expected.size(), alignment / 2 + 1);
+    const uint32_t words = kernels.compressRuns(runs.data(), source.data(), firstBit, count);
+    ASSERT_EQ(words, expected.size());
+    ASSERT_TRUE(Same(runs.data(), expected.data(), 2 * words));
+    ASSERT_TRUE(runs.GuardsKept());
+
+    const std::vector<uint8_t> wanted = Pack(pixels);
+    Guarded target(wanted.size(), alignment);
+    kernels.expandRuns(target.data(), runs.data(), words, 0, count);
+    ASSERT_TRUE(Same(target.data(), wanted.data(), wanted.size()));
+    ASSERT_TRUE(target.GuardsKept());
+  }
+};
+
+TEST_P(Level, NarrowRowsFromEveryBit) {
+  Random random(1);
+  for (uint32_t width = 0; width <= 130; ++width) {
+    for (uint32_t firstBit = 0; firstBit < 8; ++firstBit) {
+      for (int kind = 0; kind < 6; ++kind) {
+        SCOPED_TRACE(testing::Message() << "width " << width << " bit " << firstBit << " picture " << kind);
+        CheckRoundTrip(Picture(kind, width, random), firstBit, width + 5 * firstBit);
+        if (HasFatalFailure()) return;
+      }
+    }
+  }
+}
+
+TEST_P(Level, EveryAlignment) {
+  Random random(2);
+  for (const uint32_t width : {1u, 63u, 64u, 65u, 255u, 256u, 257u, 300u, 511u, 512u, 777u}) {
+    for (size_t alignment = 0; alignment < 64; ++alignment) {
+      SCOPED_TRACE(testing::Message() << "width " << width << " alignment " << alignment);
+      CheckRoundTrip(Picture(static_cast<int>(alignment % 6), width, random), alignment % 8, alignment);
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
+// Ends of groups and blocks of the scan, with and without transitions next to them.
+TEST_P(Level, RowsAroundBlocks) {
+  Random random(3);
+  for (const uint32_t center : {248u, 256u, 2048u, 8192u, 16384u}) {
+    for (uint32_t width = center - 10; width <= center + 10; ++width) {
+      for (int kind = 0; kind < 8; ++kind) {
+        SCOPED_TRACE(testing::Message() << "width " << width << " picture " << kind);
+        CheckRoundTrip(Picture(kind, width, random), Below(random, 8), width);
+        Pixels edge(width, kind % 2);
+        edge[std::min(width - 1, center - 4 + kind)] = !(kind % 2);
+        CheckRoundTrip(edge, Below(random, 8), width);
+        if (HasFatalFailure()) return;
+      }
+    }
+  }
+}
+
+TEST_P(Level, LongRunsAreSplitByBytes) {
+  Random random(4);
+  for (const uint32_t width : {65527u, 65528u, 65535u, 65536u, 65544u, 131063u, 131064u, 131071u, 200000u}) {
+    for (const int kind : {0, 1, 3, 6, 7, 8}) {
+      SCOPED_TRACE(testing::Message() << "width " << width << " picture " << kind);
+      CheckRoundTrip(Picture(kind, width, random), Below(random, 8), width);
+      if (HasFatalFailure()) return;
+    }
+  }
+  // One run of ones that begins at every bit and ends before, at and behind the place where it is split.
+  for (uint32_t begin = 0; begin < 9; ++begin) {
+    for (const uint32_t length : {65527u, 65528u, 65529u, 65533u, 65535u, 65536u, 65537u, 65543u, 65544u}) {
+      for (const uint32_t behind : {0u, 1u}) {
+        SCOPED_TRACE(testing::Message() << "begin " << begin << " length " << length << " behind " << behind);
+        Pixels pixels(begin + length + behind, true);
+        std::fill_n(pixels.begin(), begin, false);
+        std::fill_n(pixels.rbegin(), behind, false);
+        CheckRoundTrip(pixels, length % 8, begin);
+        if (HasFatalFailure()) return;
+      }
+    }
+  }
+}
+
+TEST_P(Level, ExpandsAnyWordsFromAnyPixel) {
+  Random random(5);
+  for (int round = 0; round < 6000; ++round) {
+    const Words words = AnyWords(Below(random, 60), random);
+    uint64_t sum = 0;
+    for (const uint16_t word : words) sum += word;
+    const uint32_t near = static_cast<uint32_t>(std::min<uint64_t>(sum, 5000)) + 70;
+    const uint32_t first = Below(random, 2) ? 0 : Below(random, near);
+    const uint32_t count = Below(random, near);
+    SCOPED_TRACE(testing::Message() << Text(words) << " from " << first << " pixels " << count);
+    const std::vector<uint8_t> wanted = Pack(Expand(words, first, count));
+    Exact source(words.data(), 2 * words.size(), random() % 64);
+    Guarded target(wanted.size(), random() % 64);
+    kernels.expandRuns(target.data(), source.data(), static_cast<uint32_t>(words.size()), first, count);
+    ASSERT_TRUE(Same(target.data(), wanted.data(), wanted.size()));
+    ASSERT_TRUE(target.GuardsKept());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, Level, testing::Values(Isa::kPortable, Isa::kAvx2),
+                         [](const auto& info) { return info.param == Isa::kPortable ? "Portable" : "Avx2"; });
+
+TEST(Kernels, LevelIsNeverAboveTheProcessor) {
+  const Isa best = tarn::BestIsa();
+  EXPECT_LT(best, Isa::kCount);
+  EXPECT_EQ(tarn::ForceIsa(Isa::kPortable), Isa::kPortable);
+  EXPECT_EQ(&tarn::Kernels(), &tarn::KernelsFor(Isa::kPortable));
+  EXPECT_EQ(tarn::ForceIsa(Isa::kCount), best);
+  EXPECT_EQ(&tarn::Kernels(), &tarn::KernelsFor(best));
+  EXPECT_EQ(&tarn::KernelsFor(Isa::kCount), &tarn::KernelsFor(best));
+}
+
+}  // namespace
