@@ -62,7 +62,7 @@ T_API int32_t T_PutBitmapRowSegments(BitmapHandle* bitmap, const void* buffer, u
  */
 
 /** Compresses pixelCount pixels that begin at bit (startBit mod 8) of packedRow's first byte.
- *  @return pixelCount; ERR_INVALID_PARAMETER. */
+ *  @return pixelCount; ERR_INVALID_PARAMETER (a count above 2^31 - 1 too). */
 T_API int32_t T_CompressRow(void* record, const uint8_t* packedRow, uint32_t startBit, uint32_t pixelCount) T_NOTHROW;
 
 /** Compresses rowCount packed rows into consecutive records. @return SUCCESS; ERR_INVALID_PARAMETER. */
