@@ -145,6 +145,8 @@ bool FileCutHere(int64_t file, Here here) noexcept;                 // truncates
 bool FileReserve(int64_t file, uint64_t bytes, Here here) noexcept;
 bool FileClose(int64_t file, Here here) noexcept;  // a refusing gate still closes
 bool FileDelete(const wchar_t* name) noexcept;
+/// Whether the name leads to this open file, by whatever path or link. False when either cannot be looked at.
+bool FileIsNamed(int64_t file, const wchar_t* name) noexcept;
 
 /// A new private file for reading and writing that vanishes when it is closed or the process dies, by whatever way.
 /// Linux: never visible under a name, mode 0600.

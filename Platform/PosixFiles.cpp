@@ -166,6 +166,15 @@ bool FileDelete(const wchar_t* name) noexcept {
   return path && unlink(path.c_str()) == 0;
 }
 
+bool FileIsNamed(int64_t file, const wchar_t* name) noexcept {
+  const KeepErrno keep;
+  const Utf8Name path(name);
+  struct stat own {};
+  struct stat named {};
+  return path && fstat(DescriptorOf(file), &own) == 0 && stat(path.c_str(), &named) == 0 &&
+         own.st_dev == named.st_dev && own.st_ino == named.st_ino;
+}
+
 // ---- Reading, writing, positions -----------------------------------------------------------------------------------
 
 int64_t FileRead(int64_t file, void* buffer, uint32_t bytes, Here here) noexcept {

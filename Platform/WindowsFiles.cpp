@@ -81,6 +81,21 @@ bool FileDelete(const wchar_t* name) noexcept {
   return false;
 }
 
+bool FileIsNamed(int64_t file, const wchar_t* name) noexcept {
+  const KeepLastError keep;
+  // No access asked for: only the identity is read, which no sharing mode refuses.
+  const HANDLE other = name ? CreateFileW(name, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                          OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr)
+                            : INVALID_HANDLE_VALUE;
+  if (other == INVALID_HANDLE_VALUE) return false;
+  BY_HANDLE_FILE_INFORMATION own{};
+  BY_HANDLE_FILE_INFORMATION named{};
+  const bool known = GetFileInformationByHandle(HandleOf(file), &own) && GetFileInformationByHandle(other, &named);
+  CloseHandle(other);
+  return known && own.dwVolumeSerialNumber == named.dwVolumeSerialNumber &&
+         own.nFileIndexHigh == named.nFileIndexHigh && own.nFileIndexLow == named.nFileIndexLow;
+}
+
 // ---- Reading, writing, positions -----------------------------------------------------------------------------------
 
 int64_t FileRead(int64_t file, void* buffer, uint32_t bytes, Here here) noexcept {
