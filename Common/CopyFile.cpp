@@ -1,5 +1,6 @@
 // Copying a file, from the system's files to wherever the thread's file layer leads.
 
+#include "Common/Internal/Settings.h"
 #include "Platform/Platform.h"
 #include "tarn/files.h"
 #include "tarn/memory.h"
@@ -48,6 +49,11 @@ int32_t T_CopyFile(const wchar_t* source, const wchar_t* destination, int32_t fa
   }
   const T_FileHandle from = T_OsOpen(source, T_OPEN_READ, T_SHARE_READ, nullptr);
   if (from == -1) return 0;
+  // Creating the destination would empty the source.
+  if (tarn::ThreadSettings().redirect.open == T_OsOpen && tarn::platform::FileIsNamed(from, destination)) {
+    T_OsClose(from, nullptr);
+    return tarn::Fail(tarn::SystemError::kInvalid);
+  }
   const T_FileHandle to = T_RedirectedOpen(destination, T_OPEN_READ_WRITE | T_OPEN_CREATE | T_OPEN_TRUNCATE, 0);
   if (to == -1) {
     T_OsClose(from, nullptr);

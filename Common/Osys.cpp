@@ -52,8 +52,13 @@ T_FileHandle T_OsOpen(const wchar_t* name, int32_t flags, int32_t mode, void*) n
       access = platform::kWrite;
       break;
   }
+  const platform::Disposition disposition = DispositionOf(flags);
+  if (disposition == platform::Disposition::kTruncateExisting && !(access & platform::kWrite)) {
+    platform::SetSystemError(platform::SystemError::kInvalid);  // not every system refuses it by itself
+    return platform::kNoFile;
+  }
   const Here here = TARN_HERE;
-  return Tracked(platform::FileOpen(name, access, ShareOf(mode), DispositionOf(flags), attributes, here), here);
+  return Tracked(platform::FileOpen(name, access, ShareOf(mode), disposition, attributes, here), here);
 }
 
 T_FileHandle T_OsCreat(const wchar_t* name, int32_t attributes) noexcept {

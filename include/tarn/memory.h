@@ -93,6 +93,7 @@ T_API int32_t T_TlsSetValue(uint32_t slot, uint64_t value) T_NOTHROW;
 /* ---- File copy ------------------------------------------------------------------------------------------------- */
 
 /** Copies a file; the destination is created and truncated, and written through the redirected file layer.
+ *  A file is not copied onto itself.
  *  @return not 0 on success. 0 on failure with the system's last error set: 80 (Windows) or EEXIST when failIfExists
  *          is set and the destination is there (it is left alone), 30 or EIO for a failed read, 29 or EIO for a short
  *          write (the partial destination stays). */
