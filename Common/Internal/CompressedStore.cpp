@@ -127,7 +127,8 @@ bool Store(Table& table, uint32_t row, const uint16_t* words, uint32_t count) no
     std::memmove(segment.heap + entry.position, words, count * sizeof(uint16_t));
     entry.words = count;
   } else {
-    if (words != segment.heap + segment.end) {
+    const bool inPlace = segment.heap && words == segment.heap + segment.end;
+    if (!inPlace) {
       if (!MakeRoom(segment, count)) return false;
       std::memcpy(segment.heap + segment.end, words, count * sizeof(uint16_t));
     }
