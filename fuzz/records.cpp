@@ -25,7 +25,7 @@ void Damage(Input& input, BitmapHandle& bitmap) {
   const uint32_t field = kFields[input.Byte() % (sizeof kFields / sizeof kFields[0])];
   uint32_t value = 0;
   std::memcpy(&value, bytes + field, 4);
-  const uint32_t flags = value;
+  const uint32_t before = value;
   switch (input.Byte() % 4) {
     case 0:
       value = kValues[input.Byte() % 10];
@@ -40,9 +40,10 @@ void Damage(Input& input, BitmapHandle& bitmap) {
       value = input.Long();
       break;
   }
-  if (field == 48) value = (value & ~kTrusted) | (flags & kTrusted);
-  if (field == 52 && bitmap.Palette && value > 256) value = 256;  // the palette is as long as Colors says
-  if (field == 148) value = 0;                                    // and so is the lookup table
+  if (field == 48) value = (value & ~kTrusted) | (before & kTrusted);
+  // The palette is as long as Colors said, and the lookup table as LUTLength: whoever sets the one sets the other.
+  if (field == 52 && value > before) value = before;
+  if (field == 148) value = 0;
   std::memcpy(bytes + field, &value, 4);
 }
 

@@ -40,5 +40,5 @@ void Replay(const char* name, Target target, uint32_t rounds) {
 
 TEST(FuzzReplay, Runs) { Replay("runs", FuzzRuns, 300); }
 TEST(FuzzReplay, Storage) { Replay("storage", FuzzStorage, 120); }
-TEST(FuzzReplay, Records) { Replay("records", FuzzRecords, 400); }
+TEST(FuzzReplay, Records) { Replay("records", FuzzRecords, 150); }
 TEST(FuzzReplay, Redirect) { Replay("redirect", FuzzRedirect, 300); }
