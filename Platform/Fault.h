@@ -14,7 +14,8 @@ enum class Point : uint8_t { kMemory, kBlock, kSection, kView, kOpen, kRead, kWr
 
 constexpr uint32_t Mask(Point point) noexcept { return 1u << static_cast<uint32_t>(point); }
 constexpr uint32_t kAllPoints = (1u << static_cast<uint32_t>(Point::kCount)) - 1;
-constexpr uint32_t kMemoryPoints = Mask(Point::kMemory) | Mask(Point::kBlock) | Mask(Point::kSection) | Mask(Point::kView);
+constexpr uint32_t kMemoryPoints =
+    Mask(Point::kMemory) | Mask(Point::kBlock) | Mask(Point::kSection) | Mask(Point::kView);
 constexpr uint32_t kFilePoints = kAllPoints & ~kMemoryPoints;
 
 enum class Answer : uint8_t {

@@ -98,8 +98,8 @@ size_t HeapBlockSize(const void* block) noexcept;
 // ---- Movable blocks ------------------------------------------------------------------------------------------------
 // GlobalAlloc and companions. flags: 2 movable, 64 zero-filled; a fixed block's handle is its address.
 
-uint64_t MovableAlloc(uint32_t flags, uint64_t bytes, Here here) noexcept;                      // 0 on failure
-uint64_t MovableRealloc(uint64_t handle, uint64_t bytes, uint32_t flags, Here here) noexcept;   // 0: old block stays
+uint64_t MovableAlloc(uint32_t flags, uint64_t bytes, Here here) noexcept;                     // 0 on failure
+uint64_t MovableRealloc(uint64_t handle, uint64_t bytes, uint32_t flags, Here here) noexcept;  // 0: old block stays
 void MovableFree(uint64_t handle) noexcept;
 void* MovableLock(uint64_t handle) noexcept;  // null: unknown handle or empty block
 void MovableUnlock(uint64_t handle) noexcept;
@@ -128,15 +128,15 @@ void ViewUnmap(uint8_t* view, uint64_t bytes) noexcept;
 // ---- Files ---------------------------------------------------------------------------------------------------------
 
 constexpr int64_t kNoFile = -1;
-enum : uint32_t { kRead = 1, kWrite = 2 };              // access
-enum : uint32_t { kShareRead = 1, kShareWrite = 2 };    // sharing; Linux does not enforce it
+enum : uint32_t { kRead = 1, kWrite = 2 };            // access
+enum : uint32_t { kShareRead = 1, kShareWrite = 2 };  // sharing; Linux does not enforce it
 enum class Disposition { kOpenExisting, kTruncateExisting, kCreateAlways, kOpenOrCreate };
 enum : uint32_t { kReadOnly = 1, kHidden = 2, kSystem = 4, kDeleteOnClose = 8, kNormal = 16 };  // attributes
 
 int64_t FileOpen(const wchar_t* name, uint32_t access, uint32_t share, Disposition disposition, uint32_t attributes,
                  Here here) noexcept;
 int64_t FileRead(int64_t file, void* buffer, uint32_t bytes, Here here) noexcept;         // bytes, 0 at the end, or -1
-int64_t FileWrite(int64_t file, const void* buffer, uint32_t bytes, Here here) noexcept;  // bytes (short when full) or -1
+int64_t FileWrite(int64_t file, const void* buffer, uint32_t bytes, Here here) noexcept;  // bytes, fewer if full; or -1
 int64_t FileSeek(int64_t file, int64_t offset, int32_t origin, Here here) noexcept;       // new position, or -1
 bool FileSetSize(int64_t file, int64_t bytes, Here here) noexcept;  // keeps the position where the system allows
 bool FileCutHere(int64_t file, Here here) noexcept;                 // truncates at the position
@@ -169,13 +169,13 @@ bool OwnDirectory(wchar_t* path, uint32_t room) noexcept;
 // ---- What is held, for tests and reports ---------------------------------------------------------------------------
 
 struct Counters {
-  int64_t blockBytes;     // of BlockCreate
+  int64_t blockBytes;  // of BlockCreate
   int64_t blocks;
-  int64_t viewBytes;      // of ViewMap
+  int64_t viewBytes;  // of ViewMap
   int64_t views;
-  int64_t sections;       // of SectionCreate and SectionOnFile
+  int64_t sections;  // of SectionCreate and SectionOnFile
   int64_t movableBlocks;
-  int64_t files;          // open through this layer
+  int64_t files;  // open through this layer
 };
 Counters Held() noexcept;
 

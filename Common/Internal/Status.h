@@ -15,10 +15,9 @@ class [[nodiscard]] Status {
 };
 
 /// Returns from the calling function with the status of an expression unless it is SUCCESS.
-#define TARN_TRY(expression)                                                 \
-  do {                                                                       \
-    if (const ::tarn::Status tarnStatus_ = (expression); !tarnStatus_.Ok()) \
-      return tarnStatus_.code;                                               \
+#define TARN_TRY(expression)                                                                         \
+  do {                                                                                               \
+    if (const ::tarn::Status tarnStatus_ = (expression); !tarnStatus_.Ok()) return tarnStatus_.code; \
   } while (false)
 
 /// A step to reverse at the end of the scope unless Dismiss is called.

@@ -57,7 +57,8 @@ T_API int32_t T_CreateBitmap(BitmapHandle* handle, uint32_t structSize, uint32_t
                              uint32_t viewPerspective, void* data, uint64_t dataSize) T_NOTHROW;
 
 /** Frees region, palette, overlays, storage and gray parameters; geometry stays. Caller memory is not freed. A null
- *  handle or a wrong StructSize is ignored. The InMemory bit of a compressed, tiled or super-compressed bitmap stays. */
+ *  handle or a wrong StructSize is ignored. The InMemory bit of a compressed, tiled or super-compressed bitmap stays.
+ */
 T_API void T_FreeBitmap(BitmapHandle* handle) T_NOTHROW;
 
 /** Makes Data valid: locks a movable block. Does nothing for every other storage. Does not nest. */

@@ -10,17 +10,17 @@ T_EXTERN_C_BEGIN
 
 /** Bits of a duplication mode: what the duplicate gets as its own. Clear bits share the source's pointer. */
 enum {
-  DUP_STORAGE = 1,  /**< storage of the source's kind, its lookup table and gray parameters */
+  DUP_STORAGE = 1, /**< storage of the source's kind, its lookup table and gray parameters */
   DUP_PALETTE = 2,
-  DUP_REGION = 4,   /**< through the region hooks; without hooks the duplicate has no region */
+  DUP_REGION = 4, /**< through the region hooks; without hooks the duplicate has no region */
   DUP_OVERLAYS = 8
 };
 
 /** Prepares a record like `source` with new dimensions. Pixels are not copied.
  *  @return SUCCESS; ERR_NO_BITMAP (null, or source unallocated); ERR_BAD_STRUCT_SIZE; what T_InitBitmap or
  *          T_AllocateBitmap gives; ERR_NO_MEMORY; a hook's status. A failure leaves nothing made. */
-T_API int32_t T_DupBitmapNewDim(BitmapHandle* duplicate, const BitmapHandle* source, uint32_t structSize,
-                                int32_t width, int32_t height, int32_t bitsPerPixel, uint32_t mode) T_NOTHROW;
+T_API int32_t T_DupBitmapNewDim(BitmapHandle* duplicate, const BitmapHandle* source, uint32_t structSize, int32_t width,
+                                int32_t height, int32_t bitsPerPixel, uint32_t mode) T_NOTHROW;
 
 /** Frees what a duplicate of this mode owns; what it shares stays the source's.
  *  @return SUCCESS; ERR_INVALID_PARAMETER (null); ERR_BAD_STRUCT_SIZE. */

@@ -10,14 +10,14 @@
 T_EXTERN_C_BEGIN
 
 typedef struct T_HugeMemory {
-  uint32_t Mapped;        /**< 0 plain memory, 1 a section reached through a view */
-  void* Address;          /**< the block, or the current view; null when none */
-  uint64_t Section;       /**< the section of a mapped block */
-  uint32_t Size;          /**< bytes */
-  uint32_t ViewStart;     /**< offset of the view, a multiple of Granularity */
-  uint32_t ViewLength;    /**< bytes of the view */
-  uint32_t Granularity;   /**< allocation granularity of the system, at least 1 */
-  T_FileHandle SwapFile;  /**< temporary file behind the section, -1 when none */
+  uint32_t Mapped;       /**< 0 plain memory, 1 a section reached through a view */
+  void* Address;         /**< the block, or the current view; null when none */
+  uint64_t Section;      /**< the section of a mapped block */
+  uint32_t Size;         /**< bytes */
+  uint32_t ViewStart;    /**< offset of the view, a multiple of Granularity */
+  uint32_t ViewLength;   /**< bytes of the view */
+  uint32_t Granularity;  /**< allocation granularity of the system, at least 1 */
+  T_FileHandle SwapFile; /**< temporary file behind the section, -1 when none */
 } T_HugeMemory;
 
 /** @param size bytes; 0 gives a plain, empty block

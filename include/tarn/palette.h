@@ -30,8 +30,8 @@ T_API T_PaletteEntry* T_CreateGrayPalette(uint32_t bits) T_NOTHROW;
  *  @return SUCCESS; ERR_INVALID_PARAMETER (null); ERR_BAD_BITS_PER_PIXEL (not 1..8); ERR_NO_MEMORY. */
 T_API int32_t T_CreateBitmapGrayPalette(BitmapHandle* bitmap) T_NOTHROW;
 
-/** Gives a bitmap the fixed table that has `Colors` entries; the old palette is not freed. Deliberate: with four colours
- *  the entries are black, white, black and black (reserved byte 128), as files of old callers expect.
+/** Gives a bitmap the fixed table that has `Colors` entries; the old palette is not freed. Deliberate: with four
+ * colours the entries are black, white, black and black (reserved byte 128), as files of old callers expect.
  *  @return SUCCESS; ERR_INVALID_PARAMETER (null); 0 when Colors is not 2, 4, ... 256; ERR_NO_MEMORY. */
 T_API int32_t T_CreateBitmapFixedPalette(BitmapHandle* bitmap) T_NOTHROW;
 
