@@ -106,12 +106,12 @@ uint8_t* WriteRuns(uint8_t* target, uint64_t& runStart, uint64_t blockStart, uin
   runStart = blockStart + positions[count];
   const auto write16 = [=](uint32_t i) noexcept {
     const __m256i runs = _mm256_sub_epi16(Load(positions + i + 1), Load(positions + i));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(target + 2 * i), runs);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(target + 2 * size_t{i}), runs);
   };
   const auto write8 = [=](uint32_t i) noexcept {
     const __m128i ends = _mm_loadu_si128(reinterpret_cast<const __m128i*>(positions + i + 1));
     const __m128i starts = _mm_loadu_si128(reinterpret_cast<const __m128i*>(positions + i));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(target + 2 * i), _mm_sub_epi16(ends, starts));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(target + 2 * size_t{i}), _mm_sub_epi16(ends, starts));
   };
   if (count >= 16) {
     for (uint32_t i = 0; i + 16 < count; i += 16) write16(i);
@@ -122,7 +122,7 @@ uint8_t* WriteRuns(uint8_t* target, uint64_t& runStart, uint64_t blockStart, uin
   } else {
     for (uint32_t i = 0; i < count; ++i) {
       const uint16_t run = static_cast<uint16_t>(positions[i + 1] - positions[i]);
-      __builtin_memcpy(target + 2 * i, &run, sizeof run);
+      __builtin_memcpy(target + 2 * size_t{i}, &run, sizeof run);
     }
   }
   return target + 2 * uint64_t{count};

@@ -86,10 +86,11 @@ uint8_t* WriteRuns(uint8_t* target, uint64_t& runStart, uint64_t blockStart, uin
   // Modulo 65536 the first difference is right too, wherever the run began.
   positions[0] = static_cast<uint16_t>(runStart - blockStart);
   uint32_t i = 0;
-  for (; i + 4 <= count; i += 4) Store64(target + 2 * i, Subtract4(Load64(positions + i + 1), Load64(positions + i)));
+  for (; i + 4 <= count; i += 4)
+    Store64(target + 2 * size_t{i}, Subtract4(Load64(positions + i + 1), Load64(positions + i)));
   for (; i < count; ++i) {
     const uint16_t run = static_cast<uint16_t>(positions[i + 1] - positions[i]);
-    std::memcpy(target + 2 * i, &run, sizeof run);
+    std::memcpy(target + 2 * size_t{i}, &run, sizeof run);
   }
   runStart = blockStart + positions[count];
   return target + 2 * uint64_t{count};
@@ -229,7 +230,7 @@ void ExpandRuns_Portable(uint8_t* target, const void* runs, uint32_t words, uint
   // The word in which the last run ended, as far as it is known. Words that no run of ones reaches are zero already.
   uint64_t at = position / 64;
   uint64_t word = ones ? ~(kOnes >> (position & 63)) : 0;
-  const uint64_t wholeWords = pixels / 64 * 64;
+  const uint64_t wholeWords = uint64_t{pixels} / 64 * 64;
   while (end - next >= 4) {
     const uint64_t start = position + LoadRun(next);
     const uint64_t stop = start + LoadRun(next + 2);

@@ -248,8 +248,8 @@ size_t HeapBlockSize(const void* block) noexcept { return malloc_usable_size(con
 
 namespace {
 
-constexpr uint64_t kHeapBelow = 64 * 1024;
-constexpr uint64_t kHugePage = 2 * 1024 * 1024;
+constexpr uint64_t kHeapBelow = uint64_t{64} << 10;
+constexpr uint64_t kHugePage = uint64_t{2} << 20;
 constexpr uint64_t kHugePagesFrom = 2 * kHugePage;
 constexpr uint64_t kLargest = uint64_t{1} << 62;
 

@@ -40,7 +40,7 @@ struct TileBlock {
   StorageNode node;
   platform::CriticalSection views;
 };
-static_assert(sizeof(TileBlock) % alignof(TileBlock) == 0);
+static_assert(sizeof(TileBlock) % alignof(TileTable) == 0);
 
 class Tiles {
  public:
