@@ -121,7 +121,7 @@ int64_t FileOpen(const wchar_t* name, uint32_t access, uint32_t, Disposition dis
   if (FileRefused(Point::kOpen, here, answer)) return kNoFile;
   const Utf8Name path(name);
   if (!path) return kNoFile;
-  // Emptying a file asks for the right to write, as elsewhere; the system here would empty it for a reader too.
+  // Emptying a file asks for the right to write; this system would empty it for a reader too.
   if (disposition == Disposition::kTruncateExisting && !(access & kWrite)) {
     errno = EINVAL;
     return kNoFile;

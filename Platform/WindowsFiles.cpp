@@ -55,7 +55,8 @@ int64_t FileOpen(const wchar_t* name, uint32_t access, uint32_t share, Dispositi
                  Here here) noexcept {
   Answer answer;
   if (FileRefused(Point::kOpen, here, answer)) return kNoFile;
-  if (!name) {
+  // Emptying a file asks for the right to write; not every version of the system insists.
+  if (!name || (disposition == Disposition::kTruncateExisting && !(access & kWrite))) {
     SetSystemError(SystemError::kInvalid);
     return kNoFile;
   }
@@ -66,12 +67,13 @@ int64_t FileOpen(const wchar_t* name, uint32_t access, uint32_t share, Dispositi
 bool FileClose(int64_t file, Here here) noexcept {
   Answer answer;
   const bool refused = FileRefused(Point::kClose, here, answer);
+  const DWORD refusal = GetLastError();
   if (file == kNoFile || !CloseHandle(HandleOf(file))) {
     SetLastError(ERROR_INVALID_HANDLE);
     return false;
   }
   Add(counts.files, -1);
-  if (refused) SetSystemError(SystemError::kWriteFault);
+  if (refused) SetLastError(refusal);
   return !refused;
 }
 
