@@ -11,11 +11,12 @@
 namespace tarn {
 namespace {
 
-// What every get and put tests first.
-Status RequireRow(const BitmapHandle* bitmap, const void* buffer, uint32_t row) noexcept {
+// What every get and put tests first, and the storage's table.
+Status RequireRow(const BitmapHandle* bitmap, const void* buffer, uint32_t row, const StorageOps*& ops) noexcept {
   if (!bitmap || !buffer) return ERR_INVALID_PARAMETER;
   TARN_TRY(RequireSize(bitmap, ERR_INVALID_PARAMETER));
-  if (!OpsOf(*bitmap)) return ERR_NO_MEMORY;
+  ops = OpsOf(*bitmap);
+  if (!ops) return ERR_NO_MEMORY;
   const int32_t height = bitmap->Height;
   return height > 0 && row < static_cast<uint32_t>(height) ? SUCCESS : ERR_INVALID_PARAMETER;
 }
@@ -25,12 +26,6 @@ Status StartOf(const BitmapHandle& bitmap, uint32_t column, uint64_t& offset) no
   offset = ColumnOffset(bitmap.BitsPerPixel, column);
   const bool beyond = bitmap.Width <= 0 || column >= static_cast<uint32_t>(bitmap.Width);
   return (bitmap.Flags & T_FLAG_COMPRESSED) && beyond ? ERR_INVALID_PARAMETER : SUCCESS;
-}
-
-int64_t Write(BitmapHandle& bitmap, const void* buffer, uint32_t row, uint64_t offset, uint64_t bytes,
-              int64_t failedTile) noexcept {
-  if (bytes == 0) return 0;
-  return OpsOf(bitmap)->write(bitmap, static_cast<const uint8_t*>(buffer), row, offset, bytes, failedTile);
 }
 
 // ---- Segments ----
@@ -155,36 +150,43 @@ Status PutSegmentsCompressed(BitmapHandle& bitmap, const uint8_t* buffer, uint32
 using namespace tarn;
 
 int64_t T_GetBitmapRow(BitmapHandle* bitmap, void* buffer, uint32_t row, uint64_t bytes) noexcept {
-  TARN_TRY(RequireRow(bitmap, buffer, row));
-  return OpsOf(*bitmap)->read(*bitmap, static_cast<uint8_t*>(buffer), row, 0, bytes);
+  const StorageOps* ops = nullptr;
+  TARN_TRY(RequireRow(bitmap, buffer, row, ops));
+  return ops->read(*bitmap, static_cast<uint8_t*>(buffer), row, 0, bytes);
 }
 
 int64_t T_PutBitmapRow(BitmapHandle* bitmap, const void* buffer, uint32_t row, uint64_t bytes) noexcept {
-  TARN_TRY(RequireRow(bitmap, buffer, row));
-  return Write(*bitmap, buffer, row, 0, bytes, 0);
+  const StorageOps* ops = nullptr;
+  TARN_TRY(RequireRow(bitmap, buffer, row, ops));
+  if (bytes == 0) return 0;
+  return ops->write(*bitmap, static_cast<const uint8_t*>(buffer), row, 0, bytes, 0);
 }
 
 int64_t T_GetBitmapRowCol(BitmapHandle* bitmap, void* buffer, uint32_t row, uint32_t column, uint64_t bytes) noexcept {
-  TARN_TRY(RequireRow(bitmap, buffer, row));
+  const StorageOps* ops = nullptr;
+  TARN_TRY(RequireRow(bitmap, buffer, row, ops));
   uint64_t offset = 0;
   TARN_TRY(StartOf(*bitmap, column, offset));
-  return OpsOf(*bitmap)->read(*bitmap, static_cast<uint8_t*>(buffer), row, offset, bytes);
+  return ops->read(*bitmap, static_cast<uint8_t*>(buffer), row, offset, bytes);
 }
 
 int64_t T_PutBitmapRowCol(BitmapHandle* bitmap, const void* buffer, uint32_t row, uint32_t column,
                           uint64_t bytes) noexcept {
-  TARN_TRY(RequireRow(bitmap, buffer, row));
+  const StorageOps* ops = nullptr;
+  TARN_TRY(RequireRow(bitmap, buffer, row, ops));
   uint64_t offset = 0;
   TARN_TRY(StartOf(*bitmap, column, offset));
+  if (bytes == 0) return 0;
   // Deliberate: a tile that could not be written is told apart from the whole-row put.
-  return Write(*bitmap, buffer, row, offset, bytes, ERR_NO_MEMORY);
+  return ops->write(*bitmap, static_cast<const uint8_t*>(buffer), row, offset, bytes, ERR_NO_MEMORY);
 }
 
 int32_t T_PutBitmapRowSegments(BitmapHandle* bitmap, const void* buffer, uint32_t row, uint32_t columnOffset,
                                const uint32_t* segments, uint32_t segmentLength, int32_t preserveAlpha) noexcept {
   if (!segments) return ERR_INVALID_PARAMETER;
-  TARN_TRY(RequireRow(bitmap, buffer, row));
-  if (OpsOf(*bitmap) == &kBlockOps && !bitmap->Data) return ERR_NO_BITMAP;
+  const StorageOps* ops = nullptr;
+  TARN_TRY(RequireRow(bitmap, buffer, row, ops));
+  if (ops == &kBlockOps && !bitmap->Data) return ERR_NO_BITMAP;
   if (!GeometryHolds(*bitmap)) return ERR_INVALID_PARAMETER;
   const auto* const line = static_cast<const uint8_t*>(buffer);
   if (bitmap->Flags & T_FLAG_COMPRESSED)

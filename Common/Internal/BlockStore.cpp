@@ -4,6 +4,7 @@
 
 #include "Common/Internal/Geometry.h"
 #include "Common/Internal/Ledger.h"
+#include "Common/Internal/RowPlace.h"
 #include "Common/Internal/Storage.h"
 #include "Platform/Platform.h"
 #include "tarn/bitmap.h"

@@ -2,23 +2,15 @@
 
 #include <cstring>
 
-#include "Common/Internal/Geometry.h"
-#include "Common/Internal/Library.h"
+#include "Common/Internal/RowPlace.h"
 #include "tarn/bitmap.h"
 #include "tarn/memory.h"
 
 namespace tarn {
 
+constinit StorageNode* storageBuckets[kStorageBuckets] = {};
+
 namespace {
-
-// Chains of the nodes that the storages themselves hold: 20,000 live bitmaps make chains of about five.
-constexpr uint32_t kBucketBits = 12;
-StorageNode* buckets[1u << kBucketBits];
-
-uint32_t BucketOf(const void* data) noexcept {
-  const uint64_t key = reinterpret_cast<uintptr_t>(data) >> 3;
-  return static_cast<uint32_t>((key * UINT64_C(0x9E3779B97F4A7C15)) >> (64 - kBucketBits));
-}
 
 // Parameter block that new bitmaps start from.
 uint8_t defaultGrayParams[kGrayParamsBytes];
@@ -27,14 +19,14 @@ uint8_t defaultGrayParams[kGrayParamsBytes];
 
 void RegisterStorage(StorageNode& node) noexcept {
   const platform::Guard guard(rowSection);
-  StorageNode*& head = buckets[BucketOf(node.data)];
+  StorageNode*& head = storageBuckets[StorageBucketOf(node.data)];
   node.next = head;
   head = &node;
 }
 
 void UnregisterStorage(StorageNode& node) noexcept {
   const platform::Guard guard(rowSection);
-  for (StorageNode** link = &buckets[BucketOf(node.data)]; *link; link = &(*link)->next) {
+  for (StorageNode** link = &storageBuckets[StorageBucketOf(node.data)]; *link; link = &(*link)->next) {
     if (*link == &node) {
       *link = node.next;
       return;
@@ -42,50 +34,9 @@ void UnregisterStorage(StorageNode& node) noexcept {
   }
 }
 
-StorageNode* FindStorageLocked(const void* data) noexcept {
-  StorageNode* node = buckets[BucketOf(data)];
-  while (node && node->data != data) node = node->next;
-  return node;
-}
-
 StorageNode* FindStorage(const void* data) noexcept {
   const platform::Guard guard(rowSection);
   return FindStorageLocked(data);
-}
-
-RowPlace PlaceOf(BitmapHandle& bitmap, uint32_t row) noexcept {
-  const platform::Guard guard(rowSection);
-  uint64_t limit = SpanBytes(bitmap);
-  if (bitmap.Flags & T_FLAG_IN_MEMORY) {
-    if (const StorageNode* node = FindStorageLocked(bitmap.Data)) {
-      if (node->kind != StorageKind::kBlock) return {ERR_NO_MEMORY, 0, 0};
-      if (node->bytes < limit) limit = node->bytes;
-    }
-  }
-  const uint32_t rowBytes = bitmap.BytesPerLine;
-  const uint32_t cached = bitmap.CachedRow;
-  uint64_t offset = bitmap.CachedRowOffset;
-  if (row == cached + 1) {
-    offset += rowBytes;
-  } else if (row + 1 == cached) {
-    offset -= rowBytes;
-  } else if (row != cached) {
-    offset = static_cast<uint64_t>(row) * rowBytes;
-  }
-  if (offset > limit) offset = static_cast<uint64_t>(row) * rowBytes;  // a cache that somebody else wrote to
-  bitmap.CachedRowOffset = offset;
-  bitmap.CachedRow = row;
-  return {SUCCESS, offset, limit};
-}
-
-const StorageOps* OpsOf(const BitmapHandle& bitmap) noexcept {
-  const uint32_t flags = bitmap.Flags;
-  if (flags & T_FLAG_COMPRESSED) return &kCompressedOps;
-  if (flags & T_FLAG_TILED) return &kTileOps;
-  if (flags & T_FLAG_SUPER_COMPRESSED) return nullptr;  // no bitmap gets this far without its codec library
-  if (flags & T_FLAG_IN_MEMORY) return &kBlockOps;
-  if (flags & T_FLAG_ON_DISK) return &kDiskOps;
-  return nullptr;
 }
 
 void ReleaseStorage(BitmapHandle& bitmap) noexcept {

@@ -32,22 +32,6 @@ void UnregisterStorage(StorageNode& node) noexcept;
 /// The node registered for an address, null when there is none. The caller holds a record of that storage, so the node
 /// stays valid as long as the storage does.
 StorageNode* FindStorage(const void* data) noexcept;
-/// The same without entering rowSection, for callers that hold it.
-StorageNode* FindStorageLocked(const void* data) noexcept;
-
-/// Where a row of contiguous storage (block or file) begins and how far the storage reaches.
-struct RowPlace {
-  Status status;
-  uint64_t offset;
-  uint64_t limit;
-  /// Bytes of a transfer from `start` on that lie inside.
-  [[nodiscard]] uint64_t Clip(uint64_t start, uint64_t bytes) const noexcept {
-    if (start >= limit) return 0;
-    return bytes < limit - start ? bytes : limit - start;
-  }
-};
-/// Uses and updates the record's offset cache, so that walking line by line, up or down, never multiplies.
-RowPlace PlaceOf(BitmapHandle& bitmap, uint32_t row) noexcept;
 
 /// Operations of one storage kind. Offsets and counts are in bytes; `offset` counts from the start of `row` and may
 /// reach into later rows. Transfers never leave the storage.
@@ -65,10 +49,6 @@ struct StorageOps {
   void (*release)(BitmapHandle& bitmap) noexcept;
 };
 
-/// The table for the record's flags, tested in the order compressed, tiles, super-compressed, memory, disk; null
-/// without any. Not to be kept across a put into compressed rows, which may change the kind.
-const StorageOps* OpsOf(const BitmapHandle& bitmap) noexcept;
-
 // ---- Making storage: the record's geometry is set, its storage flags are clear ----
 
 Status CreateBlockStorage(BitmapHandle& bitmap) noexcept;
@@ -80,6 +60,18 @@ extern const StorageOps kBlockOps;
 extern const StorageOps kDiskOps;
 extern const StorageOps kTileOps;
 extern const StorageOps kCompressedOps;
+
+/// The table for the record's flags, tested in the order compressed, tiles, super-compressed, memory, disk; null
+/// without any. Not to be kept across a put into compressed rows, which may change the kind.
+inline const StorageOps* OpsOf(const BitmapHandle& bitmap) noexcept {
+  const uint32_t flags = bitmap.Flags;
+  if (flags & T_FLAG_COMPRESSED) return &kCompressedOps;
+  if (flags & T_FLAG_TILED) return &kTileOps;
+  if (flags & T_FLAG_SUPER_COMPRESSED) return nullptr;  // no bitmap gets this far without its codec library
+  if (flags & T_FLAG_IN_MEMORY) return &kBlockOps;
+  if (flags & T_FLAG_ON_DISK) return &kDiskOps;
+  return nullptr;
+}
 
 /// Gives a bitmap its GrayParams block, filled from the process-wide defaults.
 Status CreateGrayParams(BitmapHandle& bitmap) noexcept;
