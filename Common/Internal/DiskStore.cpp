@@ -2,8 +2,8 @@
 
 #include "Common/Internal/Geometry.h"
 #include "Common/Internal/Ledger.h"
-#include "Common/Internal/Settings.h"
 #include "Common/Internal/RowPlace.h"
+#include "Common/Internal/Settings.h"
 #include "Common/Internal/Storage.h"
 #include "Platform/Platform.h"
 #include "tarn/files.h"

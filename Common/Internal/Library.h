@@ -9,7 +9,7 @@ namespace tarn {
 /// Guards the table of thread-local slots and the list of settings records.
 extern platform::CriticalSection slotSection;
 /// Guards the row-offset caches of bitmaps and the registry of storage.
-extern platform::CriticalSection rowSection;
+extern platform::BriefSection rowSection;
 
 /// Provided by Common/TlsSlots.cpp: every slot is free again.
 void ResetSlots() noexcept;

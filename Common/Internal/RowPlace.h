@@ -9,8 +9,8 @@
 
 namespace tarn {
 
-// Chains of the nodes that the storages themselves hold, guarded by rowSection: 20,000 live bitmaps make chains of about
-// five.
+// Chains of the nodes that the storages themselves hold, guarded by rowSection: 20,000 live bitmaps make chains of
+// about five.
 constexpr uint32_t kStorageBucketBits = 12;
 constexpr uint32_t kStorageBuckets = 1u << kStorageBucketBits;
 extern StorageNode* storageBuckets[kStorageBuckets];
