@@ -21,7 +21,7 @@ else()
     CONTENT "TARN_15 {\n  global:\n    ${names};\n  local: *;\n};\n" @ONLY)
   set_target_properties(tarn PROPERTIES SOVERSION 15 VERSION 15.0.0 LINK_DEPENDS ${PROJECT_BINARY_DIR}/tarn.map)
   target_link_options(tarn PRIVATE -Wl,--version-script=${PROJECT_BINARY_DIR}/tarn.map
-    -Wl,-z,relro,-z,now)
+    -Wl,-z,relro,-z,now -Wl,-Bsymbolic-functions)
   if(NOT TARN_SANITIZE)  # their run-time library comes with the program and needs the shared C++ library
     target_link_options(tarn PRIVATE -Wl,-z,defs -static-libgcc -static-libstdc++)
   endif()
