@@ -1,6 +1,9 @@
 // Tracked memory, the memory functions, thread-local slots, the file copy, start and stop.
 
 #include <gtest/gtest.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include <algorithm>
 #include <atomic>
@@ -501,6 +504,19 @@ TEST(Hooks, SettersExchangeAndReadersSeeTheLast) {
 
 // ---- Start and stop ------------------------------------------------------------------------------------------------
 
+namespace {
+
+/// Bytes of the whole process's heap, where the system tells.
+size_t HeapInUse() {
+#ifdef __GLIBC__
+  return mallinfo2().uordblks;
+#else
+  return 0;
+#endif
+}
+
+}  // namespace
+
 // The program itself was attached once, at its start.
 TEST(Library, StopsAndStartsWithoutLeavingAnything) {
   const Recording recording;
@@ -585,4 +601,40 @@ TEST(Library, StoppingFreesTheRecordsOfRunningThreads) {
   phase = 2;
   running.join();
   EXPECT_EQ(ledger::Now().objects, 1u);
+}
+
+// The shared library this time. Settings that start anew show that it was really unloaded, and the worker ends after
+// its record and the index that led to it are gone.
+TEST(Library, LoadsAndUnloadsForGood) {
+  const char* const narrow = TARN_LIBRARY_PATH;
+  const std::wstring path(narrow, narrow + std::strlen(narrow));
+  using SetResolution = decltype(&T_SetDefaultXResolution);
+  std::atomic<SetResolution> call{nullptr};
+  std::atomic<bool> over{false};
+  std::thread worker([&] {
+    while (!over) {
+      if (const SetResolution set = call.load()) {
+        EXPECT_EQ(set(300), 150);
+        call = nullptr;
+      }
+      std::this_thread::yield();
+    }
+  });
+  size_t afterFirst = 0;
+  for (int round = 0; round < 100; ++round) {
+    void* const library = platform::ModuleOpen(path.c_str());
+    EXPECT_NE(library, nullptr) << narrow;
+    if (!library) break;
+    const auto set = reinterpret_cast<SetResolution>(platform::ModuleSymbol(library, "T_SetDefaultXResolution"));
+    EXPECT_NE(set, nullptr);
+    EXPECT_EQ(set(300), 150);
+    EXPECT_EQ(set(200), 300);
+    call = set;
+    while (call.load()) std::this_thread::yield();
+    platform::ModuleClose(library);
+    if (round == 10) afterFirst = HeapInUse();
+  }
+  EXPECT_LE(HeapInUse(), afterFirst + 4096);
+  over = true;
+  worker.join();
 }
