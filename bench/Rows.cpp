@@ -46,18 +46,22 @@ struct Walk {
     }
   }
 
-  /// Different rows everywhere, and a look at whether they come back.
+  /// Different rows everywhere, and a look at whether they all come back.
   void Fill() {
     std::mt19937 random(7);
     for (uint8_t& byte : buffer) byte = static_cast<uint8_t>(random());
     if ((&bitmap)->BitsPerPixel == 1) FillRuns(random);
-    std::vector<uint8_t> first = buffer;
+    const std::vector<uint8_t> first = buffer;
     for (uint32_t row = 0; row < bitmap.Rows(); ++row) {
       Require(T_PutBitmapRow(&bitmap, buffer.data(), row, bytes) == static_cast<int64_t>(bytes), "T_PutBitmapRow");
       std::rotate(buffer.begin(), buffer.begin() + 3, buffer.end());
     }
-    Require(T_GetBitmapRow(&bitmap, buffer.data(), 0, bytes) == static_cast<int64_t>(bytes) && buffer == first,
-            "the row that was put");
+    std::vector<uint8_t> expected = first;
+    for (uint32_t row = 0; row < bitmap.Rows(); ++row) {
+      Require(T_GetBitmapRow(&bitmap, buffer.data(), row, bytes) == static_cast<int64_t>(bytes) && buffer == expected,
+              "the row that was put");
+      std::rotate(expected.begin(), expected.begin() + 3, expected.end());
+    }
   }
 
  private:
