@@ -250,8 +250,8 @@ namespace {
 
 // First touching the pages takes longer than anything else in making a block: 2 MiB in small pages cost twelve times as
 // much as in one huge page, and twenty-five times as much as clearing memory that the heap still holds.
-constexpr uint64_t kHeapBelow = 1024 * 1024;
-constexpr uint64_t kHugePage = 2 * 1024 * 1024;
+constexpr uint64_t kHeapBelow = uint64_t{1} << 20;
+constexpr uint64_t kHugePage = uint64_t{2} << 20;
 constexpr uint64_t kLargest = uint64_t{1} << 62;
 
 uint64_t RoundUp(uint64_t value, uint64_t step) noexcept { return (value + step - 1) / step * step; }
