@@ -29,11 +29,11 @@ std::string Take(const BitmapHandle& record, Snapshot& shot) {
   return wrong;
 }
 
-/// Each byte is the old one or the new one.
+/// Each bit is the old one or the new one.
 bool Between(const Bytes& rows, const Bytes& old, const Bytes& fresh) {
   if (rows.size() != old.size() || rows.size() != fresh.size()) return false;
   for (size_t i = 0; i < rows.size(); ++i)
-    if (rows[i] != old[i] && rows[i] != fresh[i]) return false;
+    if ((rows[i] ^ old[i]) & (rows[i] ^ fresh[i])) return false;
   return true;
 }
 

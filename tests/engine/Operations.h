@@ -62,7 +62,7 @@ class Work {
 /// What may differ after a failure. Everything else is as before.
 enum Leaves : uint32_t {
   kNothing = 0,
-  kSubjectRows = 1,   // each byte of the subject's pixels is the old one or the new one
+  kSubjectRows = 1,   // each bit of the subject's pixels is the old one or the new one
   kOtherRows = 2,     // the same of the second bitmap
   kNoPalette = 4,     // the subject's palette is gone
   kFewerViews = 8,    // views that were mapped are not

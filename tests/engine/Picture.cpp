@@ -1,6 +1,7 @@
 #include "engine/Picture.h"
 
 #include <cstring>
+#include <utility>
 
 #include "Platform/Here.h"
 #include "engine/Random.h"
@@ -145,6 +146,11 @@ void Picture::Free() {
   T_FreeBitmap(&record);
   record = {};
   memory_.clear();
+}
+
+void Picture::Exchange(Picture& other) {
+  std::swap(record, other.record);
+  memory_.swap(other.memory_);  // the addresses of the bytes stay
 }
 
 std::string ReadPixels(const BitmapHandle& record, Bytes& pixels) {

@@ -67,6 +67,7 @@ class Picture {
   /// The same with MakeContent's rows.
   std::string Make(Kind kind, const Shape& shape, uint64_t seed);
   void Free();
+  void Exchange(Picture& other);
 
   BitmapHandle record{};
 
