@@ -5,11 +5,14 @@
 #include <cstring>
 
 #include "Common/Internal/Checks.h"
+#include "Common/Internal/Storage.h"
 #include "Platform/Here.h"
 #include "tarn/memory.h"
 
 namespace tarn {
 namespace {
+
+constexpr uint32_t kMostEntries = 256;
 
 constexpr uint8_t Byte(uint32_t value) noexcept { return static_cast<uint8_t>(value); }
 
@@ -67,6 +70,12 @@ T_PaletteEntry* NewEntries(uint32_t count, bool zeroed) noexcept {
   return static_cast<T_PaletteEntry*>(block);
 }
 
+/// Entries of a bitmap's palette that may be touched: a damaged count does not lead beyond a block of ours.
+uint32_t EntriesOf(const BitmapHandle& bitmap) noexcept {
+  const uint32_t held = HeldEntries(bitmap.Palette);
+  return bitmap.Colors < held ? bitmap.Colors : held;
+}
+
 void FreePalette(BitmapHandle& bitmap) noexcept {
   const Here here = TARN_HERE;
   if (bitmap.Palette) T_GlobalFree(bitmap.Palette, here.line, here.file);
@@ -119,7 +128,7 @@ T_PaletteEntry* T_CreateFixedPalette(uint32_t bits) noexcept {
 }
 
 T_PaletteEntry* T_CreateNewPalette(const T_PaletteEntry* entries, uint32_t count) noexcept {
-  if (!entries || count == 0 || count > 256) return nullptr;
+  if (!entries || count == 0 || count > kMostEntries) return nullptr;
   T_PaletteEntry* const block = NewEntries(count, false);
   if (block) std::memcpy(block, entries, count * sizeof(T_PaletteEntry));
   return block;
@@ -172,7 +181,10 @@ int32_t T_CopyBitmapPalette(BitmapHandle* destination, const BitmapHandle* sourc
   TARN_TRY(RequireSize(source, ERR_INVALID_PARAMETER));
   TARN_TRY(RequireSize(destination, ERR_INVALID_PARAMETER));
   if (destination == source) return SUCCESS;
-  if (source->Palette) return T_SetBitmapNewPalette(destination, source->Palette, source->Colors);
+  if (source->Palette) {
+    const uint32_t colors = source->Colors;
+    return T_SetBitmapNewPalette(destination, source->Palette, colors == EntriesOf(*source) ? colors : 0);
+  }
   FreePalette(*destination);
   destination->Colors = 0;
   return SUCCESS;
@@ -180,8 +192,9 @@ int32_t T_CopyBitmapPalette(BitmapHandle* destination, const BitmapHandle* sourc
 
 int32_t T_PutBitmapColors(BitmapHandle* bitmap, int32_t first, uint32_t count, const T_PaletteEntry* entries) noexcept {
   TARN_TRY(RequireAllocatedThenSize(bitmap, ERR_NO_BITMAP));
-  if (first < 0 || !entries || bitmap->BitsPerPixel > 8 || static_cast<uint64_t>(first) + count > bitmap->Colors)
-    return ERR_INVALID_PARAMETER;
+  const uint64_t end = static_cast<uint64_t>(first) + count;
+  if (first < 0 || !entries || bitmap->BitsPerPixel > 8 || end > bitmap->Colors) return ERR_INVALID_PARAMETER;
+  if (bitmap->Palette ? end > EntriesOf(*bitmap) : bitmap->Colors > kMostEntries) return ERR_INVALID_PARAMETER;
   if (!bitmap->Palette) {
     bitmap->Palette = NewEntries(bitmap->Colors, true);
     if (!bitmap->Palette) return ERR_NO_MEMORY;
@@ -199,8 +212,8 @@ int32_t T_GetBitmapColors(const BitmapHandle* bitmap, uint32_t first, uint32_t c
 
 uint32_t T_GetBitmapPaletteEntries(const BitmapHandle* bitmap, uint32_t first, uint32_t count,
                                    T_PaletteEntry* entries) noexcept {
-  if (!bitmap || !entries || !bitmap->Palette || first >= bitmap->Colors) return 0;
-  const uint32_t left = bitmap->Colors - first;
+  if (!bitmap || !entries || !bitmap->Palette || first >= EntriesOf(*bitmap)) return 0;
+  const uint32_t left = EntriesOf(*bitmap) - first;
   const uint32_t copied = count < left ? count : left;
   std::memcpy(entries, bitmap->Palette + first, copied * sizeof(T_PaletteEntry));
   return copied;

@@ -58,8 +58,16 @@ Status CreateGrayParams(BitmapHandle& bitmap) noexcept {
   return SUCCESS;
 }
 
+uint32_t HeldEntries(const T_PaletteEntry* entries) noexcept {
+  const uint64_t block = platform::MovableHandle(entries);
+  if (!block) return UINT32_MAX;
+  const uint64_t held = platform::MovableSize(block) / sizeof(T_PaletteEntry);
+  return held < UINT32_MAX ? static_cast<uint32_t>(held) : UINT32_MAX;
+}
+
 Status CopyGrayParams(BitmapHandle& target, const BitmapHandle& source, bool ownLut) noexcept {
   if (ownLut && source.LUT && source.LUTLength) {
+    if (source.LUTLength > HeldEntries(source.LUT)) return ERR_BAD_LUT_LENGTH;
     const Here here = TARN_HERE;
     const uint64_t count = source.LUTLength;
     void* lut = T_GlobalAlloc(count, sizeof(T_PaletteEntry), here.line, here.file);

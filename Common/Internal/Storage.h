@@ -76,6 +76,9 @@ inline const StorageOps* OpsOf(const BitmapHandle& bitmap) noexcept {
 /// Gives a bitmap its GrayParams block, filled from the process-wide defaults.
 Status CreateGrayParams(BitmapHandle& bitmap) noexcept;
 constexpr uint32_t kGrayParamsBytes = 256;
+/// Entries that the block of a palette or lookup table holds; of memory that is not a tracked block, and thus trusted, as
+/// many as there are numbers.
+uint32_t HeldEntries(const T_PaletteEntry* entries) noexcept;
 /// Copies significant bits, percentage, recorded range and parameter block; with ownLut a lookup table of the source is
 /// duplicated. Failure changes nothing.
 Status CopyGrayParams(BitmapHandle& target, const BitmapHandle& source, bool ownLut) noexcept;

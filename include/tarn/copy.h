@@ -18,7 +18,8 @@ enum {
 
 /** Prepares a record like `source` with new dimensions. Pixels are not copied.
  *  @return SUCCESS; ERR_NO_BITMAP (null, or source unallocated); ERR_BAD_STRUCT_SIZE; what T_InitBitmap or
- *          T_AllocateBitmap gives; ERR_NO_MEMORY; a hook's status. A failure leaves nothing made. */
+ *          T_AllocateBitmap gives; ERR_BAD_LUT_LENGTH (LUTLength beyond the table); ERR_NO_MEMORY; a hook's status. A
+ *          failure leaves nothing made. */
 T_API int32_t T_DupBitmapNewDim(BitmapHandle* duplicate, const BitmapHandle* source, uint32_t structSize, int32_t width,
                                 int32_t height, int32_t bitsPerPixel, uint32_t mode) T_NOTHROW;
 
