@@ -1,0 +1,365 @@
+// Damaged records: every field but pointers and handles takes values that it should not have, with valid storage behind
+// it. Whatever looks at the record answers with a status; nothing outside the storage is touched, and what a refused
+// call should not change is unchanged.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "Common/Internal/Storage.h"
+#include "Platform/Fault.h"
+#include "Platform/Here.h"
+#include "engine/Operations.h"
+#include "engine/Random.h"
+#include "engine/Scene.h"
+
+namespace tarn {
+namespace {
+
+using engine::Bytes;
+using engine::Kind;
+using engine::Picture;
+using engine::Random;
+using engine::Shape;
+
+struct Field {
+  const char* name;
+  size_t offset;
+  size_t bytes;
+};
+#define FIELD(name) \
+  { #name, offsetof(BitmapHandle, name), sizeof(BitmapHandle::name) }
+constexpr Field kFields[] = {
+    FIELD(StructSize),      FIELD(Width),           FIELD(Height),         FIELD(BitsPerPixel), FIELD(BytesPerLine),
+    FIELD(CachedRowOffset), FIELD(CachedRow),       FIELD(Flags),          FIELD(Colors),       FIELD(ViewPerspective),
+    FIELD(Order),           FIELD(Size),            FIELD(DitheringMethod), FIELD(XResolution), FIELD(YResolution),
+    FIELD(PlaybackLeft),    FIELD(PlaybackTop),     FIELD(PlaybackDelay),  FIELD(LowBit),       FIELD(HighBit),
+    FIELD(LUTLength),       FIELD(DataOffset),      FIELD(MinValue),       FIELD(MaxValue),     FIELD(AltLowBit),
+    FIELD(AltHighBit),      FIELD(Percentage),      FIELD(Unused180),      FIELD(Reserved),     FIELD(Closing)};
+#undef FIELD
+
+/// A field and the value it gets.
+struct Damage {
+  const Field* field = nullptr;
+  uint64_t value = 0;
+
+  uint64_t Read(const BitmapHandle& record) const {
+    uint64_t read = 0;
+    std::memcpy(&read, reinterpret_cast<const uint8_t*>(&record) + field->offset, field->bytes);
+    return read;
+  }
+  void Write(BitmapHandle& record, uint64_t written) const {
+    std::memcpy(reinterpret_cast<uint8_t*>(&record) + field->offset, &written, field->bytes);
+  }
+  bool Changes(const BitmapHandle& record) const {
+    BitmapHandle changed = record;
+    Write(changed, value);
+    return std::memcmp(&changed, &record, sizeof record) != 0;
+  }
+  std::string Text() const { return std::string(field->name) + " = " + std::to_string(static_cast<int64_t>(value)); }
+};
+
+/// Values around the borders of a field's type and around the value that it has.
+std::vector<uint64_t> ValuesFor(const Field& field, uint64_t now, Random& random) {
+  const uint64_t top = uint64_t{1} << (field.bytes * 8 - 1);
+  std::vector<uint64_t> values = {0, 1, ~uint64_t{}, top, top - 1, now + 1, now - 1, now * 2, now + 64, random.Below(5000),
+                                  random.Next()};
+  if (std::strcmp(field.name, "Flags") == 0)
+    for (uint32_t bit = 1; bit <= T_FLAG_SUPER_COMPRESSED; bit <<= 1) values.push_back(now ^ bit);
+  if (std::strcmp(field.name, "BitsPerPixel") == 0)
+    for (const int32_t bits : engine::kDepths) values.push_back(static_cast<uint64_t>(bits));
+  return values;
+}
+
+/// What a probe may use besides the record. Buffers are as long as the undamaged record and the call's own arguments
+/// ask for, and then some: what is behind them shows a call that went by the damaged ones.
+struct Room {
+  Shape shape;
+  Bytes in;
+  Bytes out;
+  Bytes records;
+  Picture other;
+  BitmapHandle made{};
+  uint64_t rowBytes = 0;
+};
+
+struct Probe {
+  const char* name;
+  bool puts;  // success changes pixels, or a failure may leave some put
+  int64_t (*call)(BitmapHandle* record, Room& room);
+};
+
+constexpr uint32_t kMoveFlags = T_INFO_MEMORY_TYPE | T_INFO_TILE_SIZE;
+
+constexpr Probe kProbes[] = {
+    {"T_GetBitmapRow", false, [](BitmapHandle* b, Room& r) { return T_GetBitmapRow(b, r.out.data(), 1, 3 * r.rowBytes); }},
+    {"T_GetBitmapRow, last", false,
+     [](BitmapHandle* b, Room& r) {
+       return T_GetBitmapRow(b, r.out.data(), static_cast<uint32_t>(r.shape.height) - 1, 2 * r.rowBytes);
+     }},
+    {"T_GetBitmapRow, far", false, [](BitmapHandle* b, Room& r) { return T_GetBitmapRow(b, r.out.data(), 1u << 30, 9); }},
+    {"T_GetBitmapRowCol", false,
+     [](BitmapHandle* b, Room& r) { return T_GetBitmapRowCol(b, r.out.data(), 2, 9, 3 * r.rowBytes); }},
+    {"T_GetBitmapRowCol, far", false,
+     [](BitmapHandle* b, Room& r) { return T_GetBitmapRowCol(b, r.out.data(), 2, 0xFFFFFFF0, r.rowBytes); }},
+    {"T_PutBitmapRow", true, [](BitmapHandle* b, Room& r) { return T_PutBitmapRow(b, r.in.data(), 1, 3 * r.rowBytes); }},
+    {"T_PutBitmapRow, last", true,
+     [](BitmapHandle* b, Room& r) {
+       return T_PutBitmapRow(b, r.in.data(), static_cast<uint32_t>(r.shape.height) - 1, 2 * r.rowBytes);
+     }},
+    {"T_PutBitmapRow, far", true, [](BitmapHandle* b, Room& r) { return T_PutBitmapRow(b, r.in.data(), 1u << 30, 9); }},
+    {"T_PutBitmapRowCol", true,
+     [](BitmapHandle* b, Room& r) { return T_PutBitmapRowCol(b, r.in.data(), 2, 9, 3 * r.rowBytes); }},
+    {"T_PutBitmapRowSegments", true,
+     [](BitmapHandle* b, Room& r) -> int64_t {
+       const auto width = static_cast<uint32_t>(r.shape.width);
+       const uint32_t segments[] = {0, 3, 5, width};
+       return T_PutBitmapRowSegments(b, r.in.data(), 2, 1, segments, 4, 1);
+     }},
+    {"T_GetBitmapRowCompressed", false,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_GetBitmapRowCompressed(b, nullptr, r.records.data(), 1, 3); }},
+    {"T_GetBitmapRowColCompressed", false,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_GetBitmapRowColCompressed(b, nullptr, r.records.data(), 1, 3, 9); }},
+    {"T_PutBitmapRowCompressed", true,
+     [](BitmapHandle* b, Room& r) -> int64_t {
+       T_CompressRows(r.records.data(), r.in.data(), static_cast<uint32_t>(r.shape.width), 3);
+       return T_PutBitmapRowCompressed(b, nullptr, r.records.data(), 1, 3);
+     }},
+    {"T_PutBitmapRowColCompressed", true,
+     [](BitmapHandle* b, Room& r) -> int64_t {
+       T_CompressRow(r.records.data(), r.in.data(), 0, 9);
+       return T_PutBitmapRowColCompressed(b, nullptr, r.records.data(), 1, 3, 9);
+     }},
+    {"T_GetBitmapMemoryInfo", false,
+     [](BitmapHandle* b, Room&) -> int64_t {
+       uint32_t type = 0;
+       int64_t tileSize = 0;
+       uint32_t figures[4];
+       return T_GetBitmapMemoryInfo(b, &type, &tileSize, &figures[0], &figures[1], &figures[2], &figures[3]);
+     }},
+    {"T_SetBitmapMemoryInfo, memory", false,
+     [](BitmapHandle* b, Room&) -> int64_t { return T_SetBitmapMemoryInfo(b, TYPE_CONV, 0, 0, 0, 0, 0, kMoveFlags); }},
+    {"T_SetBitmapMemoryInfo, tiles", false,
+     [](BitmapHandle* b, Room& r) -> int64_t {
+       return T_SetBitmapMemoryInfo(b, TYPE_TILED, static_cast<int64_t>(2 * r.rowBytes), 0, 0, 0, 0, kMoveFlags);
+     }},
+    {"T_SetBitmapMemoryInfo, disk", false,
+     [](BitmapHandle* b, Room&) -> int64_t { return T_SetBitmapMemoryInfo(b, TYPE_DISK, 0, 0, 0, 0, 0, kMoveFlags); }},
+    {"T_SetBitmapMemoryInfo, other tiles", false,
+     [](BitmapHandle* b, Room&) -> int64_t {
+       return T_SetBitmapMemoryInfo(b, 0, 0, 3, 1, 2, 2, T_INFO_TILE_COUNT | T_INFO_CONVENTIONAL_TILES | T_INFO_MAX_MAPPED_TILES);
+     }},
+    {"T_ChangeBitmapCompression 512", false,
+     [](BitmapHandle* b, Room&) -> int64_t { return T_ChangeBitmapCompression(b, TYPE_COMPRESSED); }},
+    {"T_ChangeBitmapCompression 0", false,
+     [](BitmapHandle* b, Room&) -> int64_t { return T_ChangeBitmapCompression(b, 0); }},
+    {"T_ChangeBitmapHeight, more", false,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_ChangeBitmapHeight(b, r.shape.height + 4); }},
+    {"T_ChangeBitmapHeight, less", false,
+     [](BitmapHandle* b, Room&) -> int64_t { return T_ChangeBitmapHeight(b, 2); }},
+    {"T_LockBitmap", false,
+     [](BitmapHandle* b, Room&) -> int64_t {
+       T_UnlockBitmap(b, T_LockBitmap(b));
+       return SUCCESS;
+     }},
+    {"T_DupBitmapNewDim", false,
+     [](BitmapHandle* b, Room& r) -> int64_t {
+       return T_DupBitmapNewDim(&r.made, b, sizeof r.made, r.shape.width, r.shape.height, r.shape.bits,
+                                DUP_STORAGE | DUP_PALETTE | DUP_REGION | DUP_OVERLAYS);
+     }},
+    {"T_CopyBitmapData from", false,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmapData(&r.other.record, b); }},
+    {"T_CopyBitmapData to", true,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmapData(b, &r.other.record); }},
+    {"T_CopyBitmapPalette from", false,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmapPalette(&r.other.record, b); }},
+    {"T_CopyBitmapPalette to", false,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmapPalette(b, &r.other.record); }},
+    {"T_PutBitmapColors", false,
+     [](BitmapHandle* b, Room&) -> int64_t {
+       const T_PaletteEntry entries[256] = {};
+       return T_PutBitmapColors(b, 1, 255, entries);
+     }},
+    {"T_GetBitmapColors", false,
+     [](BitmapHandle* b, Room&) -> int64_t {
+       T_PaletteEntry entries[256];
+       return T_GetBitmapColors(b, 0, 256, entries);
+     }},
+    {"T_GetBitmapPaletteEntries", false,
+     [](BitmapHandle* b, Room&) -> int64_t {
+       T_PaletteEntry entries[256];
+       return T_GetBitmapPaletteEntries(b, 1, 256, entries);
+     }},
+    {"T_GrowBitmapHeap", false, [](BitmapHandle* b, Room&) -> int64_t { return T_GrowBitmapHeap(b, 3000); }},
+    {"T_TrimBitmapHeap", false, [](BitmapHandle* b, Room&) -> int64_t { return T_TrimBitmapHeap(b); }},
+    {"T_CopyBitmapHandle", false,
+     [](BitmapHandle* b, Room&) -> int64_t {
+       BitmapHandle copy{};
+       return T_CopyBitmapHandle(&copy, b, sizeof copy);
+     }},
+    {"T_AllocateBitmap", false,
+     [](BitmapHandle* b, Room& r) -> int64_t {
+       r.made = *b;
+       r.made.Palette = r.made.LUT = nullptr;
+       r.made.GrayParams = nullptr;
+       const int32_t status = T_AllocateBitmap(&r.made, TYPE_CONV);
+       if (status != SUCCESS) r.made = {};  // a record refused by its figures keeps what it has
+       return status;
+     }},
+    {"T_FreeBitmap", true,
+     [](BitmapHandle* b, Room&) -> int64_t {
+       T_FreeBitmap(b);
+       return SUCCESS;
+     }},
+};
+
+bool IsKnown(int64_t status) {
+  constexpr int32_t kCodes[] = {ERR_NO_MEMORY, ERR_NO_BITMAP, ERR_IMAGE_TOO_LARGE, ERR_FILE_SEEK, ERR_FILE_WRITE,
+                                ERR_FILE_READ, ERR_LIBRARY_NOT_LOADED, ERR_EMPTY_AREA, ERR_INVALID_PARAMETER,
+                                ERR_BAD_BITS_PER_PIXEL, ERR_DISK_FULL, ERR_BAD_STRUCT_SIZE, ERR_BAD_LUT_LENGTH};
+  return (status >= 0 && status < 1 << 20) || std::find(std::begin(kCodes), std::end(kCodes), status) != std::end(kCodes);
+}
+
+constexpr Shape kShape = {43, 9, 0};
+constexpr Kind kHostileKinds[] = {Kind::kBlock, Kind::kMemoryTiles, Kind::kMixedTiles, Kind::kSwapTiles, Kind::kDisk, Kind::kCompressed};
+constexpr int32_t kHostileDepths[] = {1, 4, 12, 24};
+
+class Hostile : public testing::Test {
+ protected:
+  /// One probe on one damaged record.
+  void Run(const Probe& probe, Kind kind, int32_t bits, const std::vector<Damage>& damages) {
+    Shape shape = kShape;
+    shape.bits = bits;
+    std::string what = std::string(probe.name) + ", " + engine::NameOf(kind) + ", " + Text(shape);
+    for (const Damage& damage : damages) what += ", " + damage.Text();
+    SCOPED_TRACE(what + ", " + engine::SeedText());
+    const engine::World before = LookAround(scene_);
+    bool flags = false;
+    for (const Damage& damage : damages) flags |= std::strcmp(damage.field->name, "Flags") == 0;
+    {
+      Room room;
+      room.shape = shape;
+      room.rowBytes = shape.RowBytes();
+      room.in.assign(room.rowBytes * 4 + 64 * 8, 0x6B);
+      room.out.assign(room.rowBytes * 4, 0);
+      room.records.assign(1 << 16, 0);
+      Picture picture;
+      ASSERT_EQ(picture.Make(kind, shape, 3), "");
+      ASSERT_EQ(room.other.Make(Kind::kBlock, shape, 4), "");
+      BitmapHandle& record = picture.record;
+      Furnish(record);
+      Furnish(room.other.record);
+      Bytes rows;
+      ASSERT_EQ(engine::ReadPixels(record, rows), "");
+      const BitmapHandle good = record;
+      for (const Damage& damage : damages) damage.Write(record, damage.value);
+      const BitmapHandle damaged = record;
+      // A disk that has no room for sizes that nobody meant.
+      const bool large = record.Size > 1 << 24 || uint64_t{record.BytesPerLine} * static_cast<uint32_t>(record.Height) > 1 << 24;
+      fault::Arm({.first = large ? 1u : 0u, .answer = fault::Answer::kDiskFull, .points = Mask(fault::Point::kSize)});
+      const int64_t status = probe.call(&record, room);
+      fault::Disarm();
+      EXPECT_TRUE(IsKnown(status)) << status;
+      // What the call itself has set stays.
+      for (const Damage& damage : damages)
+        if (damage.Read(record) == damage.Read(damaged)) damage.Write(record, damage.Read(good));
+      record.CachedRow = 0;  // a damaged place leads to another row, not out of the storage
+      record.CachedRowOffset = 0;
+      const bool same = record.Data == good.Data && record.MemoryHandle == good.MemoryHandle && record.Height == good.Height;
+      if (!probe.puts && same) {
+        Bytes after;
+        EXPECT_EQ(engine::ReadPixels(record, after), "");
+        EXPECT_EQ(after, rows) << "status " << status;
+      }
+      T_FreeDuplicateBitmap(&room.made, DUP_STORAGE | DUP_PALETTE | DUP_REGION | DUP_OVERLAYS);
+      room.made = {};
+      FreeWhatIsLeft(record, good, flags);
+    }
+    const std::string left = Changes(before, LookAround(scene_));
+    if (!flags) {
+      EXPECT_EQ(left, "");
+    }
+  }
+
+  /// Every field with every value, `share` of the runs chosen by chance.
+  void RunFields(uint64_t oneIn) {
+    Random random(engine::RunSeed());
+    for (const Kind kind : kHostileKinds) {
+      for (const int32_t bits : kHostileDepths) {
+        if (kind == Kind::kCompressed && bits != 1) continue;
+        const BitmapHandle sample = Sample(kind, bits);
+        for (const Field& field : kFields) {
+          for (const uint64_t value : ValuesFor(field, Damage{&field, 0}.Read(sample), random)) {
+            const Damage damage{&field, value};
+            if (!damage.Changes(sample)) continue;
+            for (const Probe& probe : kProbes) {
+              if (!random.OneIn(oneIn)) continue;
+              Run(probe, kind, bits, {damage});
+              if (HasFailure()) return;
+            }
+          }
+        }
+      }
+    }
+  }
+
+  void RunPairs(int count) {
+    Random random(engine::Mix(engine::RunSeed(), 2));
+    for (int i = 0; i < count && !HasFailure(); ++i) {
+      const Kind kind = random.Pick(kHostileKinds);
+      const int32_t bits = kind == Kind::kCompressed ? 1 : random.Pick(kHostileDepths);
+      const BitmapHandle sample = Sample(kind, bits);
+      std::vector<Damage> damages;
+      for (int part = 0; part < 2; ++part) {
+        const Field& field = random.Pick(kFields);
+        const std::vector<uint64_t> values = ValuesFor(field, Damage{&field, 0}.Read(sample), random);
+        damages.push_back({&field, values[random.Below(values.size())]});
+      }
+      Run(random.Pick(kProbes), kind, bits, damages);
+    }
+  }
+
+ private:
+  static void Furnish(BitmapHandle& record) {
+    const Here here = TARN_HERE;
+    if (record.BitsPerPixel <= 8) T_CreateBitmapGrayPalette(&record);
+    if (record.BitsPerPixel != 12) return;
+    record.LUTLength = 16;
+    record.LUT = static_cast<T_PaletteEntry*>(T_GlobalAlloc(16, sizeof(T_PaletteEntry), here.line, here.file));
+    record.Flags |= T_FLAG_LUT_IN_USE;
+  }
+
+  /// A good record to take values from; its storage is gone.
+  static BitmapHandle Sample(Kind kind, int32_t bits) {
+    Shape shape = kShape;
+    shape.bits = bits;
+    Picture picture;
+    EXPECT_EQ(picture.Make(kind, shape, 3), "");
+    Furnish(picture.record);
+    return picture.record;
+  }
+
+  /// Frees the record. Where its flags told of other storage while a call let it go, the old storage is still there.
+  static void FreeWhatIsLeft(BitmapHandle& record, const BitmapHandle& good, bool flags) {
+    T_FreeBitmap(&record);
+    if (!good.Data || !FindStorage(good.Data)) return;
+    EXPECT_TRUE(flags) << "the old storage is left";
+    BitmapHandle old = good;
+    old.Palette = old.LUT = nullptr;
+    old.GrayParams = nullptr;
+    T_FreeBitmap(&old);
+  }
+
+  engine::Scene scene_;
+};
+
+TEST_F(Hostile, DamagedFieldsAreRefusedOrDoNoHarm) { RunFields(29); }
+TEST_F(Hostile, DamagedPairsAreRefusedOrDoNoHarm) { RunPairs(2500); }
+TEST_F(Hostile, DISABLED_SweepOfDamagedFields) { RunFields(1); }
+TEST_F(Hostile, DISABLED_SweepOfDamagedPairs) { RunPairs(300000); }
+
+}  // namespace
+}  // namespace tarn
