@@ -33,12 +33,12 @@ struct Field {
 #define FIELD(name) \
   { #name, offsetof(BitmapHandle, name), sizeof(BitmapHandle::name) }
 constexpr Field kFields[] = {
-    FIELD(StructSize),      FIELD(Width),           FIELD(Height),         FIELD(BitsPerPixel), FIELD(BytesPerLine),
-    FIELD(CachedRowOffset), FIELD(CachedRow),       FIELD(Flags),          FIELD(Colors),       FIELD(ViewPerspective),
-    FIELD(Order),           FIELD(Size),            FIELD(DitheringMethod), FIELD(XResolution), FIELD(YResolution),
-    FIELD(PlaybackLeft),    FIELD(PlaybackTop),     FIELD(PlaybackDelay),  FIELD(LowBit),       FIELD(HighBit),
-    FIELD(LUTLength),       FIELD(DataOffset),      FIELD(MinValue),       FIELD(MaxValue),     FIELD(AltLowBit),
-    FIELD(AltHighBit),      FIELD(Percentage),      FIELD(Unused180),      FIELD(Reserved),     FIELD(Closing)};
+    FIELD(StructSize),      FIELD(Width),       FIELD(Height),          FIELD(BitsPerPixel), FIELD(BytesPerLine),
+    FIELD(CachedRowOffset), FIELD(CachedRow),   FIELD(Flags),           FIELD(Colors),       FIELD(ViewPerspective),
+    FIELD(Order),           FIELD(Size),        FIELD(DitheringMethod), FIELD(XResolution),  FIELD(YResolution),
+    FIELD(PlaybackLeft),    FIELD(PlaybackTop), FIELD(PlaybackDelay),   FIELD(LowBit),       FIELD(HighBit),
+    FIELD(LUTLength),       FIELD(DataOffset),  FIELD(MinValue),        FIELD(MaxValue),     FIELD(AltLowBit),
+    FIELD(AltHighBit),      FIELD(Percentage),  FIELD(Unused180),       FIELD(Reserved),     FIELD(Closing)};
 #undef FIELD
 
 /// A field and the value it gets.
@@ -65,8 +65,8 @@ struct Damage {
 /// Values around the borders of a field's type and around the value that it has.
 std::vector<uint64_t> ValuesFor(const Field& field, uint64_t now, Random& random) {
   const uint64_t top = uint64_t{1} << (field.bytes * 8 - 1);
-  std::vector<uint64_t> values = {0, 1, ~uint64_t{}, top, top - 1, now + 1, now - 1, now * 2, now + 64, random.Below(5000),
-                                  random.Next()};
+  std::vector<uint64_t> values = {0,       1,        ~uint64_t{},        top,          top - 1, now + 1, now - 1,
+                                  now * 2, now + 64, random.Below(5000), random.Next()};
   if (std::strcmp(field.name, "Flags") == 0)
     for (uint32_t bit = 1; bit <= T_FLAG_SUPER_COMPRESSED; bit <<= 1) values.push_back(now ^ bit);
   if (std::strcmp(field.name, "BitsPerPixel") == 0)
@@ -95,17 +95,20 @@ struct Probe {
 constexpr uint32_t kMoveFlags = T_INFO_MEMORY_TYPE | T_INFO_TILE_SIZE;
 
 constexpr Probe kProbes[] = {
-    {"T_GetBitmapRow", false, [](BitmapHandle* b, Room& r) { return T_GetBitmapRow(b, r.out.data(), 1, 3 * r.rowBytes); }},
+    {"T_GetBitmapRow", false,
+     [](BitmapHandle* b, Room& r) { return T_GetBitmapRow(b, r.out.data(), 1, 3 * r.rowBytes); }},
     {"T_GetBitmapRow, last", false,
      [](BitmapHandle* b, Room& r) {
        return T_GetBitmapRow(b, r.out.data(), static_cast<uint32_t>(r.shape.height) - 1, 2 * r.rowBytes);
      }},
-    {"T_GetBitmapRow, far", false, [](BitmapHandle* b, Room& r) { return T_GetBitmapRow(b, r.out.data(), 1u << 30, 9); }},
+    {"T_GetBitmapRow, far", false,
+     [](BitmapHandle* b, Room& r) { return T_GetBitmapRow(b, r.out.data(), 1u << 30, 9); }},
     {"T_GetBitmapRowCol", false,
      [](BitmapHandle* b, Room& r) { return T_GetBitmapRowCol(b, r.out.data(), 2, 9, 3 * r.rowBytes); }},
     {"T_GetBitmapRowCol, far", false,
      [](BitmapHandle* b, Room& r) { return T_GetBitmapRowCol(b, r.out.data(), 2, 0xFFFFFFF0, r.rowBytes); }},
-    {"T_PutBitmapRow", true, [](BitmapHandle* b, Room& r) { return T_PutBitmapRow(b, r.in.data(), 1, 3 * r.rowBytes); }},
+    {"T_PutBitmapRow", true,
+     [](BitmapHandle* b, Room& r) { return T_PutBitmapRow(b, r.in.data(), 1, 3 * r.rowBytes); }},
     {"T_PutBitmapRow, last", true,
      [](BitmapHandle* b, Room& r) {
        return T_PutBitmapRow(b, r.in.data(), static_cast<uint32_t>(r.shape.height) - 1, 2 * r.rowBytes);
@@ -122,7 +125,9 @@ constexpr Probe kProbes[] = {
     {"T_GetBitmapRowCompressed", false,
      [](BitmapHandle* b, Room& r) -> int64_t { return T_GetBitmapRowCompressed(b, nullptr, r.records.data(), 1, 3); }},
     {"T_GetBitmapRowColCompressed", false,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_GetBitmapRowColCompressed(b, nullptr, r.records.data(), 1, 3, 9); }},
+     [](BitmapHandle* b, Room& r) -> int64_t {
+       return T_GetBitmapRowColCompressed(b, nullptr, r.records.data(), 1, 3, 9);
+     }},
     {"T_PutBitmapRowCompressed", true,
      [](BitmapHandle* b, Room& r) -> int64_t {
        T_CompressRows(r.records.data(), r.in.data(), static_cast<uint32_t>(r.shape.width), 3);
@@ -150,7 +155,8 @@ constexpr Probe kProbes[] = {
      [](BitmapHandle* b, Room&) -> int64_t { return T_SetBitmapMemoryInfo(b, TYPE_DISK, 0, 0, 0, 0, 0, kMoveFlags); }},
     {"T_SetBitmapMemoryInfo, other tiles", false,
      [](BitmapHandle* b, Room&) -> int64_t {
-       return T_SetBitmapMemoryInfo(b, 0, 0, 3, 1, 2, 2, T_INFO_TILE_COUNT | T_INFO_CONVENTIONAL_TILES | T_INFO_MAX_MAPPED_TILES);
+       return T_SetBitmapMemoryInfo(b, 0, 0, 3, 1, 2, 2,
+                                    T_INFO_TILE_COUNT | T_INFO_CONVENTIONAL_TILES | T_INFO_MAX_MAPPED_TILES);
      }},
     {"T_ChangeBitmapCompression 512", false,
      [](BitmapHandle* b, Room&) -> int64_t { return T_ChangeBitmapCompression(b, TYPE_COMPRESSED); }},
@@ -158,8 +164,7 @@ constexpr Probe kProbes[] = {
      [](BitmapHandle* b, Room&) -> int64_t { return T_ChangeBitmapCompression(b, 0); }},
     {"T_ChangeBitmapHeight, more", false,
      [](BitmapHandle* b, Room& r) -> int64_t { return T_ChangeBitmapHeight(b, r.shape.height + 4); }},
-    {"T_ChangeBitmapHeight, less", false,
-     [](BitmapHandle* b, Room&) -> int64_t { return T_ChangeBitmapHeight(b, 2); }},
+    {"T_ChangeBitmapHeight, less", false, [](BitmapHandle* b, Room&) -> int64_t { return T_ChangeBitmapHeight(b, 2); }},
     {"T_LockBitmap", false,
      [](BitmapHandle* b, Room&) -> int64_t {
        T_UnlockBitmap(b, T_LockBitmap(b));
@@ -217,14 +222,17 @@ constexpr Probe kProbes[] = {
 };
 
 bool IsKnown(int64_t status) {
-  constexpr int32_t kCodes[] = {ERR_NO_MEMORY, ERR_NO_BITMAP, ERR_IMAGE_TOO_LARGE, ERR_FILE_SEEK, ERR_FILE_WRITE,
-                                ERR_FILE_READ, ERR_LIBRARY_NOT_LOADED, ERR_EMPTY_AREA, ERR_INVALID_PARAMETER,
-                                ERR_BAD_BITS_PER_PIXEL, ERR_DISK_FULL, ERR_BAD_STRUCT_SIZE, ERR_BAD_LUT_LENGTH};
-  return (status >= 0 && status < 1 << 20) || std::find(std::begin(kCodes), std::end(kCodes), status) != std::end(kCodes);
+  constexpr int32_t kCodes[] = {
+      ERR_NO_MEMORY, ERR_NO_BITMAP,          ERR_IMAGE_TOO_LARGE, ERR_FILE_SEEK,         ERR_FILE_WRITE,
+      ERR_FILE_READ, ERR_LIBRARY_NOT_LOADED, ERR_EMPTY_AREA,      ERR_INVALID_PARAMETER, ERR_BAD_BITS_PER_PIXEL,
+      ERR_DISK_FULL, ERR_BAD_STRUCT_SIZE,    ERR_BAD_LUT_LENGTH};
+  return (status >= 0 && status < 1 << 20) ||
+         std::find(std::begin(kCodes), std::end(kCodes), status) != std::end(kCodes);
 }
 
 constexpr Shape kShape = {43, 9, 0};
-constexpr Kind kHostileKinds[] = {Kind::kBlock, Kind::kMemoryTiles, Kind::kMixedTiles, Kind::kSwapTiles, Kind::kDisk, Kind::kCompressed};
+constexpr Kind kHostileKinds[] = {Kind::kBlock,     Kind::kMemoryTiles, Kind::kMixedTiles,
+                                  Kind::kSwapTiles, Kind::kDisk,        Kind::kCompressed};
 constexpr int32_t kHostileDepths[] = {1, 4, 12, 24};
 
 class Hostile : public testing::Test {
@@ -258,7 +266,8 @@ class Hostile : public testing::Test {
       for (const Damage& damage : damages) damage.Write(record, damage.value);
       const BitmapHandle damaged = record;
       // A disk that has no room for sizes that nobody meant.
-      const bool large = record.Size > 1 << 24 || uint64_t{record.BytesPerLine} * static_cast<uint32_t>(record.Height) > 1 << 24;
+      const bool large =
+          record.Size > 1 << 24 || uint64_t{record.BytesPerLine} * static_cast<uint32_t>(record.Height) > 1 << 24;
       fault::Arm({.first = large ? 1u : 0u, .answer = fault::Answer::kDiskFull, .points = Mask(fault::Point::kSize)});
       const int64_t status = probe.call(&record, room);
       fault::Disarm();
@@ -268,7 +277,8 @@ class Hostile : public testing::Test {
         if (damage.Read(record) == damage.Read(damaged)) damage.Write(record, damage.Read(good));
       record.CachedRow = 0;  // a damaged place leads to another row, not out of the storage
       record.CachedRowOffset = 0;
-      const bool same = record.Data == good.Data && record.MemoryHandle == good.MemoryHandle && record.Height == good.Height;
+      const bool same =
+          record.Data == good.Data && record.MemoryHandle == good.MemoryHandle && record.Height == good.Height;
       if (!probe.puts && same) {
         Bytes after;
         EXPECT_EQ(engine::ReadPixels(record, after), "");

@@ -72,8 +72,8 @@ std::vector<Stretch> Stretches(const Shape& shape) {
   std::vector<Stretch> all;
   for (const uint32_t row : {0u, 2u, 3u, height - 1, height, ~0u}) {
     for (const uint32_t column : {0u, 1u, 7u, 8u, 9u, width - 1, width, width + 9}) {
-      for (const uint64_t bytes : {uint64_t{0}, uint64_t{1}, rowBytes - 1, rowBytes, 3 * rowBytes + 1, rowBytes * height,
-                                   rowBytes * height + 7})
+      for (const uint64_t bytes : {uint64_t{0}, uint64_t{1}, rowBytes - 1, rowBytes, 3 * rowBytes + 1,
+                                   rowBytes * height, rowBytes * height + 7})
         all.push_back({row, column, bytes});
     }
   }
@@ -91,7 +91,8 @@ TEST_F(StorageMatrix, GetsEveryStretchLikeTheModel) {
       Bytes got(stretch.bytes + kGuardBytes, kGuard);
       Bytes wanted = got;
       const int64_t result = model.Get(rules, wanted, stretch.row, stretch.column, stretch.bytes);
-      ASSERT_EQ(T_GetBitmapRowCol(&bitmap, got.data(), stretch.row, stretch.column, stretch.bytes), result) << Text(stretch);
+      ASSERT_EQ(T_GetBitmapRowCol(&bitmap, got.data(), stretch.row, stretch.column, stretch.bytes), result)
+          << Text(stretch);
       ASSERT_EQ(got, wanted) << Text(stretch);
       if (stretch.column) continue;
       got.assign(got.size(), kGuard);
@@ -110,9 +111,9 @@ TEST_F(StorageMatrix, PutsEveryStretchLikeTheModel) {
       const bool whole = stretch.column == 0 && random.OneIn(2);
       const int64_t wanted =
           model.Put(rules, bytes, stretch.row, stretch.column, stretch.bytes, whole ? 0 : int64_t{ERR_NO_MEMORY});
-      const int64_t result =
-          whole ? T_PutBitmapRow(&bitmap, bytes.data(), stretch.row, stretch.bytes)
-                : T_PutBitmapRowCol(&bitmap, bytes.data(), stretch.row, stretch.column, stretch.bytes);
+      const int64_t result = whole
+                                 ? T_PutBitmapRow(&bitmap, bytes.data(), stretch.row, stretch.bytes)
+                                 : T_PutBitmapRowCol(&bitmap, bytes.data(), stretch.row, stretch.column, stretch.bytes);
       ASSERT_EQ(result, wanted) << Text(stretch);
       ExpectSameRows(bitmap, model, Text(stretch));
       if (testing::Test::HasFatalFailure()) return;
@@ -123,10 +124,18 @@ TEST_F(StorageMatrix, PutsEveryStretchLikeTheModel) {
 TEST_F(StorageMatrix, PutsSegmentsLikeTheModel) {
   ForEachPicture([](BitmapHandle& bitmap, Model& model, Random& random) {
     const auto width = static_cast<uint32_t>(model.GetShape().width);
-    const std::vector<std::vector<uint32_t>> lists = {
-        {},          {3},        {3, 5},          {0, 8},
-        {0, width},  {width, 0}, {1, 2, 3, 4, 9}, {0, width + 40},
-        {2, 2, 5, 4}, {width - 1, width}, {0, 1, 7, 9, 15, 17, 20, width}, {4, 12, 6, 30}};
+    const std::vector<std::vector<uint32_t>> lists = {{},
+                                                      {3},
+                                                      {3, 5},
+                                                      {0, 8},
+                                                      {0, width},
+                                                      {width, 0},
+                                                      {1, 2, 3, 4, 9},
+                                                      {0, width + 40},
+                                                      {2, 2, 5, 4},
+                                                      {width - 1, width},
+                                                      {0, 1, 7, 9, 15, 17, 20, width},
+                                                      {4, 12, 6, 30}};
     for (size_t i = 0; i < lists.size(); ++i) {
       for (const uint32_t offset : {0u, 1u, 3u, 8u, width - 1, width}) {
         for (const int32_t preserveAlpha : {0, 1}) {
@@ -135,9 +144,10 @@ TEST_F(StorageMatrix, PutsSegmentsLikeTheModel) {
           const uint32_t row = static_cast<uint32_t>(i) % static_cast<uint32_t>(model.GetShape().height);
           const uint32_t none = 0;
           const std::string what = "list " + std::to_string(i) + ", column offset " + std::to_string(offset);
-          ASSERT_EQ(T_PutBitmapRowSegments(&bitmap, line.data(), row, offset, lists[i].empty() ? &none : lists[i].data(),
-                                           static_cast<uint32_t>(lists[i].size()), preserveAlpha),
-                    model.PutSegments(line, row, offset, lists[i], preserveAlpha))
+          ASSERT_EQ(
+              T_PutBitmapRowSegments(&bitmap, line.data(), row, offset, lists[i].empty() ? &none : lists[i].data(),
+                                     static_cast<uint32_t>(lists[i].size()), preserveAlpha),
+              model.PutSegments(line, row, offset, lists[i], preserveAlpha))
               << what;
           ExpectSameRows(bitmap, model, what);
           if (testing::Test::HasFatalFailure()) return;
@@ -152,7 +162,9 @@ void RunSequences(int sequences, int steps) {
   for (int kind = 0; kind < engine::kKinds; ++kind) {
     for (int i = 0; i < sequences; ++i) {
       uint64_t digest = 0;
-      ASSERT_EQ(engine::RunSequence(static_cast<Kind>(kind), engine::Mix(engine::RunSeed(), static_cast<uint64_t>(i)), steps, digest), "");
+      ASSERT_EQ(engine::RunSequence(static_cast<Kind>(kind), engine::Mix(engine::RunSeed(), static_cast<uint64_t>(i)),
+                                    steps, digest),
+                "");
     }
   }
 }

@@ -35,7 +35,8 @@ struct Share {
     for (int round = 0; round < kRounds && wrong.empty(); ++round) {
       for (int kind = 0; kind < engine::kKinds && wrong.empty(); ++kind) {
         uint64_t result = 0;
-        wrong = engine::RunSequence(static_cast<Kind>(kind), engine::Mix(seed, static_cast<uint64_t>(round)), 50, result);
+        wrong =
+            engine::RunSequence(static_cast<Kind>(kind), engine::Mix(seed, static_cast<uint64_t>(round)), 50, result);
         digest = engine::Mix(digest, result);
       }
     }
@@ -91,8 +92,8 @@ TEST(Threads, TwoThreadsReadOneBitmap) {
         const uint64_t row = random.Below(36);
         const uint64_t count = random.OneIn(3) ? line.size() : rowBytes;
         const int64_t got = T_GetBitmapRow(&picture.record, line.data(), static_cast<uint32_t>(row), count);
-        if (got != static_cast<int64_t>(count) ||
-            !std::equal(line.begin(), line.begin() + static_cast<int64_t>(count), rows.begin() + static_cast<int64_t>(row * rowBytes)))
+        if (got != static_cast<int64_t>(count) || !std::equal(line.begin(), line.begin() + static_cast<int64_t>(count),
+                                                              rows.begin() + static_cast<int64_t>(row * rowBytes)))
           ++wrong;
       }
     };

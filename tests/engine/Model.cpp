@@ -33,7 +33,8 @@ int64_t Model::Get(Rules rules, Bytes& buffer, uint32_t row, uint32_t column, ui
   return static_cast<int64_t>(rules == Rules::kOnePiece ? moved : bytes);
 }
 
-int64_t Model::Put(Rules rules, const Bytes& buffer, uint32_t row, uint32_t column, uint64_t bytes, int64_t failedTile) {
+int64_t Model::Put(Rules rules, const Bytes& buffer, uint32_t row, uint32_t column, uint64_t bytes,
+                   int64_t failedTile) {
   uint64_t start = 0;
   if (!Start(rules, row, column, start)) return ERR_INVALID_PARAMETER;
   uint64_t moved = 0;
@@ -43,8 +44,8 @@ int64_t Model::Put(Rules rules, const Bytes& buffer, uint32_t row, uint32_t colu
   return static_cast<int64_t>(rules == Rules::kOnePiece ? moved : bytes);
 }
 
-int32_t Model::PutSegments(const Bytes& buffer, uint32_t row, uint32_t columnOffset, const std::vector<uint32_t>& segments,
-                           bool preserveAlpha) {
+int32_t Model::PutSegments(const Bytes& buffer, uint32_t row, uint32_t columnOffset,
+                           const std::vector<uint32_t>& segments, bool preserveAlpha) {
   if (row >= static_cast<uint32_t>(shape_.height)) return ERR_INVALID_PARAMETER;
   const auto width = static_cast<uint32_t>(shape_.width);
   const auto bits = static_cast<uint32_t>(shape_.bits);
@@ -109,7 +110,8 @@ constexpr uint8_t kGuard = 0xC3;
 
 class Sequence {
  public:
-  Sequence(Kind kind, uint64_t seed) : seed_(seed), random_(Mix(seed, static_cast<uint64_t>(kind))), shape_(PickShape(kind)), model_(shape_) {
+  Sequence(Kind kind, uint64_t seed)
+      : seed_(seed), random_(Mix(seed, static_cast<uint64_t>(kind))), shape_(PickShape(kind)), model_(shape_) {
     wrong_ = picture_.MakeBlank(kind, shape_);
   }
 
@@ -136,16 +138,30 @@ class Sequence {
 
   void Step() {
     switch (random_.Below(14)) {
-      case 0: case 1: return PutRows(false);
-      case 2: case 3: return PutRows(true);
-      case 4: return GetRows(false);
-      case 5: case 6: return GetRows(true);
-      case 7: case 8: return PutSegments();
-      case 9: return ChangeHeight();
-      case 10: return Move();
-      case 11: return AdjustTiles();
-      case 12: return random_.OneIn(3) ? CopyAndGoOn() : Compression();
-      default: return shape_.bits == 1 ? CompressedRows() : CompareAll();
+      case 0:
+      case 1:
+        return PutRows(false);
+      case 2:
+      case 3:
+        return PutRows(true);
+      case 4:
+        return GetRows(false);
+      case 5:
+      case 6:
+        return GetRows(true);
+      case 7:
+      case 8:
+        return PutSegments();
+      case 9:
+        return ChangeHeight();
+      case 10:
+        return Move();
+      case 11:
+        return AdjustTiles();
+      case 12:
+        return random_.OneIn(3) ? CopyAndGoOn() : Compression();
+      default:
+        return shape_.bits == 1 ? CompressedRows() : CompareAll();
     }
   }
 
@@ -175,11 +191,16 @@ class Sequence {
   uint64_t SomeCount() {
     const uint64_t rowBytes = shape_.RowBytes();
     switch (random_.Below(5)) {
-      case 0: return rowBytes;
-      case 1: return random_.Below(rowBytes);
-      case 2: return random_.Below(4 * rowBytes);
-      case 3: return random_.Below(3);
-      default: return rowBytes * static_cast<uint32_t>(Height()) + random_.Below(9);
+      case 0:
+        return rowBytes;
+      case 1:
+        return random_.Below(rowBytes);
+      case 2:
+        return random_.Below(4 * rowBytes);
+      case 3:
+        return random_.Below(3);
+      default:
+        return rowBytes * static_cast<uint32_t>(Height()) + random_.Below(9);
     }
   }
   Bytes Noise(uint64_t count) {
@@ -316,7 +337,8 @@ class Sequence {
     switch (random_.Below(4)) {
       case 0: {
         Bytes records((4 + 2 * (size_t{width} + 1)) * rows + 1);
-        Expect("T_GetBitmapRowCompressed", T_GetBitmapRowCompressed(&record_, nullptr, records.data(), row, rows), SUCCESS);
+        Expect("T_GetBitmapRowCompressed", T_GetBitmapRowCompressed(&record_, nullptr, records.data(), row, rows),
+               SUCCESS);
         const uint8_t* at = records.data();
         for (uint32_t i = 0; i < rows; ++i) {
           if (!ReadRecord(at, records.data() + records.size(), width, line) || line != ModelRow(row + i))
@@ -349,8 +371,8 @@ class Sequence {
           ClearRowPadding(row + i);
         }
         records.push_back(0);
-        return Expect("T_PutBitmapRowCompressed", T_PutBitmapRowCompressed(&record_, nullptr, records.data(), row, rows),
-                      SUCCESS);
+        return Expect("T_PutBitmapRowCompressed",
+                      T_PutBitmapRowCompressed(&record_, nullptr, records.data(), row, rows), SUCCESS);
       }
       default: {
         line.resize(inside);

@@ -16,7 +16,8 @@ Rules RulesOf(const BitmapHandle& record);
 
 class Model {
  public:
-  explicit Model(const Shape& shape) : Model(shape, Bytes(size_t{shape.RowBytes()} * static_cast<uint32_t>(shape.height))) {}
+  explicit Model(const Shape& shape)
+      : Model(shape, Bytes(size_t{shape.RowBytes()} * static_cast<uint32_t>(shape.height))) {}
   Model(const Shape& shape, Bytes rows) : shape_(shape), rows_(std::move(rows)) {}
   const Shape& GetShape() const { return shape_; }
   const Bytes& Rows() const { return rows_; }
