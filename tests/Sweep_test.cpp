@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
@@ -117,12 +118,14 @@ std::set<Line> GatedLines() {
                        [&](const char* name) { return text.find(name) != std::string::npos; });
   };
   std::set<Line> lines;
-  for (const char* module :
-       {"Alloc", "Bitmap", "Compressed", "Copy", "CopyFile", "HugeMemory", "MemoryInfo", "Osys", "Palette", "Redirect",
-        "RowCol", "Internal/BlockStore", "Internal/CompressedStore", "Internal/DiskStore", "Internal/Overlays",
-        "Internal/Rows", "Internal/Storage", "Internal/TileStore"}) {
-    const std::string file = std::string("Common/") + module + ".cpp";
-    std::ifstream source(std::string(TARN_SOURCE_DIR) + "/" + file);
+  const std::filesystem::path root = TARN_SOURCE_DIR;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(root / "Common", error)) {
+    const std::string name = entry.path().filename().string();
+    // System objects are Windows' own; a thread's settings are made before a fault can be.
+    if (entry.path().extension() != ".cpp" || name.rfind("Win", 0) == 0 || name == "Settings.cpp") continue;
+    const std::string file = entry.path().lexically_relative(root).generic_string();
+    std::ifstream source(entry.path());
     std::string text;
     uint32_t named = 0;  // line of the function's `here`
     for (uint32_t number = 1; std::getline(source, text); ++number) {
