@@ -1,0 +1,126 @@
+// The bitmap behind the tool: storage by the user's choice, rows with every failure reported.
+
+#include <algorithm>
+#include <limits>
+
+#include "Failure.h"
+#include "Picture.h"
+
+namespace tarn::tool {
+namespace {
+
+constexpr uint64_t kDefaultTileBytes = 16 << 20;
+constexpr uint64_t kMaxBlock = 0xFFFFFFFF;  // the threshold counts in 32 bits; no bitmap is larger
+
+/// Sets the thread's thresholds for a choice and returns the memory type to ask for.
+uint32_t MemoryType(const StorageChoice& choice, const std::string& file) {
+  uint64_t block = kMaxBlock;
+  uint64_t tile = choice.tileBytes;
+  int32_t memoryTiles = -100;  // all, as far as there is memory
+  if (choice.kind == StorageKind::kAuto && choice.maxMemory != 0) {
+    block = std::min(choice.maxMemory, kMaxBlock);
+    // What does not fit one block of that size goes to tiles, and as many of them stay in memory as fit.
+    if (tile == 0) tile = std::min(kDefaultTileBytes, choice.maxMemory);
+    memoryTiles = static_cast<int32_t>(std::min<uint64_t>(choice.maxMemory / tile, std::numeric_limits<int32_t>::max()));
+  }
+  const int32_t set = T_SetMemoryThresholds(
+      0, static_cast<int64_t>(block), static_cast<int64_t>(tile), memoryTiles, 1,
+      T_THRESHOLD_MAX_CONVENTIONAL | T_THRESHOLD_TILE_SIZE | T_THRESHOLD_CONVENTIONAL_TILES | T_THRESHOLD_TILE_VIEWS);
+  if (set != SUCCESS) throw Failure(Exit::kInternal, file, "storage thresholds refused: " + std::to_string(set));
+  switch (choice.kind) {
+    case StorageKind::kAuto:
+      return TYPE_CONV;
+    case StorageKind::kMemory:
+      return TYPE_NOTILED;
+    case StorageKind::kTiled:
+      return TYPE_TILED;
+    case StorageKind::kDisk:
+      return TYPE_DISK;
+    case StorageKind::kCompressed:
+      return TYPE_COMPRESSED;
+  }
+  return TYPE_CONV;
+}
+
+[[noreturn]] void ThrowStatus(int64_t status, const std::string& file, const std::string& doing) {
+  switch (status) {
+    case ERR_NO_MEMORY:
+      throw Failure(Exit::kMemory, file, doing + ": no memory");
+    case ERR_IMAGE_TOO_LARGE:
+      throw Failure(Exit::kDepth, file, doing + ": a bitmap holds at most 4294901760 bytes");
+    case ERR_FILE_SEEK:
+    case ERR_FILE_READ:
+    case ERR_FILE_WRITE:
+    case ERR_DISK_FULL:
+    case 0:
+      throw Failure(Exit::kOutput, file, doing + ": temporary storage cannot be used (disk full?)");
+    default:
+      throw Failure(Exit::kInternal, file, doing + ": the library answers " + std::to_string(status));
+  }
+}
+
+}  // namespace
+
+Bitmap::Bitmap(const Picture& picture, const StorageChoice& choice, std::string file) : file_(std::move(file)) {
+  if (choice.kind == StorageKind::kCompressed && picture.bits != 1) {
+    throw Failure(Exit::kDepth, file_, "compressed storage holds 1-bit pictures only, this is " + DepthName(picture));
+  }
+  const std::string doing = "storage for " + std::to_string(picture.width) + " x " + std::to_string(picture.height) +
+                            " pixels of " + std::to_string(picture.bits) + " bits";
+  const int32_t made =
+      T_CreateBitmap(&handle_, sizeof handle_, MemoryType(choice, file_), picture.width, picture.height, picture.bits,
+                     picture.Order(), picture.palette.empty() ? nullptr : picture.palette.data(), picture.orientation,
+                     nullptr, 0);
+  if (made != SUCCESS) ThrowStatus(made, file_, doing);
+  if (choice.kind == StorageKind::kMemory && (handle_.Flags & T_FLAG_ON_DISK) != 0) {
+    T_FreeBitmap(&handle_);
+    ThrowStatus(ERR_NO_MEMORY, file_, doing);
+  }
+  if (picture.xDpi > 0) handle_.XResolution = picture.xDpi;
+  if (picture.yDpi > 0) handle_.YResolution = picture.yDpi;
+}
+
+Bitmap::~Bitmap() { T_FreeBitmap(&handle_); }
+
+void Bitmap::Check(int64_t moved, uint64_t wanted, int32_t row, const char* doing) const {
+  if (moved >= 0 && static_cast<uint64_t>(moved) == wanted) return;
+  ThrowStatus(moved < 0 ? moved : 0, file_, std::string(doing) + " row " + std::to_string(row));
+}
+
+void Bitmap::PutRow(int32_t row, const uint8_t* source) {
+  const uint64_t bytes = handle_.BytesPerLine;
+  Check(T_PutBitmapRow(&handle_, source, static_cast<uint32_t>(row), bytes), bytes, row, "storing");
+}
+
+void Bitmap::GetRow(int32_t row, uint8_t* target) {
+  const uint64_t bytes = handle_.BytesPerLine;
+  Check(T_GetBitmapRow(&handle_, target, static_cast<uint32_t>(row), bytes), bytes, row, "fetching");
+}
+
+void Bitmap::PutPart(int32_t row, uint32_t column, const uint8_t* source, uint64_t bytes) {
+  Check(T_PutBitmapRowCol(&handle_, source, static_cast<uint32_t>(row), column, bytes), bytes, row, "storing");
+}
+
+void Bitmap::GetPart(int32_t row, uint32_t column, uint8_t* target, uint64_t bytes) {
+  Check(T_GetBitmapRowCol(&handle_, target, static_cast<uint32_t>(row), column, bytes), bytes, row, "fetching");
+}
+
+std::string Bitmap::StorageName() const {
+  uint32_t type = 0, tiles = 0, memoryTiles = 0, views = 0;
+  int64_t tileBytes = 0;
+  const int32_t got = T_GetBitmapMemoryInfo(&handle_, &type, &tileBytes, &tiles, &memoryTiles, &views, nullptr);
+  if (got != SUCCESS) return "unknown";
+  switch (type) {
+    case TYPE_TILED:
+      return std::to_string(tiles) + (tiles == 1 ? " tile of " : " tiles of ") + std::to_string(tileBytes) + " bytes, " +
+             std::to_string(memoryTiles) + " kept in memory, " + std::to_string(tiles - memoryTiles) + " swapped to files";
+    case TYPE_DISK:
+      return "a temporary file";
+    case TYPE_COMPRESSED:
+      return "compressed rows in memory";
+    default:
+      return "one block in memory";
+  }
+}
+
+}  // namespace tarn::tool

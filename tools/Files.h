@@ -1,0 +1,91 @@
+#pragma once
+// Files as the codecs use them: plain calls that cannot throw, because C code of the codec libraries lies between them
+// and the code that reports. A failure is remembered and asked for afterwards.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace tarn::tool {
+
+class InputFile {
+ public:
+  /// Opens a regular file; throws Failure.
+  explicit InputFile(std::string name);
+  ~InputFile();
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+
+  /// Bytes read; fewer than asked for at the end of the file or after an error.
+  size_t Read(void* target, size_t bytes) noexcept;
+  void Seek(uint64_t position) noexcept { position_ = position; }
+  uint64_t Position() const noexcept { return position_; }
+  uint64_t Size() const noexcept { return size_; }
+  const std::string& Name() const noexcept { return name_; }
+  /// Throws when a read has failed for another reason than the end of the file.
+  void ThrowIfFailed() const;
+
+ private:
+  std::string name_;
+  int file_ = -1;
+  int error_ = 0;  // errno of the first failed read
+  uint64_t size_ = 0;
+  uint64_t position_ = 0;
+  uint64_t bufferStart_ = 0;
+  size_t bufferLength_ = 0;
+  std::unique_ptr<unsigned char[]> buffer_;
+};
+
+/// A file that comes into being whole or not at all. It is written without a name (or, where the file system cannot do
+/// that, under an unguessable one in the target's directory) and takes its name in Commit. Destroyed before that, by an
+/// exception or a signal, it leaves nothing behind and an existing target as it was.
+class OutputFile {
+ public:
+  /// Throws Failure when the directory cannot take the file.
+  explicit OutputFile(std::string name);
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  /// False when a write has failed, now or earlier.
+  bool Write(const void* source, size_t bytes) noexcept;
+  /// Reads back what was written; fewer bytes at the end.
+  size_t Read(void* target, size_t bytes) noexcept;
+  void Seek(uint64_t position) noexcept { position_ = position; }
+  uint64_t Position() const noexcept { return position_; }
+  uint64_t Size() const noexcept { return size_; }
+  const std::string& Name() const noexcept { return name_; }
+  bool Failed() const noexcept { return error_ != 0; }
+
+  /// Flushes to the medium and gives the file its name; throws Failure.
+  void Commit();
+  /// Throws when a write has failed.
+  void ThrowIfFailed() const;
+
+ private:
+  bool Flush() noexcept;
+  void CreateNamed();
+  bool LinkAs(const std::string& entry) noexcept;
+  bool Close() noexcept;
+  [[noreturn]] void Fail(const char* doing, int error) const;
+
+  std::string name_;       // as the user gave it
+  std::string entry_;      // the target's name within its directory
+  std::string temporary_;  // name within the directory while it has one
+  int directory_ = -1;
+  int file_ = -1;
+  int error_ = 0;  // errno of the first failed write
+  bool replaces_ = false;
+  uint64_t size_ = 0;
+  uint64_t position_ = 0;
+  uint64_t bufferStart_ = 0;
+  size_t bufferUsed_ = 0;
+  std::unique_ptr<unsigned char[]> buffer_;
+};
+
+/// Ends the process on SIGINT, SIGTERM and SIGHUP with no temporary output left; a file that would exceed the file size
+/// limit becomes a write error instead of a signal.
+void InstallSignalCleanup() noexcept;
+
+}  // namespace tarn::tool

@@ -1,0 +1,136 @@
+#pragma once
+// A picture as the codecs describe it, and the bitmap that holds it.
+//
+// What a file holds becomes one of these bitmaps; the top row is row 0 unless the file says otherwise (orientation):
+//   1, 2, 4 or 8 bits   palette indices; gray pictures have a gray ramp as palette (descending where 0 is white)
+//   16 bits             gray, T_ORDER_GRAY
+//   24 and 32 bits      blue, green, red (, opacity), a byte each
+//   48 and 64 bits      the same in 16-bit samples, low byte first
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tarn/tarn.h"
+
+namespace tarn::tool {
+
+class Console;
+class InputFile;
+class OutputFile;
+class Progress;
+
+struct Picture {
+  std::string container;  // format and variant of the file: "PNG, interlaced"
+  std::string depth;      // what the file holds: "8-bit palette, 200 colours"
+  int32_t width = 0;
+  int32_t height = 0;
+  int32_t bits = 0;  // of the bitmap, as drawn above
+  std::vector<T_PaletteEntry> palette;  // 1 << bits entries up to 8 bits, else empty
+  int32_t xDpi = 0;                     // 0: the file does not say
+  int32_t yDpi = 0;
+  uint32_t orientation = 1;  // view perspective: 1 the top row first, left to right
+  std::vector<uint8_t> profile;  // ICC colour profile, empty when there is none
+
+  uint32_t Order() const noexcept;
+  uint64_t RowBytes() const noexcept { return (static_cast<uint64_t>(width) * static_cast<uint64_t>(bits) + 7) / 8; }
+};
+
+/// Meaning of a palette that is a gray ramp.
+enum class Ramp { kNone, kBlackIsZero, kWhiteIsZero };
+Ramp RampOf(const std::vector<T_PaletteEntry>& palette) noexcept;
+std::vector<T_PaletteEntry> GrayRamp(int32_t bits, bool whiteIsZero);
+/// The bitmap's depth in words: "8-bit gray", "4-bit palette", "48-bit colour", "32-bit colour with opacity".
+std::string DepthName(const Picture& picture);
+/// Dots per inch from dots per metre, rounded; 0 (not stated) when out of range.
+int32_t DotsPerInch(double perInch) noexcept;
+
+// ---- Storage -------------------------------------------------------------------------------------------------------
+
+enum class StorageKind { kAuto, kMemory, kTiled, kDisk, kCompressed };
+
+struct StorageChoice {
+  StorageKind kind = StorageKind::kAuto;
+  uint64_t tileBytes = 0;  // 0: the library's default
+  uint64_t maxMemory = 0;  // bytes of pixels to keep in memory, 0: as the machine allows; for kAuto
+};
+
+/// A bitmap and its storage.
+class Bitmap {
+ public:
+  /// Throws Failure, naming `file`.
+  Bitmap(const Picture& picture, const StorageChoice& choice, std::string file);
+  ~Bitmap();
+  Bitmap(const Bitmap&) = delete;
+  Bitmap& operator=(const Bitmap&) = delete;
+
+  /// Whole rows of BytesPerLine() bytes; padding included.
+  void PutRow(int32_t row, const uint8_t* source);
+  void GetRow(int32_t row, uint8_t* target);
+  /// Bytes of a row from a pixel on; below 8 bits the column lies on a byte.
+  void PutPart(int32_t row, uint32_t column, const uint8_t* source, uint64_t bytes);
+  void GetPart(int32_t row, uint32_t column, uint8_t* target, uint64_t bytes);
+
+  uint32_t BytesPerLine() const noexcept { return handle_.BytesPerLine; }
+  BitmapHandle& Handle() noexcept { return handle_; }
+  const BitmapHandle& Handle() const noexcept { return handle_; }
+  /// "one block in memory", "4 tiles of 1048576 bytes, 1 kept in memory", ...
+  std::string StorageName() const;
+
+ private:
+  void Check(int64_t moved, uint64_t wanted, int32_t row, const char* doing) const;
+
+  BitmapHandle handle_{};
+  std::string file_;
+};
+
+// ---- Codecs --------------------------------------------------------------------------------------------------------
+
+class Reader {
+ public:
+  virtual ~Reader() = default;
+  /// Complete once the reader is made, but for the orientation, which some files tell after their rows.
+  const Picture& Info() const noexcept { return picture_; }
+  /// Reads all rows into a bitmap made for Info(). Throws Failure; a picture with any part missing or damaged fails.
+  virtual void ReadInto(Bitmap& bitmap, Progress& progress) = 0;
+  /// Calls of Progress::Step that ReadInto makes.
+  virtual uint64_t Steps() const noexcept { return static_cast<uint64_t>(picture_.height); }
+
+ protected:
+  Picture picture_;
+};
+
+enum class Format { kPng, kJpeg, kTiff };
+enum class TiffCompression { kDefault, kNone, kLzw, kDeflate, kPackBits, kG4 };
+
+struct WriteOptions {
+  int jpegQuality = 90;
+  TiffCompression compression = TiffCompression::kDefault;
+};
+
+/// Recognises the file by its first bytes. `page` counts from 1; 0: the file's only page.
+std::unique_ptr<Reader> OpenPicture(InputFile& file, Console& console, int page);
+/// The format of an output file by its extension; throws Failure.
+Format FormatOf(const std::string& name);
+/// Throws Failure (Exit::kDepth) when the format cannot hold the picture without loss of depth.
+void RequireHolds(Format format, const WriteOptions& options, const Picture& picture, const std::string& name);
+void WritePicture(Format format, const WriteOptions& options, const Picture& picture, Bitmap& bitmap, OutputFile& file,
+                  Console& console, Progress& progress);
+
+// One pair for each codec, behind the functions above.
+std::unique_ptr<Reader> OpenPng(InputFile& file, Console& console);
+std::unique_ptr<Reader> OpenJpeg(InputFile& file, Console& console);
+std::unique_ptr<Reader> OpenTiff(InputFile& file, Console& console, int page);
+void WritePng(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress);
+void WriteJpeg(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress,
+               int quality);
+void WriteTiff(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress,
+               TiffCompression compression);
+
+/// Orientation (1..8) of an Exif block without its "Exif\0\0" head; 1 when it tells none.
+uint32_t ExifOrientation(const uint8_t* block, size_t bytes) noexcept;
+/// The shortest Exif block that tells an orientation.
+std::vector<uint8_t> ExifBlock(uint32_t orientation);
+
+}  // namespace tarn::tool
