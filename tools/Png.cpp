@@ -6,7 +6,7 @@
 #include <array>
 #include <csetjmp>
 #include <cstdio>
-#include <limits>
+#include <cstdlib>
 
 #include "Console.h"
 #include "Failure.h"
@@ -23,7 +23,14 @@ struct PngContext {
   Console* console;
   const std::string* name;
   std::array<char, 200> error{};
+  bool outOfMemory = false;
 
+  static png_voidp Allocate(png_structp png, png_alloc_size_t bytes) {
+    void* block = std::malloc(bytes);
+    if (!block) static_cast<PngContext*>(png_get_mem_ptr(png))->outOfMemory = true;
+    return block;
+  }
+  static void Release(png_structp, png_voidp block) { std::free(block); }
   [[noreturn]] static void OnError(png_structp png, png_const_charp message) {
     auto* context = static_cast<PngContext*>(png_get_error_ptr(png));
     std::snprintf(context->error.data(), context->error.size(), "%s", message);
@@ -63,7 +70,8 @@ const char* ColourName(int type) {
 class PngReader final : public Reader {
  public:
   PngReader(InputFile& file, Console& console) : file_(file), context_{&console, &file.Name()} {
-    png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, &context_, PngContext::OnError, PngContext::OnWarning);
+    png_ = png_create_read_struct_2(PNG_LIBPNG_VER_STRING, &context_, PngContext::OnError, PngContext::OnWarning,
+                                    &context_, PngContext::Allocate, PngContext::Release);
     if (!png_) throw std::bad_alloc();
     info_ = png_create_info_struct(png_);
     try {
@@ -102,6 +110,7 @@ class PngReader final : public Reader {
   void Run(const Step& step) {
     if (Guarded(png_, step)) return;
     file_.ThrowIfFailed();
+    if (context_.outOfMemory) throw Failure(Exit::kMemory, file_.Name(), "needs too much memory to decode");
     throw Failure(Exit::kDamaged, file_.Name(), std::string("damaged PNG: ") + context_.error.data());
   }
 
@@ -227,7 +236,8 @@ void PngReader::ReadOrientation() {
 class PngWriter {
  public:
   PngWriter(OutputFile& file, Console& console) : file_(file), context_{&console, &file.Name()} {
-    png_ = png_create_write_struct(PNG_LIBPNG_VER_STRING, &context_, PngContext::OnError, PngContext::OnWarning);
+    png_ = png_create_write_struct_2(PNG_LIBPNG_VER_STRING, &context_, PngContext::OnError, PngContext::OnWarning,
+                                     &context_, PngContext::Allocate, PngContext::Release);
     if (!png_) throw std::bad_alloc();
     info_ = png_create_info_struct(png_);
     if (!info_) {
@@ -256,6 +266,7 @@ class PngWriter {
   void Run(const Step& step) {
     if (Guarded(png_, step)) return;
     file_.ThrowIfFailed();
+    if (context_.outOfMemory) throw Failure(Exit::kMemory, file_.Name(), "needs too much memory to encode");
     throw Failure(Exit::kOutput, file_.Name(), std::string("cannot encode PNG: ") + context_.error.data());
   }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -25,12 +26,18 @@ struct TiffContext {
   const std::string* name;
   std::array<char, 200> error{};
   std::array<char, 200> warning{};
+  bool outOfMemory = false;
 
+  void Clear() {
+    error[0] = warning[0] = 0;
+    errno = 0;
+  }
   static void Format(std::array<char, 200>& text, const char* format, va_list arguments) {
     std::vsnprintf(text.data(), text.size(), format, arguments);
   }
   static int OnError(TIFF*, void* user, const char*, const char* format, va_list arguments) {
     auto* context = static_cast<TiffContext*>(user);
+    if (errno == ENOMEM) context->outOfMemory = true;  // libtiff has no other way of telling
     if (context->error[0] == 0) Format(context->error, format, arguments);
     return 1;
   }
@@ -68,8 +75,9 @@ struct TiffCalls {
   static toff_t Size(thandle_t handle) { return Of(handle).Size(); }
 
   static TIFF* Open(File& file, const char* mode, TiffContext& context) {
+    context.Clear();
     TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
-    if (!options) return nullptr;
+    if (!options) throw std::bad_alloc();
     TIFFOpenOptionsSetMaxSingleMemAlloc(options, kCodecMemory);
     TIFFOpenOptionsSetErrorHandlerExtR(options, TiffContext::OnError, &context);
     TIFFOpenOptionsSetWarningHandlerExtR(options, TiffContext::OnWarning, &context);
@@ -158,7 +166,7 @@ class TiffReader final : public Reader {
 
   void ReadInto(Bitmap& bitmap, Progress& progress) override {
     line_.resize(bitmap.BytesPerLine());
-    context_.error[0] = context_.warning[0] = 0;
+    context_.Clear();
     if (TIFFIsTiled(tiff_)) {
       ReadTiles(bitmap, progress);
     } else {
@@ -169,6 +177,7 @@ class TiffReader final : public Reader {
  private:
   [[noreturn]] void Damaged() const {
     file_.ThrowIfFailed();
+    if (context_.outOfMemory) throw Failure(Exit::kMemory, file_.Name(), "needs too much memory to decode");
     std::string reason = context_.error[0] ? context_.error.data() : context_.warning.data();
     if (reason.empty()) reason = "cannot be read";
     throw Failure(Exit::kDamaged, file_.Name(), "damaged TIFF: " + reason);
@@ -458,6 +467,7 @@ class TiffWriter {
   }
   [[noreturn]] void Fail() const {
     file_.ThrowIfFailed();
+    if (context_.outOfMemory) throw Failure(Exit::kMemory, file_.Name(), "needs too much memory to encode");
     throw Failure(Exit::kOutput, file_.Name(), std::string("cannot encode TIFF: ") + context_.error.data());
   }
   void Check(bool done) const {

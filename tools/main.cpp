@@ -189,6 +189,9 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return tarn::tool::Run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::fputs("tarn: no memory\n", stderr);
+    return static_cast<int>(tarn::tool::Exit::kMemory);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "tarn: %s\n", error.what());
     return static_cast<int>(tarn::tool::Exit::kInternal);

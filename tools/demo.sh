@@ -1,0 +1,85 @@
+#!/bin/sh
+# tools/demo.sh BUILD_DIR: takes real photographs and a scanned-looking page through every kind of storage and back.
+# BUILD_DIR holds a finished build. The photographs come from a Debian package that is fetched once and unpacked below
+# build/cache, not installed; without it, the pictures that come with the project are shown.
+set -u
+
+if [ $# != 1 ] || [ ! -d "$1" ]; then
+  echo "usage: tools/demo.sh BUILD_DIR" >&2
+  exit 2
+fi
+programs=$(cd "$1" && pwd)/tools
+cd "$(dirname "$0")/.." || exit 2
+cache=$PWD/build/cache
+out=$PWD/build/demo
+for program in tarn_demo tarn_samples; do
+  if [ ! -x "$programs/$program" ]; then
+    echo "demo: $programs/$program is missing; build first" >&2
+    exit 2
+  fi
+done
+mkdir -p "$cache" && rm -rf "$out" && mkdir -p "$out" || exit 2
+note() { printf 'demo: %s\n' "$*"; }
+
+# ---- Photographs -----------------------------------------------------------------------------------------------------
+
+package=python3-skimage
+data=usr/lib/python3/dist-packages/skimage/data
+
+download() {
+  (cd "$cache" && LC_ALL=C apt-get -q -o Acquire::Retries=1 -o Acquire::http::Timeout=20 download "$package") \
+    >"$cache/download.log" 2>&1 </dev/null
+}
+
+# Leaves the package's files in $cache/$package.
+fetch() {
+  [ ! -d "$cache/$package/$data" ] || return 0
+  command -v apt-get >/dev/null 2>&1 && command -v dpkg-deb >/dev/null 2>&1 || return 1
+  note "fetching the photographs of the Debian package $package (20 MB, once)"
+  rm -rf "$cache/$package"_*.deb "$cache/$package.new"
+  if ! download; then
+    # A fresh system has no package lists yet.
+    [ "$(id -u)" = 0 ] && apt-get -qq -o Acquire::Retries=1 -o Acquire::http::Timeout=20 update \
+      >>"$cache/download.log" 2>&1 </dev/null && download || return 1
+  fi
+  dpkg-deb -x "$cache/$package"_*.deb "$cache/$package.new" >>"$cache/download.log" 2>&1 || return 1
+  mv "$cache/$package.new" "$cache/$package" || return 1
+  rm -f "$cache/$package"_*.deb
+}
+
+set --
+if fetch; then
+  for picture in astronaut.png coffee.png hubble_deep_field.jpg retina.jpg camera.png green_palette.png logo.png \
+    chessboard_GRAY_U16.tif chessboard_RGB.png; do
+    if [ -f "$cache/$package/$data/$picture" ]; then set -- "$@" "$cache/$package/$data/$picture"; fi
+  done
+  origin="The photographs come from the Debian package $package."
+fi
+if [ $# = 0 ]; then
+  note "the package $package cannot be had (build/cache/download.log); showing the picture that comes with the project"
+  set -- tests/data/landscape.jpg
+  origin="The landscape is computed."
+fi
+
+# ---- Page ------------------------------------------------------------------------------------------------------------
+
+# Sets a page of text at 300 dots per inch and makes it look scanned: skewed and specked, the same way every time.
+page() {
+  command -v groff >/dev/null 2>&1 && command -v gs >/dev/null 2>&1 || return 1
+  groff -ms -Tps -P-pa4 tools/demo_page.ms >"$out/page.ps" 2>"$out/page.log" &&
+    gs -q -dSAFER -dBATCH -dNOPAUSE -sDEVICE=pngmono -r300 -g2480x3508 -sOutputFile="$out/page.print.png" \
+      "$out/page.ps" >>"$out/page.log" 2>&1 &&
+    "$programs/tarn_samples" scan "$out/page.print.png" "$out/page.tif"
+}
+
+if page; then
+  set -- "$@" "$out/page.tif"
+  origin="$origin The page was set by groff and Ghostscript, then skewed by 0.6 degrees and specked."
+else
+  note "groff or Ghostscript is missing; showing the page that comes with the project"
+  set -- "$@" tests/data/page.tif
+  origin="$origin The page comes with the project."
+fi
+rm -f "$out/page.ps" "$out/page.log" "$out/page.print.png"
+
+"$programs/tarn_demo" --origin "$origin" "$out" "$@"

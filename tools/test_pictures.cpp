@@ -1,0 +1,434 @@
+#include "test_pictures.h"
+
+#include <cstdio>
+// jpeglib.h needs stdio first.
+#include <jpeglib.h>
+#include <png.h>
+#include <tiffio.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+namespace tarn::test {
+namespace {
+
+/// A sample of the test pattern: slopes, edges and some noise, 0..65535.
+uint16_t Pattern(int x, int y, int channel) {
+  uint32_t h = static_cast<uint32_t>(x) * 2654435761u ^ static_cast<uint32_t>(y) * 40503u ^ static_cast<uint32_t>(channel) * 97u;
+  h = (h ^ (h >> 15)) * 2246822519u;
+  const uint32_t slope = static_cast<uint32_t>(x * 1500 + y * 900 + channel * 20000);
+  return static_cast<uint16_t>((x / 5 + y / 3) % 4 == 0 ? h >> 16 : slope);
+}
+
+uint16_t Widen(uint32_t value, int bits) { return static_cast<uint16_t>(value * 65535u / ((1u << bits) - 1)); }
+uint32_t Level(int x, int y, int channel, int bits) { return static_cast<uint32_t>(Pattern(x, y, channel)) >> (16 - bits); }
+
+/// Packs samples of 1 to 16 bits, most significant first; 16-bit ones in the machine's order.
+class Packer {
+ public:
+  explicit Packer(std::vector<uint8_t>& line) : line_(line) { line_.clear(); }
+  void Put(uint32_t value, int bits) {
+    if (bits == 16) {
+      line_.push_back(static_cast<uint8_t>(value));
+      line_.push_back(static_cast<uint8_t>(value >> 8));
+      return;
+    }
+    if (used_ == 0) line_.push_back(0);
+    line_.back() |= static_cast<uint8_t>(value << (8 - bits - used_));
+    used_ = (used_ + bits) % 8;
+  }
+
+ private:
+  std::vector<uint8_t>& line_;
+  int used_ = 0;
+};
+
+uint32_t Unpack(const uint8_t* line, int index, int bits) {
+  if (bits == 16) return static_cast<uint32_t>(line[2 * index] | line[2 * index + 1] << 8);
+  return (line[index * bits / 8] >> (8 - bits - index * bits % 8)) & ((1u << bits) - 1);
+}
+
+/// Entry i of the test palette; the same in both formats.
+void PaletteEntry(uint32_t i, uint8_t* rgb) {
+  rgb[0] = static_cast<uint8_t>(i * 37 + 11);
+  rgb[1] = static_cast<uint8_t>(i * 101 + 60);
+  rgb[2] = static_cast<uint8_t>(200 - i * 53);
+}
+
+std::vector<uint8_t> Exif(int orientation) {  // little-endian, unlike the tool's
+  return {'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 0x12, 1, 3, 0, 1, 0, 0, 0, static_cast<uint8_t>(orientation), 0, 0, 0, 0, 0, 0, 0};
+}
+int ExifValue(const uint8_t* block, size_t bytes) {  // as the tool and the line above write it
+  if (bytes < 20) return 1;
+  return block[0] == 'M' ? block[19] : block[18];
+}
+
+[[noreturn]] void Throw(const std::string& text) { throw std::runtime_error(text); }
+void PngError(png_structp, png_const_charp message) { Throw(message); }
+void PngIgnore(png_structp, png_const_charp) {}
+
+struct File {
+  File(const std::string& name, const char* mode) : file(std::fopen(name.c_str(), mode)) {
+    if (!file) Throw("cannot open " + name);
+  }
+  ~File() { std::fclose(file); }
+  std::FILE* file;
+};
+
+}  // namespace
+
+// ---- PNG -----------------------------------------------------------------------------------------------------------
+
+Pixels MakePng(const std::string& name, int width, int height, const PngKind& kind, const Meta& meta) {
+  const bool palette = kind.type == PNG_COLOR_TYPE_PALETTE;
+  const bool colour = (kind.type & PNG_COLOR_MASK_COLOR) != 0 && !palette;
+  const bool alpha = (kind.type & PNG_COLOR_MASK_ALPHA) != 0;
+  const int channels = (colour ? 3 : 1) + (alpha ? 1 : 0);
+  const uint32_t entries = std::min(1u << kind.depth, 200u);
+  Pixels truth{width, height, std::vector<uint16_t>(static_cast<size_t>(width) * height * 4)};
+  // The colour that tRNS makes transparent is that of a pixel in the middle.
+  uint32_t keyed[3] = {};
+  for (int c = 0; c < 3; ++c) keyed[c] = Level(width / 2, height / 2, colour ? c : 0, kind.depth);
+
+  std::vector<std::vector<uint8_t>> rows(static_cast<size_t>(height));
+  for (int y = 0; y < height; ++y) {
+    Packer packer(rows[static_cast<size_t>(y)]);
+    for (int x = 0; x < width; ++x) {
+      uint32_t v[4] = {};
+      for (int c = 0; c < channels; ++c) v[c] = Level(x, y, c, kind.depth);
+      uint16_t* const pixel = truth.At(x, y);
+      pixel[3] = 65535;
+      if (palette) {
+        v[0] %= entries;
+        uint8_t rgb[3];
+        PaletteEntry(v[0], rgb);
+        for (int c = 0; c < 3; ++c) pixel[c] = static_cast<uint16_t>(rgb[c] * 257);
+        if (kind.transparent && v[0] < 3) pixel[3] = static_cast<uint16_t>((v[0] * 100) * 257);
+      } else {
+        for (int c = 0; c < 3; ++c) pixel[c] = Widen(v[colour ? c : 0], kind.depth);
+        if (alpha) pixel[3] = Widen(v[channels - 1], kind.depth);
+        const bool match = v[0] == keyed[0] && (!colour || (v[1] == keyed[1] && v[2] == keyed[2]));
+        if (kind.transparent && match) pixel[3] = 0;
+      }
+      for (int c = 0; c < channels; ++c) packer.Put(v[c], kind.depth);
+    }
+  }
+
+  const File file(name, "wb");
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, PngError, PngIgnore);
+  png_infop info = png_create_info_struct(png);
+  png_init_io(png, file.file);
+  png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), kind.depth, kind.type,
+               kind.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+               PNG_FILTER_TYPE_DEFAULT);
+  if (palette) {
+    std::vector<png_color> colours(entries);
+    for (uint32_t i = 0; i < entries; ++i) {
+      uint8_t rgb[3];
+      PaletteEntry(i, rgb);
+      colours[i] = {rgb[0], rgb[1], rgb[2]};
+    }
+    png_set_PLTE(png, info, colours.data(), static_cast<int>(entries));
+  }
+  png_byte opacity[3] = {0, 100, 200};
+  png_color_16 key{};
+  key.gray = key.red = static_cast<png_uint_16>(keyed[0]);
+  key.green = static_cast<png_uint_16>(keyed[1]);
+  key.blue = static_cast<png_uint_16>(keyed[2]);
+  if (kind.transparent) png_set_tRNS(png, info, opacity, std::min(3, static_cast<int>(entries)), palette ? nullptr : &key);
+  if (meta.dpi != 0) {
+    const auto perMetre = static_cast<png_uint_32>(meta.dpi / 0.0254 + 0.5);
+    png_set_pHYs(png, info, perMetre, perMetre, PNG_RESOLUTION_METER);
+  }
+  std::vector<uint8_t> exif = Exif(meta.orientation);
+  if (meta.orientation != 1) png_set_eXIf_1(png, info, static_cast<png_uint_32>(exif.size()), exif.data());
+  if (!meta.profile.empty()) {
+    png_set_iCCP(png, info, "p", 0, reinterpret_cast<png_const_bytep>(meta.profile.data()),
+                 static_cast<png_uint_32>(meta.profile.size()));
+  }
+  std::vector<png_bytep> pointers;
+  for (std::vector<uint8_t>& row : rows) pointers.push_back(row.data());
+  png_set_rows(png, info, pointers.data());
+  png_write_png(png, info, PNG_TRANSFORM_SWAP_ENDIAN, nullptr);
+  png_destroy_write_struct(&png, &info);
+  return truth;
+}
+
+Pixels DecodePng(const std::string& name, std::string* what, Meta* meta) {
+  const File file(name, "rb");
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, PngError, PngIgnore);
+  png_infop info = png_create_info_struct(png);
+  png_init_io(png, file.file);
+  png_read_info(png, info);
+  const int type = png_get_color_type(png, info);
+  if (what) {
+    static const char* const kNames[] = {"gray", "", "colour", "palette", "gray+opacity", "", "colour+opacity"};
+    *what = kNames[type] + (" " + std::to_string(png_get_bit_depth(png, info)));
+  }
+  if (meta) {
+    png_charp profileName = nullptr;
+    png_bytep block = nullptr;
+    png_uint_32 bytes = 0;
+    int method = 0;
+    meta->dpi = static_cast<int>(png_get_x_pixels_per_meter(png, info) * 0.0254 + 0.5);
+    if (png_get_iCCP(png, info, &profileName, &method, &block, &bytes)) meta->profile.assign(block, block + bytes);
+    if (png_get_eXIf_1(png, info, &bytes, &block)) meta->orientation = ExifValue(block, bytes);
+  }
+  png_set_expand_16(png);
+  if ((type & PNG_COLOR_MASK_COLOR) == 0) png_set_gray_to_rgb(png);
+  png_set_add_alpha(png, 65535, PNG_FILLER_AFTER);
+  png_set_swap(png);
+  png_read_update_info(png, info);
+  Pixels pixels{static_cast<int>(png_get_image_width(png, info)), static_cast<int>(png_get_image_height(png, info)), {}};
+  pixels.samples.resize(static_cast<size_t>(pixels.width) * pixels.height * 4);
+  for (int y = 0; y < pixels.height; ++y) png_read_row(png, reinterpret_cast<png_bytep>(pixels.At(0, y)), nullptr);
+  png_read_end(png, info);
+  png_destroy_read_struct(&png, &info, nullptr);
+  return pixels;
+}
+
+// ---- TIFF ----------------------------------------------------------------------------------------------------------
+
+namespace {
+
+/// Sample c of the file's pixel, and what it shows.
+uint32_t TiffSample(const TiffKind& kind, int x, int y, int c) {
+  const bool opacity = c > 0 && c == kind.samples - 1 && kind.samples != 3;
+  const uint32_t level = Level(x, y, c, kind.bits);
+  if (!kind.multiplied || opacity) return level;
+  // Colours never exceed the opacity that they were multiplied with.
+  const uint32_t most = Level(x, y, kind.samples - 1, kind.bits);
+  return level % (most + 1);
+}
+
+void Show(const TiffKind& kind, const uint32_t* v, uint16_t* pixel) {
+  const uint32_t full = (1u << kind.bits) - 1;
+  const int base = kind.samples >= 3 ? 3 : 1;
+  pixel[3] = kind.samples > base ? Widen(v[base], kind.bits) : 65535;
+  for (int c = 0; c < 3; ++c) {
+    uint32_t level = v[base == 3 ? c : 0];
+    if (kind.photometric == PHOTOMETRIC_MINISWHITE) level = full - level;
+    if (kind.multiplied && v[base] != 0) level = std::min(full, (level * full + v[base] / 2) / v[base]);
+    pixel[c] = Widen(level, kind.bits);
+  }
+  if (kind.photometric == PHOTOMETRIC_PALETTE) {
+    uint8_t rgb[3];
+    PaletteEntry(v[0], rgb);
+    for (int c = 0; c < 3; ++c) pixel[c] = static_cast<uint16_t>(rgb[c] * 257);
+  }
+}
+
+}  // namespace
+
+Pixels MakeTiff(const std::string& name, int width, int height, const TiffKind& kind, const Meta& meta) {
+  Pixels truth{width, height, std::vector<uint16_t>(static_cast<size_t>(width) * height * 4)};
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      uint32_t v[4] = {};
+      for (int c = 0; c < kind.samples; ++c) v[c] = TiffSample(kind, x, y, c);
+      Show(kind, v, truth.At(x, y));
+    }
+  }
+  TIFF* tiff = TIFFOpen(name.c_str(), kind.bigEndian ? "wb" : "wl");
+  if (!tiff) Throw("cannot write " + name);
+  for (int page = 0; page < kind.pages; ++page) {
+    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
+    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, height);
+    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, kind.bits);
+    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, kind.samples);
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, kind.photometric);
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION, kind.compression);
+    TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, kind.planes ? PLANARCONFIG_SEPARATE : PLANARCONFIG_CONTIG);
+    TIFFSetField(tiff, TIFFTAG_ORIENTATION, meta.orientation);
+    if (kind.photometric == PHOTOMETRIC_YCBCR) TIFFSetField(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
+    if (kind.samples == 2 || kind.samples == 4) {
+      const uint16_t extra = kind.multiplied ? EXTRASAMPLE_ASSOCALPHA : EXTRASAMPLE_UNASSALPHA;
+      TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &extra);
+    }
+    if (kind.photometric == PHOTOMETRIC_PALETTE) {
+      std::vector<uint16_t> map[3];
+      for (uint32_t i = 0; i < 1u << kind.bits; ++i) {
+        uint8_t rgb[3];
+        PaletteEntry(i, rgb);
+        for (int c = 0; c < 3; ++c) map[c].push_back(static_cast<uint16_t>(rgb[c] * 257));
+      }
+      TIFFSetField(tiff, TIFFTAG_COLORMAP, map[0].data(), map[1].data(), map[2].data());
+    }
+    if (meta.dpi != 0) {
+      TIFFSetField(tiff, TIFFTAG_RESOLUTIONUNIT, RESUNIT_CENTIMETER);
+      TIFFSetField(tiff, TIFFTAG_XRESOLUTION, meta.dpi / 2.54);
+      TIFFSetField(tiff, TIFFTAG_YRESOLUTION, meta.dpi / 2.54);
+    }
+    if (!meta.profile.empty()) {
+      TIFFSetField(tiff, TIFFTAG_ICCPROFILE, static_cast<uint32_t>(meta.profile.size()), meta.profile.data());
+    }
+    const int side = kind.tiles ? 16 : 0;
+    const int blockWidth = kind.tiles ? side : width, blockHeight = kind.tiles ? side : 5;
+    if (kind.tiles) {
+      TIFFSetField(tiff, TIFFTAG_TILEWIDTH, side);
+      TIFFSetField(tiff, TIFFTAG_TILELENGTH, side);
+    } else {
+      TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, kind.compression == COMPRESSION_JPEG ? 16 : blockHeight);
+    }
+    std::vector<uint8_t> line, block;
+    const int planes = kind.planes ? kind.samples : 1;
+    // Pixels beyond the edge of the last tiles are junk that nobody may see.
+    const auto pack = [&](int left, int y, int plane) {
+      Packer packer(line);
+      for (int x = left; x < left + blockWidth; ++x) {
+        const bool inside = x < width && y < height;
+        for (int c = 0; c < kind.samples; ++c) {
+          if (planes == 1 || c == plane) packer.Put(inside ? TiffSample(kind, x, y, c) : 1, kind.bits);
+        }
+      }
+    };
+    bool good = true;
+    for (int plane = 0; plane < planes; ++plane) {
+      for (int top = 0; top < height; top += kind.tiles ? side : 1) {
+        for (int left = 0; left < width; left += blockWidth) {
+          block.clear();
+          for (int y = top; y < top + (kind.tiles ? side : 1); ++y) {
+            pack(left, y, plane);
+            block.insert(block.end(), line.begin(), line.end());
+          }
+          const auto sample = static_cast<uint16_t>(plane);
+          good = good && (kind.tiles ? TIFFWriteTile(tiff, block.data(), static_cast<uint32_t>(left),
+                                                     static_cast<uint32_t>(top), 0, sample) > 0
+                                     : TIFFWriteScanline(tiff, block.data(), static_cast<uint32_t>(top), sample) == 1);
+        }
+      }
+    }
+    if (!good || TIFFWriteDirectory(tiff) != 1) Throw("cannot encode " + name);
+  }
+  TIFFClose(tiff);
+  return truth;
+}
+
+Pixels DecodeTiff(const std::string& name, TiffKind* kindOut, Meta* meta) {
+  TIFF* tiff = TIFFOpen(name.c_str(), "r");
+  if (!tiff) Throw("cannot read " + name);
+  uint32_t width = 0, height = 0, profileBytes = 0;
+  uint16_t bits = 1, samples = 1, photometric = 0, compression = 1, orientation = 1, planar = 1, unit = 0;
+  float resolution = 0;
+  const void* profile = nullptr;
+  TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &width);
+  TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &height);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &bits);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, &samples);
+  TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, &photometric);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_ORIENTATION, &orientation);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_PLANARCONFIG, &planar);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_RESOLUTIONUNIT, &unit);
+  TIFFGetField(tiff, TIFFTAG_XRESOLUTION, &resolution);
+  if (meta) {
+    meta->dpi = static_cast<int>(resolution * (unit == RESUNIT_CENTIMETER ? 2.54f : 1) + 0.5f);
+    meta->orientation = orientation;
+    if (TIFFGetField(tiff, TIFFTAG_ICCPROFILE, &profileBytes, &profile) == 1) {
+      meta->profile.assign(static_cast<const char*>(profile), profileBytes);
+    }
+  }
+  if (photometric == PHOTOMETRIC_YCBCR) TIFFSetField(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
+  if (planar != PLANARCONFIG_CONTIG || TIFFIsTiled(tiff)) Throw("this decoder reads strips only");
+  const TiffKind kind{photometric, bits, samples, compression};
+  uint16_t *map[3] = {};
+  if (photometric == PHOTOMETRIC_PALETTE) TIFFGetField(tiff, TIFFTAG_COLORMAP, &map[0], &map[1], &map[2]);
+  Pixels pixels{static_cast<int>(width), static_cast<int>(height), std::vector<uint16_t>(size_t{width} * height * 4)};
+  std::vector<uint8_t> line(static_cast<size_t>(TIFFScanlineSize(tiff)));
+  for (uint32_t y = 0; y < height; ++y) {
+    if (TIFFReadScanline(tiff, line.data(), y, 0) != 1) Throw("cannot decode " + name);
+    for (uint32_t x = 0; x < width; ++x) {
+      uint32_t v[4] = {};
+      for (int c = 0; c < samples; ++c) v[c] = Unpack(line.data(), static_cast<int>(x) * samples + c, bits);
+      uint16_t* const pixel = pixels.At(static_cast<int>(x), static_cast<int>(y));
+      Show(kind, v, pixel);
+      if (map[0]) {
+        for (int c = 0; c < 3; ++c) pixel[c] = map[c][v[0]];
+      }
+    }
+  }
+  TIFFClose(tiff);
+  if (kindOut) *kindOut = kind;
+  return pixels;
+}
+
+// ---- JPEG ----------------------------------------------------------------------------------------------------------
+
+void MakeJpeg(const std::string& name, int width, int height, const JpegKind& kind, const Meta& meta) {
+  const File file(name, "wb");
+  jpeg_error_mgr error;
+  jpeg_compress_struct codec{};
+  codec.err = jpeg_std_error(&error);
+  jpeg_create_compress(&codec);
+  jpeg_stdio_dest(&codec, file.file);
+  codec.image_width = static_cast<JDIMENSION>(width);
+  codec.image_height = static_cast<JDIMENSION>(height);
+  codec.input_components = kind.components;
+  codec.in_color_space = kind.components == 1 ? JCS_GRAYSCALE : kind.components == 3 ? JCS_RGB : JCS_CMYK;
+  jpeg_set_defaults(&codec);
+  jpeg_set_quality(&codec, 92, TRUE);
+  if (kind.progressive) jpeg_simple_progression(&codec);
+  codec.density_unit = meta.dpi != 0;
+  if (meta.dpi != 0) codec.X_density = codec.Y_density = static_cast<UINT16>(meta.dpi);
+  jpeg_start_compress(&codec, TRUE);
+  if (meta.orientation != 1) {
+    std::vector<uint8_t> block = {'E', 'x', 'i', 'f', 0, 0};
+    for (const uint8_t byte : Exif(meta.orientation)) block.push_back(byte);
+    jpeg_write_marker(&codec, JPEG_APP0 + 1, block.data(), static_cast<unsigned>(block.size()));
+  }
+  if (!meta.profile.empty()) {
+    jpeg_write_icc_profile(&codec, reinterpret_cast<const JOCTET*>(meta.profile.data()),
+                           static_cast<unsigned>(meta.profile.size()));
+  }
+  std::vector<uint8_t> line(static_cast<size_t>(width) * kind.components);
+  for (int y = 0; y < height; ++y) {
+    for (size_t i = 0; i < line.size(); ++i) {  // smooth: what JPEG is made for
+      line[i] = static_cast<uint8_t>(40 + (i / kind.components) * 2 + static_cast<size_t>(y) + i % kind.components * 60);
+    }
+    JSAMPROW row = line.data();
+    jpeg_write_scanlines(&codec, &row, 1);
+  }
+  jpeg_finish_compress(&codec);
+  jpeg_destroy_compress(&codec);
+}
+
+Pixels DecodeJpeg(const std::string& name, Meta* meta) {
+  const File file(name, "rb");
+  jpeg_error_mgr error;
+  jpeg_decompress_struct codec{};
+  codec.err = jpeg_std_error(&error);
+  jpeg_create_decompress(&codec);
+  jpeg_stdio_src(&codec, file.file);
+  jpeg_save_markers(&codec, JPEG_APP0 + 1, 0xFFFF);
+  jpeg_save_markers(&codec, JPEG_APP0 + 2, 0xFFFF);
+  jpeg_read_header(&codec, TRUE);
+  if (meta) {
+    meta->dpi = codec.density_unit == 1 ? codec.X_density : 0;
+    for (jpeg_saved_marker_ptr at = codec.marker_list; at; at = at->next) {
+      if (at->marker == JPEG_APP0 + 1 && at->data_length > 6) meta->orientation = ExifValue(at->data + 6, at->data_length - 6);
+    }
+    JOCTET* profile = nullptr;
+    unsigned bytes = 0;
+    if (jpeg_read_icc_profile(&codec, &profile, &bytes)) meta->profile.assign(profile, profile + bytes);
+    std::free(profile);
+  }
+  codec.out_color_space = JCS_RGB;
+  jpeg_start_decompress(&codec);
+  Pixels pixels{static_cast<int>(codec.output_width), static_cast<int>(codec.output_height), {}};
+  pixels.samples.resize(static_cast<size_t>(pixels.width) * pixels.height * 4, 65535);
+  std::vector<uint8_t> line(static_cast<size_t>(pixels.width) * 3);
+  for (int y = 0; y < pixels.height; ++y) {
+    JSAMPROW row = line.data();
+    jpeg_read_scanlines(&codec, &row, 1);
+    for (int x = 0; x < pixels.width; ++x) {
+      for (int c = 0; c < 3; ++c) pixels.At(x, y)[c] = static_cast<uint16_t>(line[static_cast<size_t>(x) * 3 + c] * 257);
+    }
+  }
+  jpeg_finish_decompress(&codec);
+  jpeg_destroy_decompress(&codec);
+  return pixels;
+}
+
+}  // namespace tarn::test

@@ -1,0 +1,58 @@
+#pragma once
+// Pictures for the tool's tests, written and read by straightforward code of their own: every sample in 16 bits.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tarn::test {
+
+/// Red, green, blue, opacity of every pixel, 0..65535, rows from the top.
+struct Pixels {
+  int width = 0;
+  int height = 0;
+  std::vector<uint16_t> samples;
+
+  bool operator==(const Pixels&) const = default;
+  uint16_t* At(int x, int y) { return samples.data() + 4 * (static_cast<size_t>(y) * width + x); }
+};
+
+struct Meta {
+  int dpi = 0;          // 0: none
+  int orientation = 1;
+  std::string profile;  // ICC bytes
+  bool operator==(const Meta&) const = default;
+};
+
+struct PngKind {
+  int type;   // PNG_COLOR_TYPE_...
+  int depth;  // bits a sample
+  bool interlaced;
+  bool transparent;  // with a tRNS chunk
+};
+Pixels MakePng(const std::string& name, int width, int height, const PngKind& kind, const Meta& meta = {});
+/// Decodes; `what` gets "gray 1" and the like: colour type and bits a sample.
+Pixels DecodePng(const std::string& name, std::string* what = nullptr, Meta* meta = nullptr);
+
+struct TiffKind {
+  int photometric;
+  int bits;     // a sample
+  int samples;  // a pixel
+  int compression;
+  bool tiles = false;
+  bool planes = false;
+  bool bigEndian = false;
+  bool multiplied = false;  // colours multiplied with the opacity
+  int pages = 1;
+};
+Pixels MakeTiff(const std::string& name, int width, int height, const TiffKind& kind, const Meta& meta = {});
+Pixels DecodeTiff(const std::string& name, TiffKind* kind = nullptr, Meta* meta = nullptr);
+
+struct JpegKind {
+  int components = 3;  // 1 gray, 3 colour, 4 inks
+  bool progressive = false;
+};
+void MakeJpeg(const std::string& name, int width, int height, const JpegKind& kind, const Meta& meta = {});
+Pixels DecodeJpeg(const std::string& name, Meta* meta = nullptr);
+
+}  // namespace tarn::test
