@@ -21,7 +21,8 @@ uint32_t MemoryType(const StorageChoice& choice, const std::string& file) {
     block = std::min(choice.maxMemory, kMaxBlock);
     // What does not fit one block of that size goes to tiles, and as many of them stay in memory as fit.
     if (tile == 0) tile = std::min(kDefaultTileBytes, choice.maxMemory);
-    memoryTiles = static_cast<int32_t>(std::min<uint64_t>(choice.maxMemory / tile, std::numeric_limits<int32_t>::max()));
+    memoryTiles =
+        static_cast<int32_t>(std::min<uint64_t>(choice.maxMemory / tile, std::numeric_limits<int32_t>::max()));
   }
   const int32_t set = T_SetMemoryThresholds(
       0, static_cast<int64_t>(block), static_cast<int64_t>(tile), memoryTiles, 1,
@@ -67,10 +68,9 @@ Bitmap::Bitmap(const Picture& picture, const StorageChoice& choice, std::string 
   }
   const std::string doing = "storage for " + std::to_string(picture.width) + " x " + std::to_string(picture.height) +
                             " pixels of " + std::to_string(picture.bits) + " bits";
-  const int32_t made =
-      T_CreateBitmap(&handle_, sizeof handle_, MemoryType(choice, file_), picture.width, picture.height, picture.bits,
-                     picture.Order(), picture.palette.empty() ? nullptr : picture.palette.data(), picture.orientation,
-                     nullptr, 0);
+  const int32_t made = T_CreateBitmap(
+      &handle_, sizeof handle_, MemoryType(choice, file_), picture.width, picture.height, picture.bits, picture.Order(),
+      picture.palette.empty() ? nullptr : picture.palette.data(), picture.orientation, nullptr, 0);
   if (made != SUCCESS) ThrowStatus(made, file_, doing);
   if (choice.kind == StorageKind::kMemory && (handle_.Flags & T_FLAG_ON_DISK) != 0) {
     T_FreeBitmap(&handle_);
@@ -112,8 +112,9 @@ std::string Bitmap::StorageName() const {
   if (got != SUCCESS) return "unknown";
   switch (type) {
     case TYPE_TILED:
-      return std::to_string(tiles) + (tiles == 1 ? " tile of " : " tiles of ") + std::to_string(tileBytes) + " bytes, " +
-             std::to_string(memoryTiles) + " kept in memory, " + std::to_string(tiles - memoryTiles) + " swapped to files";
+      return std::to_string(tiles) + (tiles == 1 ? " tile of " : " tiles of ") + std::to_string(tileBytes) +
+             " bytes, " + std::to_string(memoryTiles) + " kept in memory, " + std::to_string(tiles - memoryTiles) +
+             " swapped to files";
     case TYPE_DISK:
       return "a temporary file";
     case TYPE_COMPRESSED:

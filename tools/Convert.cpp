@@ -48,8 +48,9 @@ void Convert(const ConvertRequest& request, Console& console) {
     Progress progress(console, request.output, static_cast<uint64_t>(picture.height));
     WritePicture(format, request.writing, picture, bitmap, output, console, progress);
   }
-  output.Commit();
-  console.Note(request.output, std::to_string(output.Size()) + " bytes written");
+  const std::string written = std::to_string(output.Size()) + " bytes written";
+  output.Commit();  // nothing after this may fail
+  console.Note(request.output, written);
 }
 
 std::string Describe(const std::string& input, int page, const StorageChoice& storage, Console& console) {

@@ -149,6 +149,7 @@ size_t InputFile::Read(void* target, size_t bytes) noexcept {
       bufferLength_ = static_cast<size_t>(got);
     }
   }
+  ranOut_ = ranOut_ || moved < bytes;
   return moved;
 }
 
@@ -236,8 +237,8 @@ void OutputFile::ThrowIfFailed() const {
 bool OutputFile::Flush() noexcept {
   size_t written = 0;
   while (written < bufferUsed_ && error_ == 0) {
-    const ssize_t count = pwrite(file_, buffer_.get() + written, bufferUsed_ - written,
-                                 static_cast<off_t>(bufferStart_ + written));
+    const ssize_t count =
+        pwrite(file_, buffer_.get() + written, bufferUsed_ - written, static_cast<off_t>(bufferStart_ + written));
     if (count > 0) {
       written += static_cast<size_t>(count);
     } else if (count == 0) {
@@ -276,8 +277,8 @@ size_t OutputFile::Read(void* target, size_t bytes) noexcept {
   if (!Flush()) return 0;
   size_t moved = 0;
   while (moved < bytes) {
-    const ssize_t got = pread(file_, static_cast<unsigned char*>(target) + moved, bytes - moved,
-                              static_cast<off_t>(position_));
+    const ssize_t got =
+        pread(file_, static_cast<unsigned char*>(target) + moved, bytes - moved, static_cast<off_t>(position_));
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) error_ = errno;
     if (got <= 0) break;

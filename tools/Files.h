@@ -25,11 +25,14 @@ class InputFile {
   const std::string& Name() const noexcept { return name_; }
   /// Throws when a read has failed for another reason than the end of the file.
   void ThrowIfFailed() const;
+  /// A read has asked for bytes beyond the end.
+  bool RanOut() const noexcept { return ranOut_; }
 
  private:
   std::string name_;
   int file_ = -1;
   int error_ = 0;  // errno of the first failed read
+  bool ranOut_ = false;
   uint64_t size_ = 0;
   uint64_t position_ = 0;
   uint64_t bufferStart_ = 0;

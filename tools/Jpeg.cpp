@@ -190,7 +190,9 @@ void JpegReader::ReadHeader() {
                   inks ? "JPEG in printing inks (CMYK) is not supported"
                        : "JPEG of " + std::to_string(codec_.num_components) + " channels is not supported");
   }
-  picture_.container = codec_.progressive_mode ? "JPEG, progressive" : codec_.arith_code ? "JPEG, arithmetic coding" : "JPEG";
+  picture_.container = codec_.progressive_mode ? "JPEG, progressive"
+                       : codec_.arith_code     ? "JPEG, arithmetic coding"
+                                               : "JPEG";
   picture_.depth = gray ? "8-bit gray" : "24-bit colour";
   picture_.width = static_cast<int32_t>(codec_.image_width);
   picture_.height = static_cast<int32_t>(codec_.image_height);
@@ -323,7 +325,9 @@ class JpegWriter {
 
 }  // namespace
 
-std::unique_ptr<Reader> OpenJpeg(InputFile& file, Console& console) { return std::make_unique<JpegReader>(file, console); }
+std::unique_ptr<Reader> OpenJpeg(InputFile& file, Console& console) {
+  return std::make_unique<JpegReader>(file, console);
+}
 
 void WriteJpeg(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress,
                int quality) {

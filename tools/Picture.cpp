@@ -143,10 +143,10 @@ uint32_t ExifOrientation(const uint8_t* block, size_t bytes) noexcept {
 }
 
 std::vector<uint8_t> ExifBlock(uint32_t orientation) {
-  return {'M', 'M', 0, 42, 0, 0, 0, 8,                                              // header: directory at byte 8
-          0,   1,                                                                  // one entry
-          1,   0x12, 0, 3, 0, 0, 0, 1, 0, static_cast<uint8_t>(orientation), 0, 0,  // tag, 16 bits, one value
-          0,   0,    0, 0};                                                        // no further directory
+  return {'M', 'M',  0, 42, 0, 0, 0, 8,                                              // header: directory at byte 8
+          0,   1,                                                                    // one entry
+          1,   0x12, 0, 3,  0, 0, 0, 1, 0, static_cast<uint8_t>(orientation), 0, 0,  // tag, 16 bits, one value
+          0,   0,    0, 0};                                                          // no further directory
 }
 
 }  // namespace tarn::tool

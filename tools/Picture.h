@@ -26,11 +26,11 @@ struct Picture {
   std::string depth;      // what the file holds: "8-bit palette, 200 colours"
   int32_t width = 0;
   int32_t height = 0;
-  int32_t bits = 0;  // of the bitmap, as drawn above
+  int32_t bits = 0;                     // of the bitmap, as drawn above
   std::vector<T_PaletteEntry> palette;  // 1 << bits entries up to 8 bits, else empty
   int32_t xDpi = 0;                     // 0: the file does not say
   int32_t yDpi = 0;
-  uint32_t orientation = 1;  // view perspective: 1 the top row first, left to right
+  uint32_t orientation = 1;      // view perspective: 1 the top row first, left to right
   std::vector<uint8_t> profile;  // ICC colour profile, empty when there is none
 
   uint32_t Order() const noexcept;

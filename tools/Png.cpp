@@ -84,7 +84,9 @@ class PngReader final : public Reader {
   }
   ~PngReader() override { png_destroy_read_struct(&png_, &info_, nullptr); }
 
-  uint64_t Steps() const noexcept override { return static_cast<uint64_t>(picture_.height) * static_cast<uint64_t>(passes_); }
+  uint64_t Steps() const noexcept override {
+    return static_cast<uint64_t>(picture_.height) * static_cast<uint64_t>(passes_);
+  }
 
   void ReadInto(Bitmap& bitmap, Progress& progress) override {
     std::vector<uint8_t> line(bitmap.BytesPerLine());
@@ -139,7 +141,8 @@ void PngReader::ReadHeader() {
   int opacityCount = 0;
   bool transparent = false;
   Run([&] {
-    png_set_user_limits(png_, PNG_UINT_31_MAX, PNG_UINT_31_MAX);  // CheckPlausible and the bitmap have limits of their own
+    png_set_user_limits(png_, PNG_UINT_31_MAX,
+                        PNG_UINT_31_MAX);  // CheckPlausible and the bitmap have limits of their own
     png_set_read_fn(png_, &file_, ReadBytes);
     png_read_info(png_, info_);
     png_get_IHDR(png_, info_, &width, &height, &bits, &type, &interlace, nullptr, nullptr);
@@ -206,7 +209,8 @@ void PngReader::CheckPlausible(int fileBits) const {
 void PngReader::ReadPalette(int bits) {
   png_colorp colours = nullptr;
   int count = 0;
-  if (png_get_PLTE(png_, info_, &colours, &count) != PNG_INFO_PLTE || png_get_color_type(png_, info_) == PNG_COLOR_TYPE_GRAY) {
+  if (png_get_PLTE(png_, info_, &colours, &count) != PNG_INFO_PLTE ||
+      png_get_color_type(png_, info_) == PNG_COLOR_TYPE_GRAY) {
     picture_.palette = GrayRamp(bits, false);
     return;
   }
@@ -222,7 +226,8 @@ void PngReader::ReadProfile() {
   int method = 0;
   png_bytep profile = nullptr;
   png_uint_32 bytes = 0;
-  if (png_get_iCCP(png_, info_, &name, &method, &profile, &bytes) != 0) picture_.profile.assign(profile, profile + bytes);
+  if (png_get_iCCP(png_, info_, &name, &method, &profile, &bytes) != 0)
+    picture_.profile.assign(profile, profile + bytes);
 }
 
 void PngReader::ReadOrientation() {
@@ -326,7 +331,9 @@ void PngWriter::WriteHeader(const Picture& picture, const BitmapHandle& bitmap) 
 
 }  // namespace
 
-std::unique_ptr<Reader> OpenPng(InputFile& file, Console& console) { return std::make_unique<PngReader>(file, console); }
+std::unique_ptr<Reader> OpenPng(InputFile& file, Console& console) {
+  return std::make_unique<PngReader>(file, console);
+}
 
 void WritePng(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress) {
   PngWriter(file, console).Write(picture, bitmap, progress);

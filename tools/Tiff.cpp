@@ -59,7 +59,7 @@ struct TiffCalls {
     return static_cast<tmsize_t>(Of(handle).Read(target, static_cast<size_t>(bytes)));
   }
   static tmsize_t Write(thandle_t handle, void* source, tmsize_t bytes) {
-    if constexpr (requires(File& f) { f.Write(source, size_t{}); }) {
+    if constexpr (requires(File & f) { f.Write(source, size_t{}); }) {
       return Of(handle).Write(source, static_cast<size_t>(bytes)) ? bytes : -1;
     } else {
       return -1;
@@ -81,8 +81,8 @@ struct TiffCalls {
     TIFFOpenOptionsSetMaxSingleMemAlloc(options, kCodecMemory);
     TIFFOpenOptionsSetErrorHandlerExtR(options, TiffContext::OnError, &context);
     TIFFOpenOptionsSetWarningHandlerExtR(options, TiffContext::OnWarning, &context);
-    TIFF* tiff = TIFFClientOpenExt(file.Name().c_str(), mode, &file, Read, Write, Seek, Close, Size, nullptr, nullptr,
-                                   options);
+    TIFF* tiff =
+        TIFFClientOpenExt(file.Name().c_str(), mode, &file, Read, Write, Seek, Close, Size, nullptr, nullptr, options);
     TIFFOpenOptionsFree(options);
     return tiff;
   }
@@ -155,6 +155,8 @@ class TiffReader final : public Reader {
     try {
       ChoosePage(page);
       ReadHeader();
+      // libtiff makes up for a tag whose value is cut off, a colour map for instance.
+      if (file_.RanOut()) throw Failure(Exit::kDamaged, file_.Name(), "damaged TIFF: the file is cut off");
     } catch (...) {
       TIFFClose(tiff_);
       throw;
@@ -209,10 +211,10 @@ class TiffReader final : public Reader {
   InputFile& file_;
   TiffContext context_;
   TIFF* tiff_ = nullptr;
-  int samples_ = 1;         // of a pixel in the file
-  int planes_ = 1;          // 1: samples lie together
+  int samples_ = 1;  // of a pixel in the file
+  int planes_ = 1;   // 1: samples lie together
   bool grayWithOpacity_ = false;
-  bool multiplied_ = false;   // colours come multiplied with their opacity
+  bool multiplied_ = false;  // colours come multiplied with their opacity
   bool invertGray16_ = false;
   std::vector<uint8_t> line_;
 };
@@ -230,7 +232,8 @@ void TiffReader::ChoosePage(int page) {
   if (context_.error[0]) Damaged();
   if (pages == 0) pages = 1;  // nothing but reduced copies: the first directory
   if (page > pages) {
-    throw Failure(Exit::kUsage, file_.Name(), "has " + std::to_string(pages) + (pages == 1 ? " page" : " pages") + " only");
+    throw Failure(Exit::kUsage, file_.Name(),
+                  "has " + std::to_string(pages) + (pages == 1 ? " page" : " pages") + " only");
   }
   if (page == 0 && pages > 1) {
     throw Failure(Exit::kUsage, file_.Name(), "has " + std::to_string(pages) + " pages; choose one with --page");
@@ -245,7 +248,8 @@ void TiffReader::ReadHeader() {
   const auto compression = Tag<uint16_t>(TIFFTAG_COMPRESSION);
   if (width == 0 || height == 0) throw Failure(Exit::kDamaged, file_.Name(), "damaged TIFF: no pixels");
   if (width > INT32_MAX || height > INT32_MAX) Unsupported("sides of more than 31 bits");
-  if (!TIFFIsCODECConfigured(compression) || compression == COMPRESSION_OJPEG) Unsupported(CompressionName(compression));
+  if (!TIFFIsCODECConfigured(compression) || compression == COMPRESSION_OJPEG)
+    Unsupported(CompressionName(compression));
   picture_.width = static_cast<int32_t>(width);
   picture_.height = static_cast<int32_t>(height);
   picture_.container = std::string(TIFFIsBigTIFF(tiff_) ? "BigTIFF, " : "TIFF, ") + CompressionName(compression) +
@@ -372,7 +376,8 @@ void TiffReader::Put(Bitmap& bitmap, int32_t row, uint32_t column, uint32_t coun
   const uint64_t bits = uint64_t{count} * static_cast<uint64_t>(picture_.bits);
   const uint64_t bytes = (bits + 7) / 8;
   std::memcpy(line_.data(), source, bytes);
-  if (bits % 8 != 0) line_[bytes - 1] &= static_cast<uint8_t>(0xFF00 >> bits % 8);  // the file's padding may be anything
+  if (bits % 8 != 0)
+    line_[bytes - 1] &= static_cast<uint8_t>(0xFF00 >> bits % 8);  // the file's padding may be anything
   if (invertGray16_) {
     for (uint64_t i = 0; i < bytes; ++i) line_[i] = static_cast<uint8_t>(~line_[i]);
   }
@@ -382,7 +387,9 @@ void TiffReader::Put(Bitmap& bitmap, int32_t row, uint32_t column, uint32_t coun
 void TiffReader::ReadStrips(Bitmap& bitmap, Progress& progress) {
   const tmsize_t room = TIFFScanlineSize(tiff_);
   const uint64_t needed = (static_cast<uint64_t>(picture_.width) * Tag<uint16_t>(TIFFTAG_BITSPERSAMPLE) *
-                           static_cast<uint64_t>(samples_ / planes_) + 7) / 8;
+                               static_cast<uint64_t>(samples_ / planes_) +
+                           7) /
+                          8;
   if (room <= 0 || static_cast<uint64_t>(room) < needed) Damaged();
   // As 16-bit units: samples of two bytes are read in place.
   std::vector<uint16_t> line(static_cast<size_t>(room + 1) / 2);
@@ -415,8 +422,8 @@ void TiffReader::ReadTiles(Bitmap& bitmap, Progress& progress) {
         CheckDecoded(TIFFReadTile(tiff_, tile.data(), left, top, 0, static_cast<uint16_t>(plane)) == tileBytes);
         const uint32_t count = std::min(tileWidth, width - left);
         for (uint32_t row = 0; row < rows; ++row) {
-          Put(bitmap, static_cast<int32_t>(top + row), left, count, pixels + uint64_t{row} * static_cast<uint64_t>(rowBytes),
-              plane);
+          Put(bitmap, static_cast<int32_t>(top + row), left, count,
+              pixels + uint64_t{row} * static_cast<uint64_t>(rowBytes), plane);
         }
       }
       for (uint32_t row = 0; row < rows; ++row) progress.Step();

@@ -49,7 +49,7 @@ fetch() {
 
 set --
 if fetch; then
-  for picture in astronaut.png coffee.png hubble_deep_field.jpg retina.jpg camera.png green_palette.png logo.png \
+  for picture in astronaut.png coffee.png hubble_deep_field.jpg retina.jpg camera.png logo.png \
     chessboard_GRAY_U16.tif chessboard_RGB.png; do
     if [ -f "$cache/$package/$data/$picture" ]; then set -- "$@" "$cache/$package/$data/$picture"; fi
   done

@@ -35,7 +35,9 @@ uint64_t ParseSize(const std::string& text) {
 }
 
 void AddSize(CLI::App& command, const char* name, uint64_t& target, const char* help) {
-  command.add_option_function<std::string>(name, [&target](const std::string& text) { target = ParseSize(text); }, help)
+  command
+      .add_option_function<std::string>(
+          name, [&target](const std::string& text) { target = ParseSize(text); }, help)
       ->type_name("N");
 }
 
@@ -139,7 +141,9 @@ int Run(int argc, char** argv) {
   convert.add_option("in", arguments.convert.input, "PNG, JPEG or TIFF file, recognised by its content")
       ->required()
       ->type_name("IN");
-  convert.add_option("out", arguments.convert.output, "file to write; .png, .jpg or .tif")->required()->type_name("OUT");
+  convert.add_option("out", arguments.convert.output, "file to write; .png, .jpg or .tif")
+      ->required()
+      ->type_name("OUT");
   static const std::map<std::string, StorageKind> kKinds = {{"auto", StorageKind::kAuto},
                                                             {"memory", StorageKind::kMemory},
                                                             {"tiled", StorageKind::kTiled},
@@ -158,10 +162,11 @@ int Run(int argc, char** argv) {
                   "of TIFF: none, lzw, deflate, packbits or g4 (1-bit pictures); G4 for black and white, else Deflate")
       ->transform(CLI::CheckedTransformer(kCompressions).description(""))
       ->type_name("SCHEME");
-  const CLI::Option* quality = convert.add_option("--quality", arguments.convert.writing.jpegQuality, "of JPEG, 1 to 100")
-                                   ->check(CLI::Range(1, 100))
-                                   ->type_name("N")
-                                   ->capture_default_str();
+  const CLI::Option* quality =
+      convert.add_option("--quality", arguments.convert.writing.jpegQuality, "of JPEG, 1 to 100")
+          ->check(CLI::Range(1, 100))
+          ->type_name("N")
+          ->capture_default_str();
   common(convert);
 
   try {

@@ -76,7 +76,8 @@ Colour Land(double x, double y) {
   if (cloud > 0.52) colour = Mix(colour, {255, 222, 200}, std::min(1.0, (cloud - 0.52) * 3.5) * 0.7);
   for (int ridge = 0; ridge < 4; ++ridge) {
     const double scale = 210 - 38 * ridge;
-    const double crest = 130 + 42 * ridge + (Noise(x / scale + 7 * ridge, 0.5, 10u * (ridge + 1), 6) - 0.5) * (190 - 32 * ridge);
+    const double crest =
+        130 + 42 * ridge + (Noise(x / scale + 7 * ridge, 0.5, 10u * (ridge + 1), 6) - 0.5) * (190 - 32 * ridge);
     if (y < crest) continue;
     const double near = (ridge + 1) / 4.0;
     const double grain = Noise(x / 9, y / 6, 200u + ridge, 4);

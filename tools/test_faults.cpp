@@ -59,11 +59,19 @@ bool Fails(bool* half = nullptr) {
   return true;
 }
 
+int (*programMain)(int, char**, char**);
+bool started = false;  // before main there is nobody to report a failure
+
+int StartCounting(int argc, char** argv, char** environment) {
+  started = true;
+  return programMain(argc, argv, environment);
+}
+
 bool NoMemory() {
   static const char* const mode = getenv("TARN_TEST_MEMORY");
   static const long at = Number("TARN_TEST_AT");
-  if (!mode) return false;
-  const long call = ++calls - 1;  // the first is the C++ runtime's reserve for exceptions
+  if (!mode || !started) return false;
+  const long call = ++calls;
   if (mode[0] == 'o' ? call != at : call < at) return false;
   if (call == at) Done();
   errno = ENOMEM;
@@ -94,7 +102,7 @@ ssize_t pwrite(int file, const void* source, size_t bytes, off_t offset) {
   bool half = false;
   if (file == output && Fails(&half)) return -1;
   return Next<ssize_t (*)(int, const void*, size_t, off_t)>("pwrite")(file, source, half ? (bytes + 1) / 2 : bytes,
-                                                                       offset);
+                                                                      offset);
 }
 
 int fsync(int file) {
@@ -126,6 +134,12 @@ int close(int file) {
 void* __libc_malloc(size_t bytes);
 void* __libc_calloc(size_t count, size_t bytes);
 void* __libc_realloc(void* block, size_t bytes);
+
+int __libc_start_main(int (*main)(int, char**, char**), int argc, char** argv, void (*init)(), void (*fini)(),
+                      void (*unload)(), void* stack) {
+  programMain = main;
+  return Next<decltype(&__libc_start_main)>("__libc_start_main")(StartCounting, argc, argv, init, fini, unload, stack);
+}
 
 void* malloc(size_t bytes) { return NoMemory() ? nullptr : __libc_malloc(bytes); }
 void* calloc(size_t count, size_t bytes) { return NoMemory() ? nullptr : __libc_calloc(count, bytes); }

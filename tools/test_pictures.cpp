@@ -16,14 +16,17 @@ namespace {
 
 /// A sample of the test pattern: slopes, edges and some noise, 0..65535.
 uint16_t Pattern(int x, int y, int channel) {
-  uint32_t h = static_cast<uint32_t>(x) * 2654435761u ^ static_cast<uint32_t>(y) * 40503u ^ static_cast<uint32_t>(channel) * 97u;
+  uint32_t h =
+      static_cast<uint32_t>(x) * 2654435761u ^ static_cast<uint32_t>(y) * 40503u ^ static_cast<uint32_t>(channel) * 97u;
   h = (h ^ (h >> 15)) * 2246822519u;
   const uint32_t slope = static_cast<uint32_t>(x * 1500 + y * 900 + channel * 20000);
   return static_cast<uint16_t>((x / 5 + y / 3) % 4 == 0 ? h >> 16 : slope);
 }
 
 uint16_t Widen(uint32_t value, int bits) { return static_cast<uint16_t>(value * 65535u / ((1u << bits) - 1)); }
-uint32_t Level(int x, int y, int channel, int bits) { return static_cast<uint32_t>(Pattern(x, y, channel)) >> (16 - bits); }
+uint32_t Level(int x, int y, int channel, int bits) {
+  return static_cast<uint32_t>(Pattern(x, y, channel)) >> (16 - bits);
+}
 
 /// Packs samples of 1 to 16 bits, most significant first; 16-bit ones in the machine's order.
 class Packer {
@@ -58,7 +61,8 @@ void PaletteEntry(uint32_t i, uint8_t* rgb) {
 }
 
 std::vector<uint8_t> Exif(int orientation) {  // little-endian, unlike the tool's
-  return {'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 0x12, 1, 3, 0, 1, 0, 0, 0, static_cast<uint8_t>(orientation), 0, 0, 0, 0, 0, 0, 0};
+  return {'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 0x12, 1, 3, 0, 1, 0, 0, 0, static_cast<uint8_t>(orientation),
+          0,   0,   0,  0, 0, 0, 0};
 }
 int ExifValue(const uint8_t* block, size_t bytes) {  // as the tool and the line above write it
   if (bytes < 20) return 1;
@@ -137,7 +141,8 @@ Pixels MakePng(const std::string& name, int width, int height, const PngKind& ki
   key.gray = key.red = static_cast<png_uint_16>(keyed[0]);
   key.green = static_cast<png_uint_16>(keyed[1]);
   key.blue = static_cast<png_uint_16>(keyed[2]);
-  if (kind.transparent) png_set_tRNS(png, info, opacity, std::min(3, static_cast<int>(entries)), palette ? nullptr : &key);
+  if (kind.transparent)
+    png_set_tRNS(png, info, opacity, std::min(3, static_cast<int>(entries)), palette ? nullptr : &key);
   if (meta.dpi != 0) {
     const auto perMetre = static_cast<png_uint_32>(meta.dpi / 0.0254 + 0.5);
     png_set_pHYs(png, info, perMetre, perMetre, PNG_RESOLUTION_METER);
@@ -181,7 +186,8 @@ Pixels DecodePng(const std::string& name, std::string* what, Meta* meta) {
   png_set_add_alpha(png, 65535, PNG_FILLER_AFTER);
   png_set_swap(png);
   png_read_update_info(png, info);
-  Pixels pixels{static_cast<int>(png_get_image_width(png, info)), static_cast<int>(png_get_image_height(png, info)), {}};
+  Pixels pixels{
+      static_cast<int>(png_get_image_width(png, info)), static_cast<int>(png_get_image_height(png, info)), {}};
   pixels.samples.resize(static_cast<size_t>(pixels.width) * pixels.height * 4);
   for (int y = 0; y < pixels.height; ++y) png_read_row(png, reinterpret_cast<png_bytep>(pixels.At(0, y)), nullptr);
   png_read_end(png, info);
@@ -333,7 +339,7 @@ Pixels DecodeTiff(const std::string& name, TiffKind* kindOut, Meta* meta) {
   if (photometric == PHOTOMETRIC_YCBCR) TIFFSetField(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
   if (planar != PLANARCONFIG_CONTIG || TIFFIsTiled(tiff)) Throw("this decoder reads strips only");
   const TiffKind kind{photometric, bits, samples, compression};
-  uint16_t *map[3] = {};
+  uint16_t* map[3] = {};
   if (photometric == PHOTOMETRIC_PALETTE) TIFFGetField(tiff, TIFFTAG_COLORMAP, &map[0], &map[1], &map[2]);
   Pixels pixels{static_cast<int>(width), static_cast<int>(height), std::vector<uint16_t>(size_t{width} * height * 4)};
   std::vector<uint8_t> line(static_cast<size_t>(TIFFScanlineSize(tiff)));
@@ -385,7 +391,8 @@ void MakeJpeg(const std::string& name, int width, int height, const JpegKind& ki
   std::vector<uint8_t> line(static_cast<size_t>(width) * kind.components);
   for (int y = 0; y < height; ++y) {
     for (size_t i = 0; i < line.size(); ++i) {  // smooth: what JPEG is made for
-      line[i] = static_cast<uint8_t>(40 + (i / kind.components) * 2 + static_cast<size_t>(y) + i % kind.components * 60);
+      line[i] =
+          static_cast<uint8_t>(40 + (i / kind.components) * 2 + static_cast<size_t>(y) + i % kind.components * 60);
     }
     JSAMPROW row = line.data();
     jpeg_write_scanlines(&codec, &row, 1);
@@ -407,7 +414,8 @@ Pixels DecodeJpeg(const std::string& name, Meta* meta) {
   if (meta) {
     meta->dpi = codec.density_unit == 1 ? codec.X_density : 0;
     for (jpeg_saved_marker_ptr at = codec.marker_list; at; at = at->next) {
-      if (at->marker == JPEG_APP0 + 1 && at->data_length > 6) meta->orientation = ExifValue(at->data + 6, at->data_length - 6);
+      if (at->marker == JPEG_APP0 + 1 && at->data_length > 6)
+        meta->orientation = ExifValue(at->data + 6, at->data_length - 6);
     }
     JOCTET* profile = nullptr;
     unsigned bytes = 0;
@@ -423,7 +431,8 @@ Pixels DecodeJpeg(const std::string& name, Meta* meta) {
     JSAMPROW row = line.data();
     jpeg_read_scanlines(&codec, &row, 1);
     for (int x = 0; x < pixels.width; ++x) {
-      for (int c = 0; c < 3; ++c) pixels.At(x, y)[c] = static_cast<uint16_t>(line[static_cast<size_t>(x) * 3 + c] * 257);
+      for (int c = 0; c < 3; ++c)
+        pixels.At(x, y)[c] = static_cast<uint16_t>(line[static_cast<size_t>(x) * 3 + c] * 257);
     }
   }
   jpeg_finish_decompress(&codec);

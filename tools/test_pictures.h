@@ -18,7 +18,7 @@ struct Pixels {
 };
 
 struct Meta {
-  int dpi = 0;          // 0: none
+  int dpi = 0;  // 0: none
   int orientation = 1;
   std::string profile;  // ICC bytes
   bool operator==(const Meta&) const = default;
