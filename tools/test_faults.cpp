@@ -59,6 +59,7 @@ bool Fails(bool* half = nullptr) {
   return true;
 }
 
+#if !defined(__SANITIZE_ADDRESS__)  // its allocator must stay in charge
 int (*programMain)(int, char**, char**);
 bool started = false;  // before main there is nobody to report a failure
 
@@ -77,6 +78,7 @@ bool NoMemory() {
   errno = ENOMEM;
   return true;
 }
+#endif
 
 }  // namespace
 
@@ -130,7 +132,7 @@ int close(int file) {
   return -1;
 }
 
-#if !defined(__SANITIZE_ADDRESS__)  // its allocator must stay in charge
+#if !defined(__SANITIZE_ADDRESS__)
 void* __libc_malloc(size_t bytes);
 void* __libc_calloc(size_t count, size_t bytes);
 void* __libc_realloc(void* block, size_t bytes);
