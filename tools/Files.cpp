@@ -198,12 +198,12 @@ OutputFile::OutputFile(std::string name) : name_(std::move(name)), buffer_(new u
 
 void OutputFile::CreateNamed() {
   for (int attempt = 0; attempt < 100; ++attempt) {
-    const std::string candidate = UnguessableName();
+    std::string candidate = UnguessableName();
     const SignalsBlocked blocked;
     file_ = openat(directory_, candidate.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
     if (file_ >= 0) {
-      temporary_ = candidate;
       SetPending(directory_, candidate);
+      temporary_ = std::move(candidate);  // a name that exists is never lost for want of memory
     }
     if (file_ >= 0 || errno != EEXIST) return;
   }
@@ -316,9 +316,9 @@ void OutputFile::Commit() {
     if (errno != EEXIST) Fail("cannot write", errno);
   }
   if (unnamed) {
-    const std::string candidate = UnguessableName();
+    std::string candidate = UnguessableName();
     if (!LinkAs(candidate)) Fail("cannot write", errno);
-    temporary_ = candidate;
+    temporary_ = std::move(candidate);
   }
   if (!Close()) Fail("cannot close", errno);
   if (renameat(directory_, temporary_.c_str(), directory_, entry_.c_str()) != 0) Fail("cannot write", errno);

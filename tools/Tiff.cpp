@@ -1,10 +1,15 @@
 // TIFF by way of libtiff: strips row by row, tiles tile by tile, samples together or in planes.
+//
+// libtiff reports errors through a handler and results. When it has no memory it reports that too, but then goes on
+// into null pointers: the handler jumps out instead, and the handle is left alone from then on, not even closed.
 
+#include <fcntl.h>
 #include <tiffio.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csetjmp>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -26,18 +31,38 @@ struct TiffContext {
   const std::string* name;
   std::array<char, 200> error{};
   std::array<char, 200> warning{};
+  jmp_buf jump{};
+  bool armed = false;  // inside Call
   bool outOfMemory = false;
 
-  void Clear() {
-    error[0] = warning[0] = 0;
-    errno = 0;
+  void Clear() { error[0] = warning[0] = 0; }
+
+  template <class Step>
+  bool Guarded(const Step& step) {
+    if (setjmp(jump) != 0) return false;
+    step();
+    return true;
+  }
+  /// Runs a call of libtiff; its step holds nothing that a jump could skip the destruction of. Throws without memory.
+  template <class Step>
+  auto Call(const Step& step) {
+    decltype(step()) result{};
+    errno = 0;  // libtiff tells of missing memory in words only; malloc leaves ENOMEM
+    armed = true;
+    const bool returned = Guarded([&] { result = step(); });
+    armed = false;
+    if (!returned) throw Failure(Exit::kMemory, *name, "needs too much memory");
+    return result;
   }
   static void Format(std::array<char, 200>& text, const char* format, va_list arguments) {
     std::vsnprintf(text.data(), text.size(), format, arguments);
   }
   static int OnError(TIFF*, void* user, const char*, const char* format, va_list arguments) {
     auto* context = static_cast<TiffContext*>(user);
-    if (errno == ENOMEM) context->outOfMemory = true;  // libtiff has no other way of telling
+    if (errno == ENOMEM && context->armed) {
+      context->outOfMemory = true;
+      longjmp(context->jump, 1);
+    }
     if (context->error[0] == 0) Format(context->error, format, arguments);
     return 1;
   }
@@ -76,15 +101,19 @@ struct TiffCalls {
 
   static TIFF* Open(File& file, const char* mode, TiffContext& context) {
     context.Clear();
-    TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
+    const std::unique_ptr<TIFFOpenOptions, decltype(&TIFFOpenOptionsFree)> options(TIFFOpenOptionsAlloc(),
+                                                                                   TIFFOpenOptionsFree);
     if (!options) throw std::bad_alloc();
-    TIFFOpenOptionsSetMaxSingleMemAlloc(options, kCodecMemory);
-    TIFFOpenOptionsSetErrorHandlerExtR(options, TiffContext::OnError, &context);
-    TIFFOpenOptionsSetWarningHandlerExtR(options, TiffContext::OnWarning, &context);
-    TIFF* tiff =
-        TIFFClientOpenExt(file.Name().c_str(), mode, &file, Read, Write, Seek, Close, Size, nullptr, nullptr, options);
-    TIFFOpenOptionsFree(options);
-    return tiff;
+    TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), kCodecMemory);
+    TIFFOpenOptionsSetErrorHandlerExtR(options.get(), TiffContext::OnError, &context);
+    TIFFOpenOptionsSetWarningHandlerExtR(options.get(), TiffContext::OnWarning, &context);
+    return context.Call([&] {
+      return TIFFClientOpenExt(file.Name().c_str(), mode, &file, Read, Write, Seek, Close, Size, nullptr, nullptr,
+                               options.get());
+    });
+  }
+  static void Close(TIFF* tiff, const TiffContext& context) {
+    if (tiff && !context.outOfMemory) TIFFClose(tiff);
   }
 };
 
@@ -158,11 +187,11 @@ class TiffReader final : public Reader {
       // libtiff makes up for a tag whose value is cut off, a colour map for instance.
       if (file_.RanOut()) throw Failure(Exit::kDamaged, file_.Name(), "damaged TIFF: the file is cut off");
     } catch (...) {
-      TIFFClose(tiff_);
+      TiffCalls<InputFile>::Close(tiff_, context_);
       throw;
     }
   }
-  ~TiffReader() override { TIFFClose(tiff_); }
+  ~TiffReader() override { TiffCalls<InputFile>::Close(tiff_, context_); }
 
   uint64_t Steps() const noexcept override { return Reader::Steps() * static_cast<uint64_t>(planes_); }
 
@@ -179,7 +208,6 @@ class TiffReader final : public Reader {
  private:
   [[noreturn]] void Damaged() const {
     file_.ThrowIfFailed();
-    if (context_.outOfMemory) throw Failure(Exit::kMemory, file_.Name(), "needs too much memory to decode");
     std::string reason = context_.error[0] ? context_.error.data() : context_.warning.data();
     if (reason.empty()) reason = "cannot be read";
     throw Failure(Exit::kDamaged, file_.Name(), "damaged TIFF: " + reason);
@@ -228,7 +256,7 @@ void TiffReader::ChoosePage(int page) {
     if ((kind & (FILETYPE_REDUCEDIMAGE | FILETYPE_MASK)) != 0) continue;
     ++pages;
     if (pages == std::max(page, 1)) chosen = TIFFCurrentDirectory(tiff_);
-  } while (TIFFReadDirectory(tiff_) == 1);
+  } while (context_.Call([&] { return TIFFReadDirectory(tiff_); }) == 1);
   if (context_.error[0]) Damaged();
   if (pages == 0) pages = 1;  // nothing but reduced copies: the first directory
   if (page > pages) {
@@ -238,7 +266,8 @@ void TiffReader::ChoosePage(int page) {
   if (page == 0 && pages > 1) {
     throw Failure(Exit::kUsage, file_.Name(), "has " + std::to_string(pages) + " pages; choose one with --page");
   }
-  if (TIFFSetDirectory(tiff_, static_cast<tdir_t>(std::max(chosen, 0))) != 1) Damaged();
+  const auto directory = static_cast<tdir_t>(std::max(chosen, 0));
+  if (context_.Call([&] { return TIFFSetDirectory(tiff_, directory); }) != 1) Damaged();
   if (pages > 1) picture_.container = ", page " + std::to_string(page) + " of " + std::to_string(pages);
 }
 
@@ -290,7 +319,7 @@ void TiffReader::ReadSamples() {
     Unsupported(std::to_string(bits) + "-bit samples");
   }
   if (photometric == PHOTOMETRIC_YCBCR && Tag<uint16_t>(TIFFTAG_COMPRESSION) == COMPRESSION_JPEG) {
-    TIFFSetField(tiff_, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
+    context_.Call([&] { return TIFFSetField(tiff_, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB); });
     photometric = PHOTOMETRIC_RGB;
   }
   const bool gray = photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE;
@@ -395,7 +424,9 @@ void TiffReader::ReadStrips(Bitmap& bitmap, Progress& progress) {
   std::vector<uint16_t> line(static_cast<size_t>(room + 1) / 2);
   for (int plane = 0; plane < planes_; ++plane) {
     for (int32_t row = 0; row < picture_.height; ++row) {
-      CheckDecoded(TIFFReadScanline(tiff_, line.data(), static_cast<uint32_t>(row), static_cast<uint16_t>(plane)) == 1);
+      const auto at = static_cast<uint32_t>(row);
+      const auto sample = static_cast<uint16_t>(plane);
+      CheckDecoded(context_.Call([&] { return TIFFReadScanline(tiff_, line.data(), at, sample); }) == 1);
       Put(bitmap, row, 0, static_cast<uint32_t>(picture_.width), reinterpret_cast<const uint8_t*>(line.data()), plane);
       progress.Step();
     }
@@ -419,7 +450,9 @@ void TiffReader::ReadTiles(Bitmap& bitmap, Progress& progress) {
     for (uint32_t top = 0; top < height; top += std::min(tileHeight, height - top)) {
       const uint32_t rows = std::min(tileHeight, height - top);
       for (uint32_t left = 0; left < width; left += std::min(tileWidth, width - left)) {
-        CheckDecoded(TIFFReadTile(tiff_, tile.data(), left, top, 0, static_cast<uint16_t>(plane)) == tileBytes);
+        const auto sample = static_cast<uint16_t>(plane);
+        CheckDecoded(context_.Call([&] { return TIFFReadTile(tiff_, tile.data(), left, top, 0, sample); }) ==
+                     tileBytes);
         const uint32_t count = std::min(tileWidth, width - left);
         for (uint32_t row = 0; row < rows; ++row) {
           Put(bitmap, static_cast<int32_t>(top + row), left, count,
@@ -441,7 +474,8 @@ class TiffWriter {
     if (!tiff_) Fail();
   }
   ~TiffWriter() {
-    if (tiff_) TIFFClose(tiff_);
+    if (tiff_) TIFFSetMode(tiff_, O_RDONLY);  // given up: closing must not write
+    TiffCalls<OutputFile>::Close(tiff_, context_);
   }
   TiffWriter(const TiffWriter&) = delete;
   TiffWriter& operator=(const TiffWriter&) = delete;
@@ -457,14 +491,11 @@ class TiffWriter {
       } else if (picture.bits > 32) {
         SwapRedAndBlue(reinterpret_cast<uint16_t*>(line.data()), picture.width, channels);
       }
-      Check(TIFFWriteScanline(tiff_, line.data(), static_cast<uint32_t>(row), 0) == 1);
+      Check(context_.Call([&] { return TIFFWriteScanline(tiff_, line.data(), static_cast<uint32_t>(row), 0); }) == 1);
       progress.Step();
     }
-    Check(TIFFWriteDirectory(tiff_) == 1);
-    // Closing flushes once more and has no result of its own; the handlers and the file tell.
-    TIFFClose(tiff_);
-    tiff_ = nullptr;
-    Check(true);
+    // Everything is written here; closing frees.
+    Check(context_.Call([&] { return TIFFWriteDirectory(tiff_); }) == 1);
   }
 
  private:
@@ -474,7 +505,6 @@ class TiffWriter {
   }
   [[noreturn]] void Fail() const {
     file_.ThrowIfFailed();
-    if (context_.outOfMemory) throw Failure(Exit::kMemory, file_.Name(), "needs too much memory to encode");
     throw Failure(Exit::kOutput, file_.Name(), std::string("cannot encode TIFF: ") + context_.error.data());
   }
   void Check(bool done) const {
@@ -482,7 +512,7 @@ class TiffWriter {
   }
   template <class... Values>
   void Set(uint32_t tag, Values... values) {
-    Check(TIFFSetField(tiff_, tag, values...) == 1);
+    Check(context_.Call([&] { return TIFFSetField(tiff_, tag, values...); }) == 1);
   }
 
   void WriteHeader(const Picture& picture, const BitmapHandle& bitmap, TiffCompression compression);

@@ -167,7 +167,8 @@ TEST_F(Tool, PngKindsKeepEveryPixelInEveryStorage) {
       {{PNG_COLOR_TYPE_RGB_ALPHA, 16, false, false}, "colour+opacity 16"},
   };
   for (const Case& c : cases) {
-    Words kinds = {"auto", "memory", "tiled", "limited", "disk"};
+    Words kinds = {"auto", "tiled"};
+    if (!kSanitized) kinds = {"auto", "memory", "tiled", "limited", "disk"};
     if (std::string(c.becomes).ends_with(" 1")) kinds.push_back("compressed");
     for (const int width : {1, 37}) {
       const int height = width == 1 ? 3 : 29;
@@ -699,6 +700,7 @@ TEST_F(ToolOutput, EveryFailingFileCallIsReported) {
     const std::string good = Contents(Out(target.out));
     for (const bool existing : {false, true}) {
       for (const char* error : {"28", "5", "short"}) {  // disk full, input/output error, half a write
+        if (kSanitized && std::string(error) == "5") continue;
         for (const bool named : {false, true}) {
           long at = 1;
           for (;; ++at) {
@@ -766,21 +768,32 @@ TEST_F(ToolOutput, SignalsAtEveryFileCallLeaveNothing) {
 
 TEST_F(ToolOutput, NoAllocationFailureCrashesOrLeavesFiles) {
   if (kSanitized) GTEST_SKIP() << "the sanitizer's allocator stays in charge";
-  for (const Target& target : kTargets) {
+  MakeTiff(In("rgb.tif"), 60, 40, {PHOTOMETRIC_RGB, 8, 3, COMPRESSION_LZW, true});
+  const Target targets[] = {{"rgb.jpg", "a.png"}, {"rgb.png", "a.tif"}, {"rgb.png", "a.jpg"}, {"rgb.tif", "a.png"}};
+  for (const Target& target : targets) {
     const Words words = {"convert", In(target.in), Out(target.out)};
-    for (const char* mode : {"once", "forever"}) {
+    for (const bool forever : {false, true}) {
       int refused = 0;
       for (long at = 1;; at += 5) {
-        SCOPED_TRACE(std::string(target.out) + ", allocation " + std::to_string(at) + " " + mode);
+        const bool existing = at % 2 == 0, named = at % 3 == 0;
+        SCOPED_TRACE(std::string(target.out) + " from " + target.in + ", allocation " + std::to_string(at) +
+                     (forever ? " and all later ones" : "") + ", existing " + std::to_string(existing) + ", named " +
+                     std::to_string(named));
         ClearOut();
-        const Ended ended = RunFaulty(words, at, {std::string("TARN_TEST_MEMORY=") + mode});
+        if (existing) Store(Out(target.out), "old");
+        Words how = {std::string("TARN_TEST_MEMORY=") + (forever ? "forever" : "once")};
+        if (named) how.push_back("TARN_TEST_NAMED=1");
+        const Ended ended = RunFaulty(words, at, how);
         if (!FaultHappened()) break;
         EXPECT_EQ(ended.signal, 0) << ended;
-        if (ended.code == 0) continue;  // done without
+        if (ended.code == 0) {  // done without
+          EXPECT_EQ(OutFiles().size(), 1u);
+          continue;
+        }
         ++refused;
         EXPECT_EQ(ended.code, 6) << ended;
         EXPECT_TRUE(OneLine(ended, "memory")) << ended;
-        EXPECT_TRUE(OutFiles().empty());
+        ExpectUntouched(target.out, existing);
       }
       EXPECT_GT(refused, 10);
     }
