@@ -285,7 +285,7 @@ th:first-child, td:first-child { text-align: left; padding-left: 0; }
 tr:last-child td { border-bottom: 0; }
 td.rate { background: linear-gradient(var(--bar), var(--bar)) no-repeat right center / var(--part) 70%; }
 td.yes { color: var(--good); }
-@media (max-width: 760px) { article { grid-template-columns: 1fr; padding: 16px; } }
+@media (max-width: 760px) { article { grid-template-columns: minmax(0, 1fr); padding: 16px; } }
 )";
 
 /// Bars grow with the logarithm: disk and memory are a factor of a hundred apart.

@@ -50,16 +50,20 @@ fetch() {
 set --
 if fetch; then
   for picture in astronaut.png coffee.png hubble_deep_field.jpg retina.jpg camera.png logo.png \
-    chessboard_GRAY_U16.tif chessboard_RGB.png; do
+    chessboard_RGB.png; do
     if [ -f "$cache/$package/$data/$picture" ]; then set -- "$@" "$cache/$package/$data/$picture"; fi
   done
   origin="The photographs come from the Debian package $package."
 fi
 if [ $# = 0 ]; then
-  note "the package $package cannot be had (build/cache/download.log); showing the picture that comes with the project"
+  note "the Debian package $package cannot be fetched; showing the picture that comes with the project"
+  if [ -s "$cache/download.log" ]; then tail -n 1 "$cache/download.log" | sed 's/^/demo:   /'; fi
   set -- tests/data/landscape.jpg
-  origin="The landscape is computed."
+  origin=
 fi
+"$programs/tarn_samples" landscape --gray16 "$out/landscape-gray16.tif" || exit 1
+set -- "$@" "$out/landscape-gray16.tif"
+origin="$origin The landscape is computed."
 
 # ---- Page ------------------------------------------------------------------------------------------------------------
 

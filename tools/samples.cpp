@@ -2,6 +2,7 @@
 // The same input gives the same output: whole numbers, a fixed seed, no clock.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -97,12 +98,13 @@ Colour Scene(int x, int y) {
   return Mix(Land(x + ripple * 0.6, mirrored), {22, 44, 62}, 0.22 + 0.42 * depth);
 }
 
-void MakeLandscape(const std::string& name) {
+/// In colour of 24 bits or gray of 16.
+void MakeLandscape(const std::string& name, bool gray) {
   Console console(false, true);
   Picture picture;
   picture.width = kWidth;
   picture.height = kHeight;
-  picture.bits = 24;
+  picture.bits = gray ? 16 : 24;
   picture.xDpi = picture.yDpi = 96;
   Bitmap bitmap(picture, {}, name);
   std::vector<uint8_t> line(bitmap.BytesPerLine());
@@ -112,6 +114,13 @@ void MakeLandscape(const std::string& name) {
     for (int x = 0; x < kWidth; ++x) {
       const Colour colour = Scene(x, y);
       const double grain = static_cast<int>(random.Next() % 5) - 2;  // of the film
+      if (gray) {
+        const double light = 0.299 * colour.red + 0.587 * colour.green + 0.114 * colour.blue;
+        const auto level = static_cast<uint16_t>(std::clamp(light * 257 + grain * 64, 0.0, 65535.0));
+        line[2 * x] = static_cast<uint8_t>(level);
+        line[2 * x + 1] = static_cast<uint8_t>(level >> 8);
+        continue;
+      }
       uint8_t* const pixel = line.data() + 3 * x;
       pixel[0] = byte(colour.blue + grain);
       pixel[1] = byte(colour.green + grain);
@@ -208,14 +217,16 @@ int Run(int argc, char** argv) {
   app.require_subcommand(1);
   std::string input, output;
   int shrink = 1;
-  CLI::App& landscape = *app.add_subcommand("landscape", "a computed landscape, 24 bits");
+  bool gray = false;
+  CLI::App& landscape = *app.add_subcommand("landscape", "a computed landscape");
+  landscape.add_flag("--gray16", gray, "gray of 16 bits instead of colour of 24");
   landscape.add_option("out", output)->required();
   CLI::App& scan = *app.add_subcommand("scan", "a one-bit page as a scanner sees it: skewed and specked");
   scan.add_option("in", input)->required();
   scan.add_option("out", output)->required();
   scan.add_option("--shrink", shrink, "take every N-th pixel")->check(CLI::Range(1, 8));
   CLI11_PARSE(app, argc, argv);
-  if (landscape.parsed()) MakeLandscape(output);
+  if (landscape.parsed()) MakeLandscape(output, gray);
   if (scan.parsed()) AgePage(input, output, shrink);
   return 0;
 }
