@@ -366,8 +366,8 @@ class Hostile : public testing::Test {
   engine::Scene scene_;
 };
 
-TEST_F(Hostile, DamagedFieldsAreRefusedOrDoNoHarm) { RunFields(29); }
-TEST_F(Hostile, DamagedPairsAreRefusedOrDoNoHarm) { RunPairs(2500); }
+TEST_F(Hostile, DamagedFieldsAreRefusedOrDoNoHarm) { RunFields(60); }
+TEST_F(Hostile, DamagedPairsAreRefusedOrDoNoHarm) { RunPairs(1500); }
 TEST_F(Hostile, DISABLED_SweepOfDamagedFields) { RunFields(1); }
 TEST_F(Hostile, DISABLED_SweepOfDamagedPairs) { RunPairs(300000); }
 
