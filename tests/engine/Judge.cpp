@@ -115,7 +115,7 @@ void ForgetSomeViews(World& before, const World& after) {
 bool Documented(const Operation& operation, const Work& work, int64_t status) {
   for (const int64_t failure : operation.failures)
     if (status == failure) return true;
-  return operation.shortCounts && status >= 0 && status < static_cast<int64_t>(work.buffer.size());
+  return operation.shortCounts && status >= 0 && status < operation.Wanted(work);
 }
 
 }  // namespace

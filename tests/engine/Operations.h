@@ -86,9 +86,10 @@ struct Operation {
   std::function<std::string(Work&)> afterFailure{};
 
   static constexpr int64_t kByteCount = INT64_MIN;
-  bool Succeeded(const Work& work, int64_t status) const {
-    return status == (wanted == kByteCount ? static_cast<int64_t>(work.buffer.size()) : wanted);
+  int64_t Wanted(const Work& work) const {
+    return wanted == kByteCount ? static_cast<int64_t>(work.buffer.size()) : wanted;
   }
+  bool Succeeded(const Work& work, int64_t status) const { return status == Wanted(work); }
   bool Suits(Kind kind, const Shape& shape) const {
     return (depths & DepthBit(shape.bits)) && (kinds ? (kinds & Bit(kind)) && shape.Suits(kind) : kind == Kind::kBlock);
   }

@@ -171,6 +171,7 @@ void AddRowOperations(std::vector<Operation>& table) {
                    .failures = kPutting,
                    .leaves = kSubjectRows | kUnpacked,
                    .wanted = 2,
+                   .shortCounts = true,
                    .prepare = MakeRecords,
                    .call = [](Work& w) {
                      return T_PutBitmapRowColCompressed(&w.subject.record, nullptr, w.buffer.data(), kFirstRow, 5, 9);
