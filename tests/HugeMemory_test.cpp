@@ -81,6 +81,7 @@ TEST(HugeMemory, KeepsBytesAcrossViews) {
     const uint32_t size = 20 * kPage + 123;
     const Huge block = Make(kind, size);
     ASSERT_NE(block, nullptr);
+    const int64_t views = platform::Held().views;
     void* at = nullptr;
     for (uint32_t offset = 0; offset < size; offset += 1001) {
       const uint32_t length = std::min(1001u, size - offset);
@@ -92,6 +93,7 @@ TEST(HugeMemory, KeepsBytesAcrossViews) {
       ASSERT_EQ(T_AccessHugeMemory(block.get(), &at, back, 1), SUCCESS);
       EXPECT_EQ(*static_cast<uint8_t*>(at), back % 251);
     }
+    EXPECT_EQ(platform::Held().views, views);
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <cwchar>
+#include <filesystem>
 #include <set>
 #include <string>
 
@@ -252,12 +253,20 @@ TEST(Osys, TempNamesThatCannotBe) {
   }
   EXPECT_STREQ(name, L"unchanged");
 
+  // One character short: nothing is left in the directory.
   wchar_t whole[512];
-  ASSERT_EQ(T_OsGetTempName(L".", whole, 512), SUCCESS);
-  const uint32_t needed = uint32_t(std::wcslen(whole)) + 1;
+  ASSERT_EQ(T_OsGetTempName(nullptr, whole, 512), SUCCESS);
   EXPECT_EQ(T_OsDelete(whole), 0);
-  EXPECT_EQ(T_OsGetTempName(L".", name, needed - 1), ERR_INVALID_PARAMETER);
-  EXPECT_EQ(T_OsGetTempName(L".", name, needed), SUCCESS);
+  ASSERT_TRUE(std::filesystem::create_directory(whole));
+  std::wmemset(name, L'#', 512);
+  EXPECT_EQ(T_OsGetTempName(whole, name, 512), SUCCESS);
+  const uint32_t needed = uint32_t(std::wcslen(name)) + 1;
   EXPECT_EQ(T_OsDelete(name), 0);
+  EXPECT_EQ(T_OsGetTempName(whole, name, needed - 1), ERR_INVALID_PARAMETER);
+  EXPECT_TRUE(std::filesystem::is_empty(whole));
+  EXPECT_EQ(T_OsGetTempName(whole, name, needed), SUCCESS);
+  EXPECT_EQ(name[needed], L'#');
+  EXPECT_EQ(T_OsDelete(name), 0);
+  EXPECT_TRUE(std::filesystem::remove(whole));
   EXPECT_EQ(recording.Left(), "");
 }

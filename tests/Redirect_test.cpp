@@ -327,11 +327,19 @@ TEST(MemoryFile, GrowsInSteps) {
     uint8_t* const buffer = static_cast<uint8_t*>(file.Stop(&length));
     EXPECT_EQ(length, 40010u);
     EXPECT_EQ(platform::MovableSize(platform::MovableHandle(buffer)), 65536u);
-    EXPECT_EQ(Bytes(buffer, buffer + 40000), Bytes(40000));
+    EXPECT_EQ(Bytes(buffer, buffer + 40000), Bytes(40000));  // zeros, those that were skipped too
     EXPECT_EQ(std::memcmp(buffer + 40000, "0123456789", 10), 0);
     T_GlobalFree(buffer, 1, L"x");
   }
   EXPECT_EQ(recording.Left(), "");
+}
+
+TEST(MemoryFile, AddsNoStepWhenTheEndIsOne) {
+  MemoryFile file(T_BUFFER_GROW | T_BUFFER_WRITE, nullptr, 0);
+  EXPECT_EQ(T_RedirectedWrite(5, Pattern(32768).data(), 32768), 32768);
+  void* const buffer = file.Stop();
+  EXPECT_EQ(platform::MovableSize(platform::MovableHandle(buffer)), 32768u);
+  T_GlobalFree(buffer, 1, L"x");
 }
 
 TEST(MemoryFile, StopsAtTheEndOfAFixedBlock) {

@@ -467,7 +467,8 @@ TEST(CopyFile, GoesOnAfterAnInterruptedCall) {
 TEST(CopyFile, WritesThroughTheRedirectedLayer) {
   const TempFile source(Pattern(40000));
   T_BufferRedirect* redirect = nullptr;
-  ASSERT_EQ(T_StartRedirectToBuffer(&redirect, nullptr, T_BUFFER_GROW | T_BUFFER_WRITE, nullptr, 0), SUCCESS);
+  constexpr uint32_t kFlags = T_BUFFER_GROW | T_BUFFER_WRITE | T_BUFFER_CONTENTS;  // to be emptied first
+  ASSERT_EQ(T_StartRedirectToBuffer(&redirect, nullptr, kFlags, T_GlobalAlloc(1, 50000, 1, L"x"), 50000), SUCCESS);
   EXPECT_NE(T_CopyFile(source.Text(), L"in memory", 0), 0);
   void* buffer = nullptr;
   uint64_t length = 0;
