@@ -8,6 +8,20 @@ namespace tarn {
 
 enum class Isa : uint8_t { kPortable, kAvx2, kCount };
 
+/// A palette of 1..kPreparedEntries entries, laid out for many searches.
+constexpr uint32_t kPreparedEntries = 256;
+struct PreparedPalette {
+  alignas(32) int16_t blueRed[2 * kPreparedEntries];  // blue and red of an entry beside each other
+  alignas(32) int16_t green[2 * kPreparedEntries];    // green and a zero
+  const uint8_t* entries;
+  uint32_t count;
+};
+/// Entries of four bytes: blue, green, red and one that does not count. They must stay while the palette is used.
+void PreparePalette(PreparedPalette& prepared, const uint8_t* entries, uint32_t count) noexcept;
+
+/// Which of the three is largest, middle and smallest; 0..7.
+uint32_t ColorOrderCode(uint32_t red, uint32_t green, uint32_t blue) noexcept;
+
 struct KernelTable {
   /// Run lengths of `pixels` one-bit pixels that begin at bit firstBit (0..7) of source, alternating zeros, ones; the
   /// first run is of zeros. A run is closed before the byte of source that would take it past 65535 and goes on after a
@@ -17,6 +31,12 @@ struct KernelTable {
   /// Writes (pixels + 7) / 8 bytes: pixels firstPixel.. of the runs; what the runs lack, and the rest of the last byte,
   /// is 0. Runs may be of any content and lie at any address; only `words` of them are read.
   void (*expandRuns)(uint8_t* target, const void* runs, uint32_t words, uint32_t firstPixel, uint32_t pixels) noexcept;
+  /// The entry at the smallest sum of squared differences from color (red << 16 | green << 8 | blue): the first one
+  /// that is equal; else, of those at the smallest distance, the last whose order code is the colour's; else the first.
+  /// Entries as for PreparePalette; count is at least 1.
+  uint32_t (*nearestEntry)(const uint8_t* entries, uint32_t count, uint32_t color) noexcept;
+  /// The same of a prepared palette.
+  uint32_t (*nearestPrepared)(const PreparedPalette& palette, uint32_t color) noexcept;
 };
 
 /// The rule of long runs, for the rare run of more than 65535 pixels: writes the words up to its last piece and moves

@@ -59,6 +59,16 @@ T_API int32_t T_GetBitmapColors(const BitmapHandle* bitmap, uint32_t first, uint
 T_API uint32_t T_GetBitmapPaletteEntries(const BitmapHandle* bitmap, uint32_t first, uint32_t count,
                                          T_PaletteEntry* entries) T_NOTHROW;
 
+/** The nearest entry of a colour, the library's one rule for every reduction of colours: the smallest sum of the
+ * squared differences of red, green and blue, channels 0..255. Of several at that distance the first one that equals
+ * the colour wins; else the last of those whose channels are ordered by size as the colour's are; else the first. Black
+ * is first looked for at entry 0, then at the last one, white at the last one, then at entry 0.
+ *  @param entries  not modified; null gives 0
+ *  @param count    any; 0 gives 0xFFFFFFFF
+ *  @return the index. */
+T_API uint32_t T_FindPaletteIndex(const T_PaletteEntry* entries, uint32_t count, uint8_t red, uint8_t green,
+                                  uint8_t blue) T_NOTHROW;
+
 T_EXTERN_C_END
 
 #endif
