@@ -70,12 +70,6 @@ T_PaletteEntry* NewEntries(uint32_t count, bool zeroed) noexcept {
   return static_cast<T_PaletteEntry*>(block);
 }
 
-/// Entries of a bitmap's palette that may be touched: a damaged count does not lead beyond a block of ours.
-uint32_t EntriesOf(const BitmapHandle& bitmap) noexcept {
-  const uint32_t held = HeldEntries(bitmap.Palette);
-  return bitmap.Colors < held ? bitmap.Colors : held;
-}
-
 void FreePalette(BitmapHandle& bitmap) noexcept {
   const Here here = TARN_HERE;
   if (bitmap.Palette) T_GlobalFree(bitmap.Palette, here.line, here.file);
@@ -183,7 +177,7 @@ int32_t T_CopyBitmapPalette(BitmapHandle* destination, const BitmapHandle* sourc
   if (destination == source) return SUCCESS;
   if (source->Palette) {
     const uint32_t colors = source->Colors;
-    return T_SetBitmapNewPalette(destination, source->Palette, colors == EntriesOf(*source) ? colors : 0);
+    return T_SetBitmapNewPalette(destination, source->Palette, colors == PaletteEntriesOf(*source) ? colors : 0);
   }
   FreePalette(*destination);
   destination->Colors = 0;
@@ -194,7 +188,7 @@ int32_t T_PutBitmapColors(BitmapHandle* bitmap, int32_t first, uint32_t count, c
   TARN_TRY(RequireAllocatedThenSize(bitmap, ERR_NO_BITMAP));
   const uint64_t end = static_cast<uint64_t>(first) + count;
   if (first < 0 || !entries || bitmap->BitsPerPixel > 8 || end > bitmap->Colors) return ERR_INVALID_PARAMETER;
-  if (bitmap->Palette ? end > EntriesOf(*bitmap) : bitmap->Colors > kMostEntries) return ERR_INVALID_PARAMETER;
+  if (bitmap->Palette ? end > PaletteEntriesOf(*bitmap) : bitmap->Colors > kMostEntries) return ERR_INVALID_PARAMETER;
   if (!bitmap->Palette) {
     bitmap->Palette = NewEntries(bitmap->Colors, true);
     if (!bitmap->Palette) return ERR_NO_MEMORY;
@@ -212,8 +206,8 @@ int32_t T_GetBitmapColors(const BitmapHandle* bitmap, uint32_t first, uint32_t c
 
 uint32_t T_GetBitmapPaletteEntries(const BitmapHandle* bitmap, uint32_t first, uint32_t count,
                                    T_PaletteEntry* entries) noexcept {
-  if (!bitmap || !entries || !bitmap->Palette || first >= EntriesOf(*bitmap)) return 0;
-  const uint32_t left = EntriesOf(*bitmap) - first;
+  if (!bitmap || !entries || !bitmap->Palette || first >= PaletteEntriesOf(*bitmap)) return 0;
+  const uint32_t left = PaletteEntriesOf(*bitmap) - first;
   const uint32_t copied = count < left ? count : left;
   std::memcpy(entries, bitmap->Palette + first, copied * sizeof(T_PaletteEntry));
   return copied;

@@ -1,9 +1,12 @@
-// The nearest entry of a palette, and maps from palette to palette.
+// Questions about colours: the nearest entry, maps from palette to palette, gray scales, colours of another bitmap.
 
 #include <cstring>
 
+#include "Common/Internal/Checks.h"
+#include "Common/Internal/GrayParams.h"
 #include "Common/Internal/Nearest.h"
 #include "Common/Internal/PaletteMap.h"
+#include "Common/Internal/Storage.h"
 #include "tarn/palette.h"
 
 namespace tarn {
@@ -35,6 +38,78 @@ constexpr uint32_t Packed(uint32_t red, uint32_t green, uint32_t blue) noexcept 
 }
 
 const uint8_t* BytesOf(const T_PaletteEntry* entries) noexcept { return &entries->Blue; }
+
+bool SameColor(const T_PaletteEntry& a, const T_PaletteEntry& b) noexcept {
+  return a.Red == b.Red && a.Green == b.Green && a.Blue == b.Blue;
+}
+
+// ---- Gray scales ---------------------------------------------------------------------------------------------------
+
+bool IsGray(const T_PaletteEntry& entry) noexcept { return entry.Red == entry.Green && entry.Red == entry.Blue; }
+
+/// The class that one gray entry decides.
+int32_t ClassOf(const T_PaletteEntry& entry) noexcept { return entry.Red == 0 ? 1 : entry.Red < 255 ? 3 : 2; }
+
+/// What a gray bitmap's lookup table may be long: all values of the significant bits, or of the pixel.
+bool LutLengthHolds(const BitmapHandle& bitmap, uint32_t significant) noexcept {
+  const uint64_t length = bitmap.LUTLength;
+  if (!bitmap.LUT) return length == 0;
+  const int32_t bits = bitmap.BitsPerPixel;
+  const bool whole = bits > 0 && bits <= 32 && length == uint64_t{1} << bits;
+  return (whole || length == uint64_t{1} << significant) && LutEntriesOf(bitmap) == length;
+}
+
+int32_t ClassOfGrayBitmap(const BitmapHandle& bitmap) noexcept {
+  const int32_t bits = bitmap.BitsPerPixel;
+  const auto significant = static_cast<uint32_t>(GrayParamsOf(bits, 32, bitmap.LowBit, bitmap.HighBit).significant);
+  if (!LutLengthHolds(bitmap, significant)) return ERR_BAD_LUT_LENGTH;
+  if (!bitmap.LUT || !(bitmap.Flags & T_FLAG_LUT_IN_USE)) return 1;
+  const T_PaletteEntry* const lut = bitmap.LUT;
+  const uint64_t length = bitmap.LUTLength;
+  const uint64_t values = uint64_t{1} << significant;
+  for (uint64_t i = 0; i < values && i < length; ++i)
+    if (!IsGray(lut[i])) return 0;
+  return ClassOf(lut[bitmap.Flags & T_FLAG_SIGNED_DATA ? length / 2 : 0]);
+}
+
+// ---- Colours of another bitmap -------------------------------------------------------------------------------------
+
+constexpr uint32_t kTag = 0xFF000000;
+constexpr uint32_t kIndexTag = 0x01000000;
+constexpr uint32_t kGrayTag = 0x04000000;
+
+bool HasPaletteDepth(const BitmapHandle& bitmap) noexcept { return bitmap.BitsPerPixel < 9; }
+
+uint32_t IndexIn(const BitmapHandle& bitmap, uint32_t color) noexcept {
+  return (T_GetNearestPaletteIndex(&bitmap, color) & 0xFFFF) | kIndexTag;
+}
+
+uint32_t PlainColor(const BitmapHandle& destination, uint32_t color) noexcept {
+  return HasPaletteDepth(destination) ? IndexIn(destination, color) : color;
+}
+
+uint32_t TranslateGray(const BitmapHandle& destination, uint32_t color) noexcept {
+  const uint32_t level = color >> 8 & 255;
+  if (destination.Order != T_ORDER_GRAY) return PlainColor(destination, level | level << 8 | level << 16);
+  if (!(destination.Flags & T_FLAG_LUT_IN_USE)) return color;
+  // Deliberate: the last of 65536 entries is never found, which keeps 0xFFFF free for "none".
+  const uint32_t held = LutEntriesOf(destination);
+  const uint32_t index = T_FindPaletteIndex(destination.LUT, held < 65535 ? held : 65535, static_cast<uint8_t>(color),
+                                            static_cast<uint8_t>(color >> 8), static_cast<uint8_t>(color >> 16));
+  return (index & 0xFFFF) | kIndexTag;
+}
+
+uint32_t TranslateIndex(const BitmapHandle& destination, const BitmapHandle* source, uint32_t color) noexcept {
+  const uint32_t index = color & 255;
+  T_PaletteEntry entry;
+  if (!source || !HasPaletteDepth(*source) || T_GetBitmapPaletteEntries(source, index, 1, &entry) != 1)
+    return PlainColor(destination, 0);
+  const uint32_t plain = entry.Red | entry.Green << 8 | static_cast<uint32_t>(entry.Blue) << 16;
+  if (!HasPaletteDepth(destination)) return plain;
+  T_PaletteEntry same;
+  if (T_GetBitmapPaletteEntries(&destination, index, 1, &same) == 1 && SameColor(entry, same)) return color;
+  return IndexIn(destination, plain);
+}
 
 }  // namespace
 
@@ -90,4 +165,53 @@ uint32_t T_FindPaletteIndex(const T_PaletteEntry* entries, uint32_t count, uint8
   uint32_t index = 0;
   if (AtAnEnd(entries, count, color, index)) return index;
   return Kernels().nearestEntry(BytesOf(entries), count, color);
+}
+
+int32_t T_CompareBitmapToPalette(const BitmapHandle* bitmap, const T_PaletteEntry* entries, uint32_t count) noexcept {
+  if (!bitmap) return 0;
+  const T_PaletteEntry* const own = bitmap->Palette;
+  if (!own) return 1;
+  if (!entries) return 0;
+  const uint32_t held = PaletteEntriesOf(*bitmap);
+  for (uint32_t i = 0; i < count && i < held; ++i)
+    if (!SameColor(own[i], entries[i])) return 0;
+  return 1;
+}
+
+int32_t T_IsGrayScalePalette(const T_PaletteEntry* entries, uint32_t count) noexcept {
+  if (!entries) return ERR_INVALID_PARAMETER;
+  for (uint32_t i = 0; i < count; ++i)
+    if (!IsGray(entries[i])) return 0;
+  if (count < 2) return ClassOf(entries[0]);
+  const bool rising = entries[0].Red == 0;
+  const auto step = static_cast<uint8_t>(255 / (count - 1));
+  uint8_t level = rising ? 0 : 255;
+  for (uint32_t i = 0; i < count; ++i) {
+    if (entries[i].Red != level) return 3;
+    level = static_cast<uint8_t>(rising ? level + step : level - step);
+  }
+  return rising ? 1 : 2;
+}
+
+int32_t T_IsGrayScaleBitmap(const BitmapHandle* bitmap) noexcept {
+  TARN_TRY(RequireSize(bitmap, ERR_INVALID_PARAMETER));
+  if (bitmap->Order == T_ORDER_GRAY) return ClassOfGrayBitmap(*bitmap);
+  const int32_t bits = bitmap->BitsPerPixel;
+  const uint32_t colors = bitmap->Colors;
+  if (bits > 8 || colors == 0 || PaletteEntriesOf(*bitmap) != colors) return 0;
+  const int32_t found = T_IsGrayScalePalette(bitmap->Palette, colors);
+  const bool whole = bits >= 0 && colors == 1u << bits;
+  return found == 0 || whole ? found : 3;
+}
+
+uint32_t T_TranslateBitmapColor(const BitmapHandle* destination, const BitmapHandle* source, uint32_t color) noexcept {
+  if (!destination) return color;
+  switch (color & kTag) {
+    case kGrayTag:
+      return TranslateGray(*destination, color);
+    case kIndexTag:
+      return TranslateIndex(*destination, source, color);
+    default:
+      return PlainColor(*destination, color);
+  }
 }

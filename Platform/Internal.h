@@ -18,6 +18,7 @@ struct Counts {
   std::atomic<int64_t> sections;
   std::atomic<int64_t> movableBlocks;
   std::atomic<int64_t> files;
+  std::atomic<int64_t> palettes;
 };
 extern Counts counts;
 

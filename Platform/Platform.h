@@ -177,6 +177,25 @@ bool FileTemporaryName(const wchar_t* directory, wchar_t* name, uint32_t room, H
 bool TemporaryPath(wchar_t* path, uint32_t room) noexcept;
 bool IsDirectory(const wchar_t* path) noexcept;
 
+// ---- Logical palettes ----------------------------------------------------------------------------------------------
+// GDI's palette objects; on Linux objects of the library's own that count and answer alike. A handle that names no
+// palette has size 0 and holds nothing.
+
+struct LogicalColor {
+  uint8_t red, green, blue, flags;
+};
+constexpr uint32_t kMostLogicalColors = 256;
+void* PaletteCreate(const LogicalColor* entries, uint32_t count, Here here) noexcept;  // count 1..256; null on failure
+bool PaletteDelete(void* palette) noexcept;
+uint32_t PaletteSize(void* palette) noexcept;
+/// Entries moved: min(first + count, size) - first, 0 when first is not below the size.
+uint32_t PaletteGet(void* palette, uint32_t first, uint32_t count, LogicalColor* entries) noexcept;
+uint32_t PaletteSet(void* palette, uint32_t first, uint32_t count, const LogicalColor* entries) noexcept;
+/// The first entry at the smallest sum of squared differences from red | green << 8 | blue << 16.
+uint32_t PaletteNearest(void* palette, uint32_t color) noexcept;
+/// The screen's palette; 0 when it has none, which is always so on Linux.
+uint32_t ScreenPalette(LogicalColor (&entries)[kMostLogicalColors], Here here) noexcept;
+
 // ---- Libraries loaded at run time ----------------------------------------------------------------------------------
 
 void* ModuleOpen(const wchar_t* path) noexcept;
@@ -194,7 +213,8 @@ struct Counters {
   int64_t views;
   int64_t sections;  // of SectionCreate and SectionOnFile
   int64_t movableBlocks;
-  int64_t files;  // open through this layer
+  int64_t files;     // open through this layer
+  int64_t palettes;  // of PaletteCreate; on Windows only GDI knows
 };
 Counters Held() noexcept;
 

@@ -10,7 +10,7 @@ constinit Counts counts{};
 
 Counters Held() noexcept {
   return {counts.blockBytes.load(), counts.blocks.load(),        counts.viewBytes.load(), counts.views.load(),
-          counts.sections.load(),   counts.movableBlocks.load(), counts.files.load()};
+          counts.sections.load(),   counts.movableBlocks.load(), counts.files.load(),     counts.palettes.load()};
 }
 
 static void PauseProcessor() noexcept {

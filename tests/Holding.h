@@ -45,6 +45,7 @@ class Recording {
     compare("sections", now.sections, before_.sections);
     compare("movable blocks", now.movableBlocks, before_.movableBlocks);
     compare("files", now.files, before_.files);
+    compare("palettes", now.palettes, before_.palettes);
     return left;
   }
 

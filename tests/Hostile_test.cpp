@@ -198,6 +198,24 @@ constexpr Probe kProbes[] = {
        T_PaletteEntry entries[256];
        return T_GetBitmapPaletteEntries(b, 1, 256, entries);
      }},
+    {"T_IsGrayScaleBitmap", false, [](BitmapHandle* b, Room&) -> int64_t { return T_IsGrayScaleBitmap(b); }},
+    {"T_CompareBitmapToPalette", false,
+     [](BitmapHandle* b, Room&) -> int64_t {
+       T_PaletteEntry entries[256];
+       T_GetBitmapPaletteEntries(b, 0, 256, entries);
+       return T_CompareBitmapToPalette(b, entries, 256);
+     }},
+    {"T_TranslateBitmapColor", false,
+     [](BitmapHandle* b, Room& r) -> int64_t {
+       return (T_TranslateBitmapColor(b, &r.other.record, 0x0400ABCD) ^
+               T_TranslateBitmapColor(&r.other.record, b, 0x010000FF)) &
+              1;
+     }},
+    {"T_DupBitmapPalette", false,
+     [](BitmapHandle* b, Room&) -> int64_t {
+       T_DeletePalette(T_DupBitmapPalette(b));
+       return T_GetNearestPaletteIndex(b, 0x123456);
+     }},
     {"T_GrowBitmapHeap", false, [](BitmapHandle* b, Room&) -> int64_t { return T_GrowBitmapHeap(b, 3000); }},
     {"T_TrimBitmapHeap", false, [](BitmapHandle* b, Room&) -> int64_t { return T_TrimBitmapHeap(b); }},
     {"T_CopyBitmapHandle", false,

@@ -65,6 +65,14 @@ uint32_t HeldEntries(const T_PaletteEntry* entries) noexcept {
   return held < UINT32_MAX ? static_cast<uint32_t>(held) : UINT32_MAX;
 }
 
+static uint32_t Touchable(const T_PaletteEntry* entries, uint32_t count) noexcept {
+  if (!entries) return 0;
+  const uint32_t held = HeldEntries(entries);
+  return count < held ? count : held;
+}
+uint32_t PaletteEntriesOf(const BitmapHandle& bitmap) noexcept { return Touchable(bitmap.Palette, bitmap.Colors); }
+uint32_t LutEntriesOf(const BitmapHandle& bitmap) noexcept { return Touchable(bitmap.LUT, bitmap.LUTLength); }
+
 Status CopyGrayParams(BitmapHandle& target, const BitmapHandle& source, bool ownLut) noexcept {
   if (ownLut && source.LUT && source.LUTLength) {
     if (source.LUTLength > HeldEntries(source.LUT)) return ERR_BAD_LUT_LENGTH;

@@ -76,9 +76,14 @@ inline const StorageOps* OpsOf(const BitmapHandle& bitmap) noexcept {
 /// Gives a bitmap its GrayParams block, filled from the process-wide defaults.
 Status CreateGrayParams(BitmapHandle& bitmap) noexcept;
 constexpr uint32_t kGrayParamsBytes = 256;
-/// Entries that the block of a palette or lookup table holds; of memory that is not a tracked block, and thus trusted, as
-/// many as there are numbers.
+/// Entries that the block of a palette or lookup table holds; of memory that is not a tracked block, and thus trusted,
+/// as many as there are numbers.
 uint32_t HeldEntries(const T_PaletteEntry* entries) noexcept;
+/// Entries of a bitmap's palette that may be touched: a damaged count does not lead beyond a block of ours. 0 without
+/// a palette.
+uint32_t PaletteEntriesOf(const BitmapHandle& bitmap) noexcept;
+/// The same of a lookup table.
+uint32_t LutEntriesOf(const BitmapHandle& bitmap) noexcept;
 /// Copies significant bits, percentage, recorded range and parameter block; with ownLut a lookup table of the source is
 /// duplicated. Failure changes nothing.
 Status CopyGrayParams(BitmapHandle& target, const BitmapHandle& source, bool ownLut) noexcept;

@@ -28,6 +28,7 @@ const std::vector<Operation>& Operations() {
     AddStorageOperations(rows);
     AddRowOperations(rows);
     AddCopyOperations(rows);
+    AddPixelOperations(rows);
     AddMemoryOperations(rows);
     AddFileOperations(rows);
     return rows;

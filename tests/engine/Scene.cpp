@@ -107,6 +107,7 @@ std::string Changes(const World& before, const World& after) {
   Compare(changes, "sections", a.sections, b.sections);
   Compare(changes, "movable blocks", a.movableBlocks, b.movableBlocks);
   Compare(changes, "files", a.files, b.files);
+  Compare(changes, "palettes", a.palettes, b.palettes);
   if (before.files != after.files) {
     changes += "the temporary directory holds";
     for (const std::wstring& name : after.files) changes += " " + Narrow(name);
