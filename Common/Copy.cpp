@@ -1,4 +1,4 @@
-// Duplicating records and copying pixels between bitmaps of one geometry.
+// Duplicating records, whole copies, copying pixels between bitmaps of one geometry.
 
 #include "tarn/copy.h"
 
@@ -93,32 +93,59 @@ Status CopyRows(BitmapHandle& destination, BitmapHandle& source, Progress& progr
   return SUCCESS;
 }
 
-Status CopyCompressedRows(BitmapHandle& destination, BitmapHandle& source, Progress& progress) noexcept {
-  const int32_t height = source.Height;
+bool SameShape(const BitmapHandle& a, const BitmapHandle& b) noexcept {
+  return a.BytesPerLine == b.BytesPerLine && a.Height == b.Height && a.Width == b.Width;
+}
+
+Status CopyAll(BitmapHandle& target, BitmapHandle& source, const uint32_t* memoryType) noexcept {
+  TARN_TRY(MakeLike(target, source, source.Width, source.Height, memoryType));
+  const Status copied = T_CopyBitmapData(&target, &source);
+  if (!copied.Ok()) T_FreeBitmap(&target);
+  return copied;
+}
+
+Status CopyToCaller(BitmapHandle* destination, BitmapHandle* source, uint32_t structSize,
+                    const uint32_t* memoryType) noexcept {
+  if (!destination || !source || !IsAllocated(*source)) return ERR_INVALID_PARAMETER;
+  if (destination == source) return SUCCESS;
+  if (source->StructSize != sizeof(BitmapHandle) || structSize != sizeof(BitmapHandle)) return ERR_BAD_STRUCT_SIZE;
+  return CopyAll(*destination, *source, memoryType);
+}
+
+}  // namespace
+
+Status CopyCompressedRows(BitmapHandle& target, uint32_t targetRow, BitmapHandle& source, uint32_t sourceRow,
+                          uint32_t rows, Progress& progress) noexcept {
   TrackedBuffer<uint16_t> record(MaxRunWords(static_cast<uint32_t>(source.Width)) + 2, TARN_HERE);
   if (!record) return ERR_NO_MEMORY;
-  for (int32_t row = 0; row < height; ++row) {
-    const auto at = static_cast<uint32_t>(row);
-    TARN_TRY(T_GetBitmapRowCompressed(&source, nullptr, record.data(), at, 1));
-    TARN_TRY(T_PutBitmapRowCompressed(&destination, nullptr, record.data(), at, 1));
+  for (uint32_t row = 0; row < rows; ++row) {
+    TARN_TRY(T_GetBitmapRowCompressed(&source, nullptr, record.data(), sourceRow + row, 1));
+    TARN_TRY(T_PutBitmapRowCompressed(&target, nullptr, record.data(), targetRow + row, 1));
     TARN_TRY(progress.Step());
   }
   return SUCCESS;
 }
 
-bool SameShape(const BitmapHandle& a, const BitmapHandle& b) noexcept {
-  return a.BytesPerLine == b.BytesPerLine && a.Height == b.Height && a.Width == b.Width;
+Status MakeLike(BitmapHandle& target, const BitmapHandle& source, int32_t width, int32_t height,
+                const uint32_t* memoryType) noexcept {
+  constexpr uint32_t kFurnishings = DUP_PALETTE | DUP_REGION | DUP_OVERLAYS;
+  const int32_t bits = source.BitsPerPixel;
+  if (!memoryType)
+    return T_DupBitmapNewDim(&target, &source, sizeof target, width, height, bits, DUP_STORAGE | kFurnishings);
+  TARN_TRY(T_DupBitmapNewDim(&target, &source, sizeof target, width, height, bits, kFurnishings));
+  const Status allocated = T_AllocateBitmap(&target, *memoryType);
+  if (!allocated.Ok()) {
+    T_FreeDuplicateBitmap(&target, kFurnishings);
+    return allocated;
+  }
+  const Status copied = CopyGrayParams(target, source, true);
+  if (!copied.Ok()) T_FreeBitmap(&target);
+  return copied;
 }
-
-}  // namespace
 
 Status CopyWhole(BitmapHandle& target, BitmapHandle& source) noexcept {
   const QuietCallback quiet;
-  TARN_TRY(T_DupBitmapNewDim(&target, &source, sizeof target, source.Width, source.Height, source.BitsPerPixel,
-                             DUP_STORAGE | DUP_PALETTE | DUP_REGION | DUP_OVERLAYS));
-  const Status copied = T_CopyBitmapData(&target, &source);
-  if (!copied.Ok()) T_FreeBitmap(&target);
-  return copied;
+  return CopyAll(target, source, nullptr);
 }
 
 }  // namespace tarn
@@ -156,6 +183,15 @@ int32_t T_FreeDuplicateBitmap(BitmapHandle* duplicate, uint32_t mode) noexcept {
   return SUCCESS;
 }
 
+int32_t T_CopyBitmap(BitmapHandle* destination, BitmapHandle* source, uint32_t structSize) noexcept {
+  return CopyToCaller(destination, source, structSize, nullptr).code;
+}
+
+int32_t T_CopyBitmap2(BitmapHandle* destination, BitmapHandle* source, uint32_t memoryType,
+                      uint32_t structSize) noexcept {
+  return CopyToCaller(destination, source, structSize, &memoryType).code;
+}
+
 int32_t T_CopyBitmapData(BitmapHandle* destination, BitmapHandle* source) noexcept {
   if (!destination || !source || !IsAllocated(*destination) || !IsAllocated(*source)) return ERR_NO_BITMAP;
   if (destination == source) return SUCCESS;
@@ -168,7 +204,7 @@ int32_t T_CopyBitmapData(BitmapHandle* destination, BitmapHandle* source) noexce
   const T_StatusCallback callback = T_GetCopyStatusCallBack(&userData);
   Progress progress(source->Height, callback, userData);
   if (destination->Flags & source->Flags & T_FLAG_COMPRESSED)
-    return CopyCompressedRows(*destination, *source, progress).code;
+    return CopyCompressedRows(*destination, 0, *source, 0, static_cast<uint32_t>(source->Height), progress).code;
   return CopyRows(*destination, *source, progress).code;
 }
 

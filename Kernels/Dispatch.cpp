@@ -13,21 +13,33 @@ namespace tarn {
 uint32_t CompressRuns_Portable(void* runs, const uint8_t* source, uint32_t firstBit, uint32_t pixels) noexcept;
 void ExpandRuns_Portable(uint8_t* target, const void* runs, uint32_t words, uint32_t firstPixel,
                          uint32_t pixels) noexcept;
+void ShiftBits_Portable(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
+                        uint64_t bits) noexcept;
+void ShiftLowBits_Portable(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
+                           uint64_t bits) noexcept;
 uint32_t CompressRuns_Avx2(void* runs, const uint8_t* source, uint32_t firstBit, uint32_t pixels) noexcept;
 uint32_t NearestEntry_Portable(const uint8_t* entries, uint32_t count, uint32_t color) noexcept;
 uint32_t NearestEntry_Avx2(const uint8_t* entries, uint32_t count, uint32_t color) noexcept;
 uint32_t NearestPrepared_Portable(const PreparedPalette& palette, uint32_t color) noexcept;
 uint32_t NearestPrepared_Avx2(const PreparedPalette& palette, uint32_t color) noexcept;
+void ShiftBits_Avx2(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
+                    uint64_t bits) noexcept;
+void ShiftLowBits_Avx2(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
+                       uint64_t bits) noexcept;
 
 namespace {
 
 constexpr KernelTable MakeTable(Isa limit) noexcept {
   KernelTable table{.compressRuns = CompressRuns_Portable,
                     .expandRuns = ExpandRuns_Portable,
+                    .shiftBits = ShiftBits_Portable,
+                    .shiftLowBits = ShiftLowBits_Portable,
                     .nearestEntry = NearestEntry_Portable,
                     .nearestPrepared = NearestPrepared_Portable};
   if (limit >= Isa::kAvx2) {
     table.compressRuns = CompressRuns_Avx2;  // expanding goes run by run: wider registers do not help it
+    table.shiftBits = ShiftBits_Avx2;
+    table.shiftLowBits = ShiftLowBits_Avx2;
     table.nearestEntry = NearestEntry_Avx2;
     table.nearestPrepared = NearestPrepared_Avx2;
   }

@@ -31,6 +31,14 @@ struct KernelTable {
   /// Writes (pixels + 7) / 8 bytes: pixels firstPixel.. of the runs; what the runs lack, and the rest of the last byte,
   /// is 0. Runs may be of any content and lie at any address; only `words` of them are read.
   void (*expandRuns)(uint8_t* target, const void* runs, uint32_t words, uint32_t firstPixel, uint32_t pixels) noexcept;
+  /// Copies `bits` bits that begin at bit sourceBit (0..7) of source to bit targetBit (0..7) of target; bit 0 of a byte
+  /// is its most significant one. Other bits of the target stay, only bytes that hold some of the bits are touched.
+  /// Target and source do not overlap; any alignment.
+  void (*shiftBits)(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
+                    uint64_t bits) noexcept;
+  /// The same where bit 0 of a byte is its least significant one, as pixels of 12 bits lie.
+  void (*shiftLowBits)(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
+                       uint64_t bits) noexcept;
   /// The entry at the smallest sum of squared differences from color (red << 16 | green << 8 | blue): the first one
   /// that is equal; else, of those at the smallest distance, the last whose order code is the colour's; else the first.
   /// Entries as for PreparePalette; count is at least 1.

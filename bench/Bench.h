@@ -83,6 +83,8 @@ MeasuredGroup Measure(const Group& group, int rounds);
 Group RowGroup(uint32_t rowBytes);
 /// What a call costs beside the bytes it moves.
 Group CallGroup();
+/// Copies of bitmaps and rectangles.
+Group CopyGroup();
 /// Making and freeing bitmaps.
 Group StorageGroup();
 /// One-bit pages compressed and expanded; page is "text-600", "text-300" or "noise".

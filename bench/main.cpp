@@ -63,6 +63,7 @@ int main(int count, char** arguments) {
       {"rows-12", [] { return RowGroup(12 << 10); }},
       {"rows-48", [] { return RowGroup(48 << 10); }},
       {"storage", StorageGroup},
+      {"copy", CopyGroup},
       {"page-text-600", [&] { return PageGroup("text-600", options.pages); }},
       {"page-text-300", [&] { return PageGroup("text-300", options.pages); }},
       {"page-noise", [&] { return PageGroup("noise", options.pages); }},

@@ -179,6 +179,20 @@ constexpr Probe kProbes[] = {
      [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmapData(&r.other.record, b); }},
     {"T_CopyBitmapData to", true,
      [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmapData(b, &r.other.record); }},
+    {"T_CopyBitmap", false,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmap(&r.made, b, sizeof r.made); }},
+    {"T_CopyBitmap2", false,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmap2(&r.made, b, TYPE_NODISK, sizeof r.made); }},
+    {"T_CopyBitmapRect", false,
+     [](BitmapHandle* b, Room& r) -> int64_t {
+       return T_CopyBitmapRect(&r.made, b, sizeof r.made, 5, -1, r.shape.width, r.shape.height);
+     }},
+    {"T_CopyBitmapRect, far", false,
+     [](BitmapHandle* b, Room& r) -> int64_t {
+       return T_CopyBitmapRect(&r.made, b, sizeof r.made, 3 * r.shape.width, 2, r.shape.width, r.shape.height);
+     }},
+    {"T_TrimBitmap", true,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_TrimBitmap(b, 3, 1, r.shape.width, r.shape.height - 2); }},
     {"T_CopyBitmapPalette from", false,
      [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmapPalette(&r.other.record, b); }},
     {"T_CopyBitmapPalette to", false,

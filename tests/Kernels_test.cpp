@@ -126,6 +126,37 @@ TEST_P(Level, ExpandsAnyWordsFromAnyPixel) {
   }
 }
 
+// Bits before, between and behind come from three different contents, so that one in the wrong place shows.
+TEST_P(Level, ShiftsBitsBetweenAnyBits) {
+  Random random(6);
+  const auto bitAt = [](const uint8_t* bytes, uint64_t bit, bool lowFirst) {
+    return bytes[bit / 8] >> (lowFirst ? bit % 8 : 7 - bit % 8) & 1;
+  };
+  for (const bool lowFirst : {false, true}) {
+    for (uint32_t count = 0; count < 1100; count += count < 40 ? 1 : 13) {
+      for (uint32_t bits = 0; bits < 64; ++bits) {
+        const uint32_t from = bits % 8, to = bits / 8;
+        SCOPED_TRACE(testing::Message() << count << " bits from " << from << " to " << to << " low " << lowFirst);
+        std::vector<uint8_t> bytes((from + count + 7) / 8);
+        for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
+        Exact source(bytes.data(), count ? bytes.size() : 0, random() % 64);
+        std::vector<uint8_t> before(count ? (to + count + 7) / 8 : 0);
+        for (uint8_t& byte : before) byte = static_cast<uint8_t>(random());
+        Guarded target(before.size(), random() % 64);
+        if (!before.empty()) std::memcpy(target.data(), before.data(), before.size());
+        (lowFirst ? kernels.shiftLowBits : kernels.shiftBits)(target.data(), to, source.data(), from, count);
+        ASSERT_TRUE(target.GuardsKept());
+        for (uint64_t bit = 0; bit < before.size() * 8; ++bit) {
+          const bool inside = bit >= to && bit < to + count;
+          ASSERT_EQ(bitAt(target.data(), bit, lowFirst),
+                    inside ? bitAt(source.data(), bit - to + from, lowFirst) : bitAt(before.data(), bit, lowFirst))
+              << "bit " << bit;
+        }
+      }
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Kernels, Level, testing::Values(Isa::kPortable, Isa::kAvx2),
                          [](const auto& info) { return info.param == Isa::kPortable ? "Portable" : "Avx2"; });
 

@@ -27,11 +27,12 @@ Status RowReader::Open() noexcept {
   return line_ ? SUCCESS : ERR_NO_MEMORY;
 }
 
-const uint8_t* RowReader::Row(int32_t row) noexcept {
-  if (const uint8_t* direct = DirectRow(bitmap_, const_cast<uint8_t*>(base_), row)) return direct;
-  const uint32_t rowBytes = bitmap_.BytesPerLine;
-  const int64_t got = T_GetBitmapRow(&bitmap_, line_.data(), static_cast<uint32_t>(row), rowBytes);
-  if (got == rowBytes) return line_.data();
+const uint8_t* RowReader::Part(int32_t row, uint64_t offset, uint64_t bytes) noexcept {
+  if (const uint8_t* direct = DirectRow(bitmap_, const_cast<uint8_t*>(base_), row)) return direct + offset;
+  const StorageOps* const ops = OpsOf(bitmap_);
+  const int64_t got =
+      ops ? ops->read(bitmap_, line_.data(), static_cast<uint32_t>(row), offset, bytes) : int64_t{ERR_NO_MEMORY};
+  if (got == static_cast<int64_t>(bytes)) return line_.data();
   status_ = got < 0 ? static_cast<int32_t>(got) : ERR_FILE_READ;  // a short read is a failure
   return nullptr;
 }

@@ -119,7 +119,9 @@ class RowReader {
   Status Open() noexcept;
   /// BytesPerLine readable bytes, valid until the next call; null when the storage failed (see status()). When the
   /// bitmap is written through a RowWriter meanwhile, rows in memory show it.
-  const uint8_t* Row(int32_t row) noexcept;
+  const uint8_t* Row(int32_t row) noexcept { return Part(row, 0, bitmap_.BytesPerLine); }
+  /// The same for `bytes` bytes from byte `offset` of the row on, which are all that is moved.
+  const uint8_t* Part(int32_t row, uint64_t offset, uint64_t bytes) noexcept;
   [[nodiscard]] Status status() const noexcept { return status_; }
 
  private:

@@ -1,5 +1,5 @@
 /** @file
- *  Duplicating records and copying pixels between bitmaps of one geometry.
+ *  Duplicating records, copying bitmaps and parts of them, trimming.
  */
 #ifndef TARN_COPY_H
 #define TARN_COPY_H
@@ -33,6 +33,48 @@ T_API int32_t T_FreeDuplicateBitmap(BitmapHandle* duplicate, uint32_t mode) T_NO
  *          ERR_INVALID_PARAMETER (BytesPerLine differs); ERR_NO_MEMORY; a row status; the callback's result. After a
  *          failure the rows copied so far stay in the destination. */
 T_API int32_t T_CopyBitmapData(BitmapHandle* destination, BitmapHandle* source) T_NOTHROW;
+
+/** Makes `destination` a copy of `source` with storage of the same kind, palette, region and overlays of its own.
+ *  Progress goes to the copy-status callback. What the destination's record held before is forgotten, not freed.
+ *  @return SUCCESS (also for the same record twice, which is left alone); ERR_INVALID_PARAMETER (null, or source
+ *          unallocated); ERR_BAD_STRUCT_SIZE (structSize, or the source's); what T_DupBitmapNewDim and T_CopyBitmapData
+ *          give; the callback's result. The source is unchanged by every failure; the destination is untouched by the
+ *          first two and has no storage after any other. */
+T_API int32_t T_CopyBitmap(BitmapHandle* destination, BitmapHandle* source, uint32_t structSize) T_NOTHROW;
+
+/** T_CopyBitmap into storage of the caller's choice.
+ *  @param memoryType as for T_AllocateBitmap; not TYPE_USER, which has nowhere to copy to (ERR_NO_BITMAP)
+ *  @return as T_CopyBitmap, and what T_AllocateBitmap gives. */
+T_API int32_t T_CopyBitmap2(BitmapHandle* destination, BitmapHandle* source, uint32_t memoryType,
+                            uint32_t structSize) T_NOTHROW;
+
+/** Makes `destination` a bitmap of width x height pixels like `source`, with what the source has in the rectangle.
+ *  Rows are storage rows. Pixels of the rectangle that lie outside of the source are zero bits. The source's overlays
+ *  are copied and moved by (-left, -top), and so is its region when hooks are set (T_RegionHooks::CopyShifted).
+ * Progress over the rows inside goes to the copy-status callback.
+ *  @param destination the new bitmap; null or the source itself: the source is replaced by the result. What another
+ *         record held before is forgotten, not freed
+ *  @param left,top first column and row, may be negative
+ *  @param width,height pixels; the rectangle may reach beyond the source, or miss it: the new bitmap is then all zero,
+ *         and a source that was to be replaced stays as it is
+ *  @return SUCCESS; ERR_INVALID_PARAMETER (source null or unallocated); ERR_BAD_STRUCT_SIZE (structSize, or the
+ *          source's); ERR_INVALID_PARAMETER (a source whose rows are shorter than its width asks for); what
+ *          T_DupBitmapNewDim gives, such as ERR_EMPTY_AREA (width or height 0) and ERR_IMAGE_TOO_LARGE (negative, or
+ * too large); a hook's status; ERR_NO_MEMORY; a row status; the callback's result. The source is unchanged by every
+ *          failure; another destination is untouched by the first three and has no storage after any other. */
+T_API int32_t T_CopyBitmapRect(BitmapHandle* destination, BitmapHandle* source, uint32_t structSize, int32_t left,
+                               int32_t top, int32_t width, int32_t height) T_NOTHROW;
+
+/** T_CopyBitmapRect into storage of the caller's choice.
+ *  @param memoryType as for T_AllocateBitmap; not TYPE_USER (ERR_NO_BITMAP)
+ *  @return as T_CopyBitmapRect, and what T_AllocateBitmap gives. */
+T_API int32_t T_CopyBitmapRect2(BitmapHandle* destination, BitmapHandle* source, uint32_t structSize, int32_t left,
+                                int32_t top, int32_t width, int32_t height, uint32_t memoryType) T_NOTHROW;
+
+/** Cuts a bitmap down to the part of a rectangle that lies inside.
+ *  @return SUCCESS; ERR_INVALID_PARAMETER (null or unallocated); ERR_BAD_STRUCT_SIZE; ERR_EMPTY_AREA (nothing of the
+ *          rectangle is inside); what T_CopyBitmapRect in place gives. After a failure the bitmap is unchanged. */
+T_API int32_t T_TrimBitmap(BitmapHandle* bitmap, int32_t left, int32_t top, int32_t width, int32_t height) T_NOTHROW;
 
 /** Copies the six playback parameters; null pointers are ignored. */
 T_API void T_CopyPlaybackParms(BitmapHandle* destination, const BitmapHandle* source) T_NOTHROW;

@@ -19,8 +19,14 @@ void DeleteRegion(uint64_t region) {
   const Here here = TARN_HERE;
   T_LocalFree(reinterpret_cast<void*>(region), here.line, here.file);
 }
+int32_t ShiftRegion(BitmapHandle* destination, const BitmapHandle* source, int32_t, int32_t) {
+  uint64_t region = 0;
+  const int32_t status = DuplicateRegion(&region, source);
+  destination->Region = region;
+  return status;
+}
 constexpr T_RegionHooks kRegionHooks = {
-    sizeof(T_RegionHooks), 0, DuplicateRegion, DeleteRegion, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+    sizeof(T_RegionHooks), 0, DuplicateRegion, DeleteRegion, nullptr, nullptr, nullptr, nullptr, ShiftRegion, nullptr};
 
 T_OverlayList* MakeOverlays() {
   const Here here = TARN_HERE;
@@ -85,6 +91,61 @@ Operation CopyInto(Kind target, uint64_t depths = kAllDepths) {
           .call = [](Work& w) { return T_CopyBitmapData(&w.other.record, &w.subject.record); }};
 }
 
+const std::vector<int64_t> kCopying = {ERR_NO_MEMORY, ERR_FILE_WRITE, ERR_FILE_SEEK, ERR_FILE_READ, ERR_DISK_FULL};
+
+/// A bitmap made from the subject, which has all that a bitmap can own.
+Operation CopyToNew(const char* name, std::function<int64_t(BitmapHandle*, BitmapHandle*, const Shape&)> copy) {
+  return {.name = name,
+          .kinds = kAllKinds,
+          .failures = kCopying,
+          .prepare = Furnish,
+          .call = [copy](Work& w) { return copy(&w.made, &w.subject.record, w.shape); },
+          .afterFailure = [](Work& w) -> std::string {
+            return w.made.Palette || w.made.Region || w.made.Overlays || w.made.LUT || w.made.GrayParams
+                       ? "the copy still has something; "
+                       : "";
+          }};
+}
+
+/// The subject replaced by a part of itself.
+Operation CutDown(const char* name, std::function<int64_t(BitmapHandle*, const Shape&)> cut) {
+  return {.name = name, .kinds = kAllKinds, .failures = kCopying, .prepare = Furnish, .call = [cut](Work& w) {
+            return cut(&w.subject.record, w.shape);
+          }};
+}
+
+void AddCopiesAndCuts(std::vector<Operation>& table) {
+  table.push_back(CopyToNew(
+      "T_CopyBitmap", [](BitmapHandle* to, BitmapHandle* from, const Shape&) { return T_CopyBitmap(to, from, 212); }));
+  table.push_back(CopyToNew("T_CopyBitmap2, disk", [](BitmapHandle* to, BitmapHandle* from, const Shape&) {
+    return T_CopyBitmap2(to, from, TYPE_DISK, 212);
+  }));
+  table.push_back(CopyToNew("T_CopyBitmap2, tiles", [](BitmapHandle* to, BitmapHandle* from, const Shape&) {
+    return T_CopyBitmap2(to, from, TYPE_TILED, 212);
+  }));
+  table.push_back(CopyToNew("T_CopyBitmap2, compressed", [](BitmapHandle* to, BitmapHandle* from, const Shape&) {
+    return T_CopyBitmap2(to, from, TYPE_COMPRESSED | TYPE_NODISK, 212);
+  }));
+  table.push_back(CopyToNew("T_CopyBitmapRect, inside", [](BitmapHandle* to, BitmapHandle* from, const Shape& shape) {
+    return T_CopyBitmapRect(to, from, 212, shape.width / 3, 1, (shape.width + 2) / 3, shape.height - 1);
+  }));
+  table.push_back(CopyToNew("T_CopyBitmapRect, whole rows", [](BitmapHandle* to, BitmapHandle* from, const Shape& s) {
+    return T_CopyBitmapRect(to, from, 212, 0, 1, s.width, s.height);
+  }));
+  table.push_back(CopyToNew("T_CopyBitmapRect2, disk", [](BitmapHandle* to, BitmapHandle* from, const Shape& shape) {
+    return T_CopyBitmapRect2(to, from, 212, -3, -1, shape.width, shape.height, TYPE_DISK);
+  }));
+  table.push_back(CutDown("T_CopyBitmapRect in place", [](BitmapHandle* bitmap, const Shape& shape) {
+    return T_CopyBitmapRect(nullptr, bitmap, 212, -5, -2, shape.width + 3, shape.height + 5);
+  }));
+  table.push_back(CutDown("T_CopyBitmapRect2 in place, disk", [](BitmapHandle* bitmap, const Shape& shape) {
+    return T_CopyBitmapRect2(bitmap, bitmap, 212, 0, 0, shape.width, shape.height - 1, TYPE_DISK);
+  }));
+  table.push_back(CutDown("T_TrimBitmap", [](BitmapHandle* bitmap, const Shape& shape) {
+    return T_TrimBitmap(bitmap, shape.width / 2, 1, shape.width, shape.height);
+  }));
+}
+
 /// A function that makes a palette for the caller.
 Operation MakePalette(const char* name, T_PaletteEntry* (*make)(uint32_t bits)) {
   return {.name = name,
@@ -124,6 +185,7 @@ void AddCopyOperations(std::vector<Operation>& table) {
   for (int kind = 0; kind < kKinds; ++kind)
     table.push_back(
         CopyInto(static_cast<Kind>(kind), static_cast<Kind>(kind) == Kind::kCompressed ? DepthBit(1) : kAllDepths));
+  AddCopiesAndCuts(table);
 
   table.push_back(MakePalette("T_CreateFixedPalette", T_CreateFixedPalette));
   table.push_back(MakePalette("T_CreateGrayPalette", T_CreateGrayPalette));
