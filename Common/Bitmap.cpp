@@ -136,6 +136,10 @@ void T_AccessBitmap(BitmapHandle* handle) noexcept {
   const Here here = TARN_HERE;
   auto* const address = static_cast<uint8_t*>(T_OsLockHandle(handle->MemoryHandle, here.line, here.file));
   if (!address) return;
+  if (!BlockHolds(*handle, SpanBytes(*handle))) {
+    T_OsUnlockHandle(handle->MemoryHandle, here.line, here.file);
+    return;
+  }
   handle->Data = address + handle->DataOffset;
   handle->Flags |= T_FLAG_LOCKED;
 }

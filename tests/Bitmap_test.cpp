@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Platform/Fault.h"
 #include "Scope.h"
 
 using namespace tarn::test;
@@ -193,6 +194,44 @@ TEST(Bitmap, HandleBlockOfTheBitmapIsResizedAndFreed) {
     EXPECT_EQ(Row(b, 8), std::vector<uint8_t>(16, 0));
   }
   EXPECT_TRUE(SameHeld(before, tarn::platform::Held()));
+}
+
+TEST(Bitmap, DamagedOffsetsLeadNowhere) {
+  for (const uint64_t offset : {uint64_t{1}, uint64_t{65}, ~uint64_t{}, ~uint64_t{} - 63, uint64_t{1} << 63}) {
+    Bitmap movable(4, 4, 32);
+    ASSERT_EQ(T_AllocateBitmap(&movable, TYPE_USER), SUCCESS);
+    movable.MemoryHandle = T_OsAllocHandle(T_BLOCK_MOVABLE | T_BLOCK_ZERO, 64, 1, L"here");
+    movable.Flags = (movable.Flags | T_FLAG_HANDLE_DATA) & ~static_cast<uint32_t>(T_FLAG_USER_DATA);
+    movable.DataOffset = offset;
+    EXPECT_EQ(T_LockBitmap(&movable), 0);
+    EXPECT_EQ(V(movable.Data), nullptr) << offset;
+    if (offset > 64) {
+      EXPECT_EQ(T_ChangeBitmapHeight(&movable, 9), ERR_INVALID_PARAMETER) << offset;
+    }
+
+    Bitmap block(40, 9, 8);
+    ASSERT_EQ(T_AllocateBitmap(&block, TYPE_CONV), SUCCESS);
+    Fill(block, 5);
+    block.DataOffset = offset;
+    ASSERT_EQ(T_ChangeBitmapHeight(&block, 20), SUCCESS);
+    EXPECT_EQ(FirstDifference(block, 5, 9), -1) << offset;
+    EXPECT_EQ(Row(block, 19), std::vector<uint8_t>(40, 0)) << offset;
+  }
+}
+
+TEST(Bitmap, DiskRowsSurviveAFailedGrowthWhateverSizeSays) {
+  for (const uint64_t size : {uint64_t{0}, uint64_t{41}, uint64_t{40} * 9, ~uint64_t{}}) {
+    Bitmap b(40, 9, 8);
+    ASSERT_EQ(T_AllocateBitmap(&b, TYPE_DISK), SUCCESS);
+    Fill(b, 8);
+    b.Size = size;
+    tarn::fault::Arm({.first = 1, .last = 1, .points = Mask(tarn::fault::Point::kSize)});
+    EXPECT_EQ(T_ChangeBitmapHeight(&b, 100), ERR_NO_MEMORY);
+    tarn::fault::Disarm();
+    EXPECT_EQ(FirstDifference(b, 8, 9), -1) << size;
+    EXPECT_EQ(T_ChangeBitmapHeight(&b, 100), SUCCESS);
+    EXPECT_EQ(FirstDifference(b, 8, 9), -1) << size;
+  }
 }
 
 TEST(Bitmap, FreeReturnsToTheDescribedState) {

@@ -85,9 +85,11 @@ uint8_t* DirectBlockRow(BitmapHandle& bitmap, uint32_t row) noexcept {
 
 Status ResizeBlock(BitmapHandle& bitmap, int32_t height) noexcept {
   const uint64_t pixels = static_cast<uint64_t>(bitmap.BytesPerLine) * static_cast<uint32_t>(height);
-  const uint64_t length = pixels + bitmap.DataOffset;
+  uint64_t offset = bitmap.DataOffset;
   const Here here = TARN_HERE;
   if (bitmap.Flags & T_FLAG_HANDLE_DATA) {
+    if (!BlockHolds(bitmap, 0)) return ERR_INVALID_PARAMETER;
+    const uint64_t length = pixels + offset;
     const uint64_t handle =
         T_OsReallocHandle(bitmap.MemoryHandle, length, T_BLOCK_MOVABLE | T_BLOCK_ZERO, here.line, here.file);
     if (!handle) return ERR_NO_MEMORY;
@@ -96,14 +98,15 @@ Status ResizeBlock(BitmapHandle& bitmap, int32_t height) noexcept {
     StorageNode* const old = FindStorage(bitmap.Data);
     if (!old || old->kind != StorageKind::kBlock) return ERR_NO_MEMORY;
     NewBlock made;
-    if (!MakeBlock(length, bitmap, static_cast<uint32_t>(height), made)) return ERR_NO_MEMORY;
+    if (!MakeBlock(pixels, bitmap, static_cast<uint32_t>(height), made)) return ERR_NO_MEMORY;
+    offset = static_cast<uint64_t>(made.data - made.block.view) - kHeader;
     std::memcpy(made.data, bitmap.Data, old->bytes < pixels ? old->bytes : pixels);
     ReleaseBlock(bitmap.MemoryHandle, *old);
     bitmap.MemoryHandle = made.block.section;
     bitmap.Data = made.data;
-    bitmap.DataOffset = static_cast<uint64_t>(made.data - made.block.view) - kHeader;
+    bitmap.DataOffset = offset;
   }
-  bitmap.Size = CappedSize(length);
+  bitmap.Size = CappedSize(pixels + offset);
   return SUCCESS;
 }
 

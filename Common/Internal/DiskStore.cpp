@@ -53,12 +53,14 @@ int64_t WriteDisk(BitmapHandle& bitmap, const uint8_t* source, uint32_t row, uin
 uint8_t* NoDirectRow(BitmapHandle&, uint32_t) noexcept { return nullptr; }
 
 Status ResizeDisk(BitmapHandle& bitmap, int32_t height) noexcept {
-  const uint64_t length =
-      static_cast<uint64_t>(bitmap.BytesPerLine) * static_cast<uint32_t>(height) + bitmap.DataOffset;
+  const uint64_t length = static_cast<uint64_t>(bitmap.BytesPerLine) * static_cast<uint32_t>(height);
   const int64_t file = FileOf(bitmap);
+  // What the file holds counts, not what the record says of it.
+  const int64_t old = platform::FileSeek(file, 0, T_SEEK_END, TARN_HERE);
+  if (old < 0) return ERR_NO_MEMORY;
   // Growing reserves first, so that a full disk shows now and not at some later row.
-  if (length > bitmap.Size && !platform::FileReserve(file, length, TARN_HERE)) {
-    (void)platform::FileSetSize(file, static_cast<int64_t>(bitmap.Size) + 1, TARN_HERE);
+  if (length > static_cast<uint64_t>(old) && !platform::FileReserve(file, length, TARN_HERE)) {
+    (void)platform::FileSetSize(file, old, TARN_HERE);
     return ERR_NO_MEMORY;
   }
   if (!platform::FileSetSize(file, static_cast<int64_t>(length), TARN_HERE)) return ERR_NO_MEMORY;

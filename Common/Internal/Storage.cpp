@@ -47,6 +47,12 @@ void ReleaseStorage(BitmapHandle& bitmap) noexcept {
   if (const StorageOps* ops = OpsOf(bitmap)) ops->release(bitmap);
 }
 
+bool BlockHolds(const BitmapHandle& bitmap, uint64_t bytes) noexcept {
+  const uint64_t held = platform::MovableSize(bitmap.MemoryHandle);
+  const uint64_t offset = bitmap.DataOffset;
+  return offset <= held && bytes <= held - offset;
+}
+
 uint64_t CappedSize(uint64_t bytes) noexcept { return bytes < T_MAX_IMAGE_BYTES ? bytes : T_MAX_IMAGE_BYTES; }
 
 Status CreateGrayParams(BitmapHandle& bitmap) noexcept {

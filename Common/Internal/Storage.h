@@ -91,6 +91,9 @@ Status CopyGrayParams(BitmapHandle& target, const BitmapHandle& source, bool own
 /// Frees storage of any kind (caller memory stays the caller's) and clears the flags that go with it.
 void ReleaseStorage(BitmapHandle& bitmap) noexcept;
 
+/// The movable block of a record holds this many bytes from DataOffset on.
+bool BlockHolds(const BitmapHandle& bitmap, uint64_t bytes) noexcept;
+
 /// T_ChangeBitmapHeight's cap: BytesPerLine x height + extra, at most T_MAX_IMAGE_BYTES.
 uint64_t CappedSize(uint64_t bytes) noexcept;
 
