@@ -7,6 +7,7 @@
 #include <cwchar>
 
 #include "Common/Internal/Library.h"
+#include "Common/Internal/NearestCache.h"
 #include "Platform/Platform.h"
 
 namespace tarn {
@@ -42,6 +43,7 @@ static constexpr Settings kDefaults{
     .slots = nullptr,
     .substituteFontCallback = nullptr,
     .substituteFontUserData = nullptr,
+    .nearestCache = nullptr,
     .previous = nullptr,
     .next = nullptr,
 };
@@ -61,6 +63,12 @@ void SetDefaults(Settings& settings) noexcept {
   settings = kDefaults;
   wchar_t path[T_TEMP_DIRECTORY_LENGTH];
   if (platform::TemporaryPath(path, T_TEMP_DIRECTORY_LENGTH)) std::wcscpy(settings.tempDirectory, path);
+}
+
+void FreeRecord(Settings* settings) noexcept {
+  const Here here = TARN_HERE;
+  FreeNearestCache(settings->nearestCache);
+  T_LocalFree(settings, here.line, here.file);
 }
 
 Settings* CreateThreadRecord() noexcept {
@@ -115,10 +123,9 @@ void StopSettings() noexcept {
     record = allRecords;
     allRecords = nullptr;
   }
-  const Here here = TARN_HERE;
   while (record) {
     Settings* const next = record->next;
-    T_LocalFree(record, here.line, here.file);
+    FreeRecord(record);
     record = next;
   }
 }
@@ -131,8 +138,7 @@ void FreeThreadSettings(Settings* settings) noexcept {
     if (settings->next) settings->next->previous = settings->previous;
     (settings->previous ? settings->previous->next : allRecords) = settings->next;
   }
-  const Here here = TARN_HERE;
-  T_LocalFree(settings, here.line, here.file);
+  FreeRecord(settings);
 }
 
 void ClearSlotOfAllThreads(uint32_t slot) noexcept {

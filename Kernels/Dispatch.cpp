@@ -35,13 +35,15 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
                     .shiftBits = ShiftBits_Portable,
                     .shiftLowBits = ShiftLowBits_Portable,
                     .nearestEntry = NearestEntry_Portable,
-                    .nearestPrepared = NearestPrepared_Portable};
+                    .nearestPrepared = NearestPrepared_Portable,
+                    .pixels = &kPixelsPortable};
   if (limit >= Isa::kAvx2) {
     table.compressRuns = CompressRuns_Avx2;  // expanding goes run by run: wider registers do not help it
     table.shiftBits = ShiftBits_Avx2;
     table.shiftLowBits = ShiftLowBits_Avx2;
     table.nearestEntry = NearestEntry_Avx2;
     table.nearestPrepared = NearestPrepared_Avx2;
+    table.pixels = &kPixelsAvx2;
   }
   return table;
 }

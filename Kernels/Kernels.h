@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "Kernels/Pixels.h"
+
 namespace tarn {
 
 enum class Isa : uint8_t { kPortable, kAvx2, kCount };
@@ -45,6 +47,7 @@ struct KernelTable {
   uint32_t (*nearestEntry)(const uint8_t* entries, uint32_t count, uint32_t color) noexcept;
   /// The same of a prepared palette.
   uint32_t (*nearestPrepared)(const PreparedPalette& palette, uint32_t color) noexcept;
+  const PixelKernels* pixels;
 };
 
 /// The rule of long runs, for the rare run of more than 65535 pixels: writes the words up to its last piece and moves

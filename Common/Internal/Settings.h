@@ -9,6 +9,8 @@
 
 namespace tarn {
 
+struct NearestCache;
+
 struct RedirectTable {
   T_OpenCallback open;
   T_ReadCallback read;
@@ -42,7 +44,8 @@ struct Settings {
   uint64_t* slots;  // T_TLS_SLOTS values; null in the process-wide record
   T_SubstituteFontCallback substituteFontCallback;
   void* substituteFontUserData;
-  Settings* previous;  // list of all records, guarded by slotSection
+  NearestCache* nearestCache;  // made on first use; none in the process-wide record
+  Settings* previous;          // list of all records, guarded by slotSection
   Settings* next;
 };
 

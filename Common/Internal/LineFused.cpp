@@ -1,0 +1,168 @@
+// Pairs of formats that one kernel converts: those that scans, photographs and screens are made of.
+
+#include <cstring>
+
+#include "Common/Internal/LineContext.h"
+
+namespace tarn {
+namespace {
+
+bool Swapped(const LineContext& k) noexcept { return !k.SameOrder(); }
+
+// ---- Colour to colour ----
+
+void Swap24(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept { k.kernels->swap24(t, s, n); }
+void Swap32(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept { k.kernels->swap32(t, s, n); }
+void Swap48(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept { k.kernels->swap48(t, s, n); }
+void Swap64(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept { k.kernels->swap64(t, s, n); }
+
+void Swap555(uint8_t* t, const uint8_t* s, int64_t n, const LineContext&) noexcept {
+  for (int64_t i = 0; i < n; ++i) {
+    uint16_t word;
+    std::memcpy(&word, s + 2 * i, 2);
+    word = static_cast<uint16_t>((word & 0x83E0) | (word >> 10 & 31) | (word & 31) << 10);  // bit 15 stays
+    std::memcpy(t + 2 * i, &word, 2);
+  }
+}
+
+void From24To32(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->widen24To32(t, s, n, k.alpha, Swapped(k));
+}
+void From32To24(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->narrow32To24(t, s, n, Swapped(k));
+}
+void From32To16(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->pack555(t, s, n, Swapped(k));
+}
+void From16To32(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->unpack555(t, s, n, k.alpha, Swapped(k));
+}
+void From24To48(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->widen8To16(t, s, 3 * n);
+  if (Swapped(k)) k.kernels->swap48(t, t, n);
+}
+void From48To24(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->narrow16To8(t, s, 3 * n);
+  if (Swapped(k)) k.kernels->swap24(t, t, n);
+}
+
+// ---- Gray ----
+
+void From24ToGray(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->gray24(t, s, n, k.source.rgb);
+}
+void From32ToGray(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->gray32(t, s, n, k.source.rgb);
+}
+void FromGrayTo24(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->spread8To24(t, s, n);
+}
+void FromGrayTo32(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->spread8To32(t, s, n, k.alpha);
+}
+void Gray8To16(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->widen8To16(t, s, n);
+}
+void Gray16To8(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->narrow16To8(t, s, n);
+}
+
+// ---- Indices ----
+
+void BitsTo8(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->expandBitsTo8(t, s, n, k.bytes[0], k.bytes[1]);
+}
+void BitsTo24(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->expandBitsTo24(t, s, n, k.packed[0], k.packed[1]);
+}
+void BitsTo32(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->expandBitsTo32(t, s, n, k.packed[0], k.packed[1]);
+}
+void IndicesTo24(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->lookup24(t, s, n, k.packed);
+}
+void IndicesTo32(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->lookup32(t, s, n, k.packed);
+}
+
+void PackColors(LineContext& k) noexcept {
+  for (int i = 0; i < 1 << k.source.bits; ++i) {
+    const uint32_t color = k.colors[i];
+    const uint32_t ordered =
+        k.target.rgb ? (color & 0xFF00) | (color >> 16 & 255) | (color & 255) << 16 : color & 0xFFFFFF;
+    k.packed[i] = ordered | uint32_t{k.alpha} << 24;
+  }
+}
+
+/// Bytes that are their own gray levels.
+bool AreLevels(const LineContext& k) noexcept {
+  if (k.domain == Domain::kLevel8) return true;
+  if (k.domain != Domain::kIndex || k.source.bits != 8) return false;
+  for (uint32_t i = 0; i < 256; ++i) {
+    if ((k.colors[i] & 0xFFFFFF) != i * 0x010101) return false;
+  }
+  return true;
+}
+
+LineFused FuseColors(const LineContext& k) noexcept {
+  const bool keeps = k.keepAlpha;
+  switch (k.source.bits << 8 | k.target.bits) {
+    case 16 << 8 | 16:
+      return {Swap555, true};
+    case 24 << 8 | 24:
+      return {Swap24, true};
+    case 32 << 8 | 32:
+      return {keeps ? Swap32 : nullptr, true};
+    case 48 << 8 | 48:
+      return {Swap48, true};
+    case 64 << 8 | 64:
+      return {keeps ? Swap64 : nullptr, true};
+    case 24 << 8 | 32:
+      return {From24To32, false};
+    case 32 << 8 | 24:
+      return {From32To24, false};
+    case 32 << 8 | 16:
+      return {From32To16, false};
+    case 16 << 8 | 32:
+      return {From16To32, false};
+    case 24 << 8 | 48:
+      return {From24To48, false};
+    case 48 << 8 | 24:
+      return {From48To24, false};
+    default:
+      return {nullptr, false};
+  }
+}
+
+/// To 24 or 32 bits of colour.
+LineFused FuseLevels(LineContext& k) noexcept {
+  const bool to24 = k.target.bits == 24;
+  if (AreLevels(k)) return {to24 ? FromGrayTo24 : FromGrayTo32, false};
+  if (k.domain != Domain::kIndex || (k.source.bits != 1 && k.source.bits != 8)) return {nullptr, false};
+  PackColors(k);
+  if (k.source.bits == 1) return {to24 ? BitsTo24 : BitsTo32, false};
+  return {to24 ? IndicesTo24 : IndicesTo32, false};
+}
+
+}  // namespace
+
+LineFused FuseLine(LineContext& k) noexcept {
+  const LineFused none = {nullptr, false};
+  if (k.toWide || k.fromWide) return none;
+  const int32_t from = k.source.bits, to = k.target.bits;
+  if (k.source.color && k.target.color) return FuseColors(k);
+  if (k.form == Form::kColor8 && to >= 24) return FuseLevels(k);
+  if (k.form == Form::kValues) {
+    const bool plain = to == 16 && !k.target.ranged && AreLevels(k);
+    return plain ? LineFused{Gray8To16, false} : none;
+  }
+  if (k.form != Form::kBytes || to != 8) return none;
+  if (from == 1) return {BitsTo8, false};
+  if (k.nearest || !k.bytesSame) return none;
+  if (k.source.color && from == 24) return {From24ToGray, false};
+  if (k.source.color && from == 32) return {From32ToGray, false};
+  if (k.domain == Domain::kDeep && from == 16 && !k.source.ranged) return {Gray16To8, false};
+  return none;
+}
+
+}  // namespace tarn

@@ -1,0 +1,184 @@
+// Layout of pixels, one at a time.
+
+#include <cstring>
+
+#include "Kernels/Pixels.h"
+
+namespace tarn {
+namespace {
+
+uint32_t Load16(const uint8_t* at) noexcept { return static_cast<uint32_t>(at[0] | at[1] << 8); }
+
+void Store16(uint8_t* at, uint32_t value) noexcept {
+  at[0] = static_cast<uint8_t>(value);
+  at[1] = static_cast<uint8_t>(value >> 8);
+}
+
+void Store32(uint8_t* at, uint32_t value) noexcept { std::memcpy(at, &value, 4); }
+
+void Store24(uint8_t* at, uint32_t value) noexcept {
+  Store16(at, value);
+  at[2] = static_cast<uint8_t>(value >> 16);
+}
+
+void Widen24To32(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t alpha, bool swap) noexcept {
+  const int first = swap ? 2 : 0;
+  for (int64_t i = 0; i < pixels; ++i, target += 4, source += 3) {
+    target[0] = source[first];
+    target[1] = source[1];
+    target[2] = source[2 - first];
+    target[3] = alpha;
+  }
+}
+
+void Narrow32To24(uint8_t* target, const uint8_t* source, int64_t pixels, bool swap) noexcept {
+  const int first = swap ? 2 : 0;
+  for (int64_t i = 0; i < pixels; ++i, target += 3, source += 4) {
+    target[0] = source[first];
+    target[1] = source[1];
+    target[2] = source[2 - first];
+  }
+}
+
+/// Pixels of `kSamples` samples of `kBytes` bytes; the rest of a pixel is copied.
+template <int kBytes, int kSamples>
+void Swap(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
+  constexpr int kPixel = kBytes * kSamples;
+  for (int64_t i = 0; i < pixels; ++i, target += kPixel, source += kPixel) {
+    uint8_t pixel[kPixel];
+    std::memcpy(pixel, source + 2 * kBytes, kBytes);
+    std::memcpy(pixel + kBytes, source + kBytes, kBytes);
+    std::memcpy(pixel + 2 * kBytes, source, kBytes);
+    if constexpr (kSamples > 3) std::memcpy(pixel + 3 * kBytes, source + 3 * kBytes, kBytes);
+    std::memcpy(target, pixel, kPixel);
+  }
+}
+
+template <int kPixel>
+void Gray(uint8_t* target, const uint8_t* source, int64_t pixels, bool swap) noexcept {
+  const int blue = swap ? 2 : 0;
+  for (int64_t i = 0; i < pixels; ++i, source += kPixel)
+    target[i] = static_cast<uint8_t>((5 * source[1] + 2 * source[2 - blue] + source[blue] + 4) >> 3);
+}
+
+void Spread8To24(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
+  for (int64_t i = 0; i < pixels; ++i, target += 3) target[0] = target[1] = target[2] = source[i];
+}
+
+void Spread8To32(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t alpha) noexcept {
+  const uint32_t top = uint32_t{alpha} << 24;
+  for (int64_t i = 0; i < pixels; ++i, target += 4) Store32(target, source[i] * 0x010101u | top);
+}
+
+void Pack555(uint8_t* target, const uint8_t* source, int64_t pixels, bool swap) noexcept {
+  const int low = swap ? 2 : 0;
+  for (int64_t i = 0; i < pixels; ++i, target += 2, source += 4)
+    Store16(target, static_cast<uint32_t>(source[2 - low] >> 3 << 10 | source[1] >> 3 << 5 | source[low] >> 3));
+}
+
+void Unpack555(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t alpha, bool swap) noexcept {
+  const int low = swap ? 2 : 0;
+  for (int64_t i = 0; i < pixels; ++i, target += 4, source += 2) {
+    const uint32_t word = Load16(source);
+    const auto widened = [word](int shift) {
+      const uint32_t channel = word >> shift & 31;
+      return static_cast<uint8_t>(channel << 3 | channel >> 2);
+    };
+    target[low] = widened(0);
+    target[1] = widened(5);
+    target[2 - low] = widened(10);
+    target[3] = alpha;
+  }
+}
+
+void Widen8To16(uint8_t* target, const uint8_t* source, int64_t samples) noexcept {
+  for (int64_t i = 0; i < samples; ++i) target[2 * i] = target[2 * i + 1] = source[i];
+}
+
+void Narrow16To8(uint8_t* target, const uint8_t* source, int64_t samples) noexcept {
+  for (int64_t i = 0; i < samples; ++i) target[i] = source[2 * i + 1];
+}
+
+void UnpackIndices(uint8_t* target, const uint8_t* source, int64_t pixels, int32_t bits) noexcept {
+  const uint32_t mask = (1u << bits) - 1;
+  uint32_t held = 0;  // the last `count` bits of source read and not yet given out, and some before them
+  int32_t count = 0;
+  for (int64_t i = 0; i < pixels; ++i) {
+    if (count < bits) {
+      held = held << 8 | *source++;
+      count += 8;
+    }
+    count -= bits;
+    target[i] = static_cast<uint8_t>(held >> count & mask);
+  }
+}
+
+void PackIndices(uint8_t* target, const uint8_t* source, int64_t pixels, int32_t bits) noexcept {
+  uint32_t held = 0;
+  int32_t count = 0;
+  for (int64_t i = 0; i < pixels; ++i) {
+    held = held << bits | source[i];
+    count += bits;
+    if (count >= 8) {
+      count -= 8;
+      *target++ = static_cast<uint8_t>(held >> count);
+    }
+  }
+  if (count > 0) *target = static_cast<uint8_t>(held << (8 - count));
+}
+
+bool BitOf(const uint8_t* source, int64_t i) noexcept { return source[i >> 3] >> (7 - (i & 7)) & 1; }
+
+void ExpandBitsTo8(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t zero, uint8_t one) noexcept {
+  for (int64_t i = 0; i < pixels; ++i) target[i] = BitOf(source, i) ? one : zero;
+}
+
+void ExpandBitsTo24(uint8_t* target, const uint8_t* source, int64_t pixels, uint32_t zero, uint32_t one) noexcept {
+  for (int64_t i = 0; i < pixels; ++i) Store24(target + 3 * i, BitOf(source, i) ? one : zero);
+}
+
+void ExpandBitsTo32(uint8_t* target, const uint8_t* source, int64_t pixels, uint32_t zero, uint32_t one) noexcept {
+  for (int64_t i = 0; i < pixels; ++i) Store32(target + 4 * i, BitOf(source, i) ? one : zero);
+}
+
+void Lookup24(uint8_t* target, const uint8_t* source, int64_t pixels, const uint32_t* table) noexcept {
+  int64_t i = 0;
+  for (; i + 4 <= pixels; i += 4, target += 12) {  // four pixels in three words
+    const uint32_t a = table[source[i]] & 0xFFFFFF, b = table[source[i + 1]] & 0xFFFFFF;
+    const uint32_t c = table[source[i + 2]] & 0xFFFFFF, d = table[source[i + 3]];
+    Store32(target, a | b << 24);
+    Store32(target + 4, b >> 8 | c << 16);
+    Store32(target + 8, c >> 16 | d << 8);
+  }
+  for (; i < pixels; ++i, target += 3) Store24(target, table[source[i]]);
+}
+
+void Lookup32(uint8_t* target, const uint8_t* source, int64_t pixels, const uint32_t* table) noexcept {
+  for (int64_t i = 0; i < pixels; ++i) Store32(target + 4 * i, table[source[i]]);
+}
+
+}  // namespace
+
+constinit const PixelKernels kPixelsPortable = {.widen24To32 = Widen24To32,
+                                                .narrow32To24 = Narrow32To24,
+                                                .swap24 = Swap<1, 3>,
+                                                .swap32 = Swap<1, 4>,
+                                                .swap48 = Swap<2, 3>,
+                                                .swap64 = Swap<2, 4>,
+                                                .gray24 = Gray<3>,
+                                                .gray32 = Gray<4>,
+                                                .spread8To24 = Spread8To24,
+                                                .spread8To32 = Spread8To32,
+                                                .pack555 = Pack555,
+                                                .unpack555 = Unpack555,
+                                                .widen8To16 = Widen8To16,
+                                                .narrow16To8 = Narrow16To8,
+                                                .unpackIndices = UnpackIndices,
+                                                .packIndices = PackIndices,
+                                                .expandBitsTo8 = ExpandBitsTo8,
+                                                .expandBitsTo24 = ExpandBitsTo24,
+                                                .expandBitsTo32 = ExpandBitsTo32,
+                                                .lookup24 = Lookup24,
+                                                .lookup32 = Lookup32};
+
+}  // namespace tarn
