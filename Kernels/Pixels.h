@@ -1,6 +1,7 @@
 #pragma once
 // Kernels that change the layout of pixels. `pixels` may be 0. Exactly the bytes of the pixels are read and written, at
-// any address; target and source do not overlap except where a kernel is said to work in place. Canonical colour is
+// any address. Target and source do not overlap, except that kernels that make pixels narrower or exchange samples also
+// work in place (target is source). Canonical colour is
 // four bytes blue, green, red, alpha; `swap` says that the other side has red first.
 
 #include <cstdint>
@@ -12,7 +13,7 @@ struct PixelKernels {
   /// 24-bit pixels to canonical ones (or, with swap, from red first).
   void (*widen24To32)(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t alpha, bool swap) noexcept;
   void (*narrow32To24)(uint8_t* target, const uint8_t* source, int64_t pixels, bool swap) noexcept;
-  /// First and third sample exchanged; also in place.
+  /// First and third sample exchanged.
   void (*swap24)(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept;
   void (*swap32)(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept;
   void (*swap48)(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept;
@@ -45,7 +46,7 @@ struct PixelKernels {
   void (*expandBitsTo8)(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t zero, uint8_t one) noexcept;
   void (*expandBitsTo24)(uint8_t* target, const uint8_t* source, int64_t pixels, uint32_t zero, uint32_t one) noexcept;
   void (*expandBitsTo32)(uint8_t* target, const uint8_t* source, int64_t pixels, uint32_t zero, uint32_t one) noexcept;
-  /// Bytes to entries of a table of 256 words: the low three bytes, or all four.
+  /// Bytes to entries of a table of 256 words: three bytes (the top byte of entries is 0), or all four.
   void (*lookup24)(uint8_t* target, const uint8_t* source, int64_t pixels, const uint32_t* table) noexcept;
   void (*lookup32)(uint8_t* target, const uint8_t* source, int64_t pixels, const uint32_t* table) noexcept;
 };

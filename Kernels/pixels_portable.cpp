@@ -34,9 +34,10 @@ void Widen24To32(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t
 void Narrow32To24(uint8_t* target, const uint8_t* source, int64_t pixels, bool swap) noexcept {
   const int first = swap ? 2 : 0;
   for (int64_t i = 0; i < pixels; ++i, target += 3, source += 4) {
-    target[0] = source[first];
-    target[1] = source[1];
-    target[2] = source[2 - first];
+    const uint8_t a = source[first], b = source[1], c = source[2 - first];
+    target[0] = a;
+    target[1] = b;
+    target[2] = c;
   }
 }
 
@@ -141,20 +142,33 @@ void ExpandBitsTo32(uint8_t* target, const uint8_t* source, int64_t pixels, uint
   for (int64_t i = 0; i < pixels; ++i) Store32(target + 4 * i, BitOf(source, i) ? one : zero);
 }
 
+uint64_t Load64(const uint8_t* at) noexcept {
+  uint64_t value;
+  std::memcpy(&value, at, 8);
+  return value;
+}
+void Store64(uint8_t* at, uint64_t value) noexcept { std::memcpy(at, &value, 8); }
+
 void Lookup24(uint8_t* target, const uint8_t* source, int64_t pixels, const uint32_t* table) noexcept {
   int64_t i = 0;
-  for (; i + 4 <= pixels; i += 4, target += 12) {  // four pixels in three words
-    const uint32_t a = table[source[i]] & 0xFFFFFF, b = table[source[i + 1]] & 0xFFFFFF;
-    const uint32_t c = table[source[i + 2]] & 0xFFFFFF, d = table[source[i + 3]];
-    Store32(target, a | b << 24);
-    Store32(target + 4, b >> 8 | c << 16);
-    Store32(target + 8, c >> 16 | d << 8);
+  for (; i + 8 <= pixels; i += 8, target += 24) {  // eight pixels in three words of 64 bits
+    const uint64_t indices = Load64(source + i);
+    const auto color = [indices, table](int at) -> uint64_t { return table[indices >> 8 * at & 255]; };
+    const uint64_t third = color(2), sixth = color(5);
+    Store64(target, color(0) | color(1) << 24 | third << 48);
+    Store64(target + 8, third >> 16 | color(3) << 8 | color(4) << 32 | sixth << 56);
+    Store64(target + 16, sixth >> 8 | color(6) << 16 | color(7) << 40);
   }
   for (; i < pixels; ++i, target += 3) Store24(target, table[source[i]]);
 }
 
 void Lookup32(uint8_t* target, const uint8_t* source, int64_t pixels, const uint32_t* table) noexcept {
-  for (int64_t i = 0; i < pixels; ++i) Store32(target + 4 * i, table[source[i]]);
+  int64_t i = 0;
+  for (; i + 8 <= pixels; i += 8, target += 32) {
+    const uint64_t indices = Load64(source + i);
+    for (int at = 0; at < 8; ++at) Store32(target + 4 * at, table[indices >> 8 * at & 255]);
+  }
+  for (; i < pixels; ++i, target += 4) Store32(target, table[source[i]]);
 }
 
 }  // namespace

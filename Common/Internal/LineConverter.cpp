@@ -133,6 +133,7 @@ void LineConverter::MakeTables(const LineFormat& source, const LineFormat& targe
     const auto* const palette = indexed ? reinterpret_cast<const T_PaletteEntry*>(k_.colors) : nullptr;
     if (!k_.source.color) k_.bytesSame = k_.map.IndexMap(palette, count, k_.bytes);
   } else if (k_.form == Form::kBytes) {
+    if (!indexed && k_.samples.significant == 8) return;  // bytes are levels
     for (uint32_t i = 0; i < count; ++i) {
       k_.bytes[i] = static_cast<uint8_t>(SampleOf(indexed ? GrayOf(k_.colors[i]) : i, k_.samples));
       k_.bytesSame = k_.bytesSame && k_.bytes[i] == i;
@@ -167,6 +168,19 @@ void LineConverter::ConvertBlock(uint8_t* target, const uint8_t* source, int cou
   write_(target, form, count, k_);
 }
 
+/// A line in place whose pixels get wider: its end lies behind all of its source, and what is then the end again, until
+/// little is left. Returns the pixels left at the beginning.
+int64_t LineConverter::ConvertEnd(uint8_t* target, const uint8_t* source, int64_t width) const noexcept {
+  const int32_t from = k_.source.bits, to = k_.target.bits;
+  while (width > kLineBlock) {
+    const int64_t first = ((width * from + to - 1) / to + 7) / 8 * 8;
+    if (first >= width) break;
+    fused_.whole(target + first * to / 8, source + first * from / 8, width - first, k_);
+    width = first;
+  }
+  return width;
+}
+
 void LineConverter::Convert(uint8_t* target, const uint8_t* source, int64_t width) const noexcept {
   const int32_t from = k_.source.bits, to = k_.target.bits;
   const bool inPlace = target == source;
@@ -178,6 +192,7 @@ void LineConverter::Convert(uint8_t* target, const uint8_t* source, int64_t widt
     fused_.whole(target, source, width, k_);
     return;
   }
+  if (fused_.whole && to > from) width = ConvertEnd(target, source, width);
   // Blocks of a multiple of 8 pixels begin at whole bytes. Where pixels get wider the last block goes first, so that no
   // block overwrites what is still to be read.
   const int64_t blocks = (width + kLineBlock - 1) / kLineBlock;

@@ -49,6 +49,7 @@ class LineConverter {
   void ChooseStages(const LineFormat& source, const LineFormat& target) noexcept;
   void MakeTables(const LineFormat& source, const LineFormat& target) noexcept;
   [[nodiscard]] bool FindIdentity() const noexcept;
+  int64_t ConvertEnd(uint8_t* target, const uint8_t* source, int64_t width) const noexcept;
   void ConvertBlock(uint8_t* target, const uint8_t* source, int count) const noexcept;
 
   LineContext k_;

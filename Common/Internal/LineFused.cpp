@@ -86,11 +86,15 @@ void IndicesTo32(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) 
 }
 
 void PackColors(LineContext& k) noexcept {
-  for (int i = 0; i < 1 << k.source.bits; ++i) {
-    const uint32_t color = k.colors[i];
-    const uint32_t ordered =
-        k.target.rgb ? (color & 0xFF00) | (color >> 16 & 255) | (color & 255) << 16 : color & 0xFFFFFF;
-    k.packed[i] = ordered | uint32_t{k.alpha} << 24;
+  const uint32_t top = k.target.bits == 32 ? uint32_t{k.alpha} << 24 : 0;
+  const int count = 1 << k.source.bits;
+  if (k.target.rgb) {
+    for (int i = 0; i < count; ++i) {
+      const uint32_t color = k.colors[i];
+      k.packed[i] = (color & 0xFF00) | (color >> 16 & 255) | (color & 255) << 16 | top;
+    }
+  } else {
+    for (int i = 0; i < count; ++i) k.packed[i] = (k.colors[i] & 0xFFFFFF) | top;
   }
 }
 
@@ -120,15 +124,15 @@ LineFused FuseColors(const LineContext& k) noexcept {
     case 24 << 8 | 32:
       return {From24To32, false};
     case 32 << 8 | 24:
-      return {From32To24, false};
+      return {From32To24, true};
     case 32 << 8 | 16:
-      return {From32To16, false};
+      return {From32To16, true};
     case 16 << 8 | 32:
       return {From16To32, false};
     case 24 << 8 | 48:
       return {From24To48, false};
     case 48 << 8 | 24:
-      return {From48To24, false};
+      return {From48To24, true};
     default:
       return {nullptr, false};
   }
@@ -159,9 +163,9 @@ LineFused FuseLine(LineContext& k) noexcept {
   if (k.form != Form::kBytes || to != 8) return none;
   if (from == 1) return {BitsTo8, false};
   if (k.nearest || !k.bytesSame) return none;
-  if (k.source.color && from == 24) return {From24ToGray, false};
-  if (k.source.color && from == 32) return {From32ToGray, false};
-  if (k.domain == Domain::kDeep && from == 16 && !k.source.ranged) return {Gray16To8, false};
+  if (k.source.color && from == 24) return {From24ToGray, true};
+  if (k.source.color && from == 32) return {From32ToGray, true};
+  if (k.domain == Domain::kDeep && from == 16 && !k.source.ranged) return {Gray16To8, true};
   return none;
 }
 

@@ -101,7 +101,8 @@ void BytesOfBytes(uint8_t* form, const uint8_t* block, int count, const LineCont
 }
 
 void BytesOfDeep(uint8_t* form, const uint8_t* block, int count, const LineContext& k) noexcept {
-  for (int i = 0; i < count; ++i) form[i] = k.bytes[LevelOf(Get<uint32_t>(block, i), k)];
+  for (int i = 0; i < count; ++i) form[i] = static_cast<uint8_t>(LevelOf(Get<uint32_t>(block, i), k));
+  if (!k.bytesSame) BytesOfBytes(form, form, count, k);
 }
 
 void BytesOfColor8(uint8_t* form, const uint8_t* block, int count, const LineContext& k) noexcept {
