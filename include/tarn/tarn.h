@@ -8,6 +8,7 @@
 #include "convert.h"
 #include "copy.h"
 #include "files.h"
+#include "gray.h"
 #include "hooks.h"
 #include "huge.h"
 #include "memory.h"

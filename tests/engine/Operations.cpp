@@ -29,6 +29,7 @@ const std::vector<Operation>& Operations() {
     AddRowOperations(rows);
     AddCopyOperations(rows);
     AddPixelOperations(rows);
+    AddColorOperations(rows);
     AddMemoryOperations(rows);
     AddFileOperations(rows);
     return rows;

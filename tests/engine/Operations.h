@@ -79,6 +79,8 @@ struct Operation {
   int64_t wanted = SUCCESS;    // the result of success; kByteCount: the size of `buffer`
   bool shortCounts = false;    // fewer bytes than asked for are a documented failure
   bool endsAtNothing = false;  // a read that gives nothing is the end of the file
+  bool dependsOnKind = false;    // what it gives is not the same for every storage kind
+  bool dependsOnSystem = false;  // or on every system
   std::function<void(Work&)> prepare{};
   std::function<int64_t(Work&)> call{};
   std::function<void(Work&)> finish{};
@@ -102,6 +104,7 @@ void AddStorageOperations(std::vector<Operation>& table);
 void AddRowOperations(std::vector<Operation>& table);
 void AddCopyOperations(std::vector<Operation>& table);
 void AddPixelOperations(std::vector<Operation>& table);
+void AddColorOperations(std::vector<Operation>& table);
 void AddMemoryOperations(std::vector<Operation>& table);
 void AddFileOperations(std::vector<Operation>& table);
 

@@ -87,6 +87,7 @@ void AddRowOperations(std::vector<Operation>& table) {
        .leaves = kSubjectRows,
        .wanted = Operation::kByteCount,
        .shortCounts = true,
+       .dependsOnKind = true,  // compressed rows keep no padding
        .prepare = BufferOfRows,
        .call = [](Work& w) { return T_PutBitmapRow(&w.subject.record, w.buffer.data(), kFirstRow, w.buffer.size()); }});
   table.push_back({.name = "T_PutBitmapRowCol",
@@ -95,6 +96,7 @@ void AddRowOperations(std::vector<Operation>& table) {
                    .leaves = kSubjectRows,
                    .wanted = Operation::kByteCount,
                    .shortCounts = true,
+                   .dependsOnKind = true,  // compressed rows keep no padding
                    .prepare = BufferOfRows,
                    .call = [](Work& w) {
                      return T_PutBitmapRowCol(&w.subject.record, w.buffer.data(), kFirstRow, MiddleColumn(w),
@@ -172,6 +174,7 @@ void AddRowOperations(std::vector<Operation>& table) {
                    .leaves = kSubjectRows | kUnpacked,
                    .wanted = 2,
                    .shortCounts = true,
+                   .dependsOnKind = true,  // compressed rows keep no padding
                    .prepare = MakeRecords,
                    .call = [](Work& w) {
                      return T_PutBitmapRowColCompressed(&w.subject.record, nullptr, w.buffer.data(), kFirstRow, 5, 9);

@@ -1,0 +1,278 @@
+// Bitmaps to gray scale.
+
+#include <cstring>
+
+#include "Common/Internal/Checks.h"
+#include "Common/Internal/Geometry.h"
+#include "Common/Internal/GrayParams.h"
+#include "Common/Internal/LineConverter.h"
+#include "Common/Internal/Rows.h"
+#include "Common/Internal/Storage.h"
+#include "tarn/convert.h"
+#include "tarn/gray.h"
+#include "tarn/memory.h"
+#include "tarn/palette.h"
+
+namespace tarn {
+namespace {
+
+constexpr bool IsGrayDepth(int32_t bits) noexcept { return bits == 8 || bits == 12 || bits == 16 || bits == 32; }
+
+uint32_t Load32(const uint8_t* line, int32_t i) noexcept {
+  uint32_t value;
+  std::memcpy(&value, line + 4 * static_cast<size_t>(i), 4);
+  return value;
+}
+
+// ---- Lines of a gray result ----------------------------------------------------------------------------------------
+
+/// Makes lines of the result from lines of the source.
+class GrayLines {
+ public:
+  Status Open(const BitmapHandle& source, int32_t bits, Here here) noexcept {
+    if (!GeometryHolds(source)) return ERR_INVALID_PARAMETER;
+    width_ = source.Width;
+    bits_ = bits;
+    const LineFormat target = {bits == 8 ? 0 : bits, bits == 8 ? uint32_t{T_ORDER_RGB} : uint32_t{T_ORDER_GRAY},
+                               nullptr};
+    const bool deep = source.Order == T_ORDER_GRAY && (source.BitsPerPixel == 12 || source.BitsPerPixel == 16);
+    if (deep && (source.Flags & T_FLAG_LUT_IN_USE) && source.LUT) {
+      TARN_TRY(OpenTable(source, here));
+      return converter_.Open({0, T_ORDER_RGB, nullptr}, target, {});
+    }
+    if (source.Flags & T_FLAG_SIGNED_DATA) return ERR_SIGNED_DATA;
+    const int32_t sourceBits = source.BitsPerPixel;
+    const bool gray = source.Order == T_ORDER_GRAY && sourceBits > 8;
+    // Orders say nothing of a palette; a damaged count of colours does not lead beyond the palette's block.
+    const uint32_t order = sourceBits > 8 ? source.Order : uint32_t{T_ORDER_RGB};
+    const T_PaletteEntry* palette = nullptr;
+    if (sourceBits <= 8 && source.Palette) {
+      std::memset(palette_, 0, sizeof palette_);
+      T_GetBitmapPaletteEntries(&source, 0, 256, palette_);
+      palette = palette_;
+    }
+    return converter_.Open({sourceBits, order, palette}, target,
+                           {gray ? uint32_t{T_CONVERT_SOURCE_RANGE} : 0, source.LowBit, source.HighBit});
+  }
+
+  void Make(uint8_t* target, const uint8_t* source, uint32_t targetBytes) noexcept {
+    if (table_) {
+      Decode(source);
+      source = levels_.data();
+    }
+    converter_.Convert(target, source, width_);
+    const size_t used = (static_cast<size_t>(width_) * static_cast<size_t>(bits_) + 7) / 8;
+    std::memset(target + used, 0, targetBytes - used);
+    if (bits_ == 32) Record(target);
+  }
+
+  void SetLimits(BitmapHandle& result) const noexcept {
+    result.MinValue = static_cast<int32_t>(least_);
+    result.MaxValue = static_cast<int32_t>(most_);
+  }
+
+ private:
+  Status OpenTable(const BitmapHandle& source, Here here) noexcept {
+    if (source.LUTLength == 0 || source.LUTLength > HeldEntries(source.LUT)) return ERR_BAD_LUT_LENGTH;
+    table_ = source.LUT;
+    length_ = source.LUTLength;
+    packed12_ = source.BitsPerPixel == 12;
+    isSigned_ = (source.Flags & T_FLAG_SIGNED_DATA) != 0;
+    params_ = GrayParamsOf(source.BitsPerPixel, 16, source.LowBit, source.HighBit);
+    levels_ = TrackedBuffer<uint8_t>(static_cast<uint64_t>(width_), here);
+    return levels_ ? SUCCESS : ERR_NO_MEMORY;
+  }
+
+  /// Samples to 8-bit gray of their entries; one beyond the table is its last.
+  void Decode(const uint8_t* line) noexcept {
+    const int32_t half = static_cast<int32_t>(params_.mask >> 1) + 1;
+    for (int32_t i = 0; i < width_; ++i) {
+      const size_t at = packed12_ ? static_cast<size_t>(i) * 3 / 2 : static_cast<size_t>(i) * 2;
+      uint32_t sample = line[at] | line[at + 1] * 256u;
+      if (packed12_) sample = i % 2 ? sample >> 4 : sample & 4095;
+      int64_t entry = sample >> params_.shift & params_.mask;
+      if (isSigned_) entry = (entry < half ? entry : entry - params_.mask - 1) + length_ / 2;
+      const T_PaletteEntry& color = table_[entry < 0 ? 0 : entry < length_ ? entry : length_ - 1];
+      levels_[static_cast<size_t>(i)] = static_cast<uint8_t>((5 * color.Green + 2 * color.Red + color.Blue + 4) >> 3);
+    }
+  }
+
+  void Record(const uint8_t* line) noexcept {
+    for (int32_t i = 0; i < width_; ++i) {
+      const uint32_t value = Load32(line, i);
+      least_ = value < least_ ? value : least_;
+      most_ = value > most_ ? value : most_;
+    }
+  }
+
+  int32_t width_ = 0;
+  int32_t bits_ = 0;
+  LineConverter converter_;
+  T_PaletteEntry palette_[256];
+  const T_PaletteEntry* table_ = nullptr;  // a lookup table in use
+  int64_t length_ = 0;
+  bool packed12_ = false;
+  bool isSigned_ = false;
+  GrayParams params_{};
+  TrackedBuffer<uint8_t> levels_;
+  uint32_t least_ = UINT32_MAX;
+  uint32_t most_ = 0;
+};
+
+/// 32-bit gray to fewer bits through the recorded limits.
+class NarrowLines {
+ public:
+  NarrowLines(const BitmapHandle& source, int32_t bits) noexcept : width_(source.Width), bits_(bits) {
+    // Signed samples count from the lowest one.
+    flip_ = source.Flags & T_FLAG_SIGNED_DATA ? 0x80000000u : 0;
+    least_ = static_cast<uint32_t>(source.MinValue) ^ flip_;
+    most_ = static_cast<uint32_t>(source.MaxValue) ^ flip_;
+  }
+
+  void Make(uint8_t* target, const uint8_t* source, uint32_t targetBytes) noexcept {
+    const size_t sampleBytes = static_cast<size_t>(bits_) / 8;
+    for (int32_t i = 0; i < width_; ++i) {
+      const uint32_t level = Level(Load32(source, i) ^ flip_);
+      std::memcpy(target + static_cast<size_t>(i) * sampleBytes, &level, sampleBytes);
+    }
+    const size_t used = static_cast<size_t>(width_) * sampleBytes;
+    std::memset(target + used, 0, targetBytes - used);
+  }
+
+  void SetLimits(BitmapHandle&) const noexcept {}
+
+ private:
+  uint32_t Level(uint32_t value) const noexcept {
+    if (least_ >= most_) return value >> (32 - bits_);
+    if (value <= least_) return 0;
+    const uint64_t top = (1u << bits_) - 1;
+    return static_cast<uint32_t>(value >= most_ ? top : (value - least_) * top / (most_ - least_));
+  }
+
+  int32_t width_;
+  int32_t bits_;
+  uint32_t flip_;
+  uint32_t least_;
+  uint32_t most_;
+};
+
+// ---- Bitmaps -------------------------------------------------------------------------------------------------------
+
+template <class Lines>
+Status MakeRows(BitmapHandle& target, BitmapHandle& source, Lines& lines) noexcept {
+  const BitmapLock lock(source);
+  RowReader from(source, TARN_HERE);
+  RowWriter to(target, TARN_HERE);
+  TARN_TRY(from.Open());
+  TARN_TRY(to.Open());
+  const int32_t height = source.Height;
+  Progress progress(height);
+  for (int32_t row = 0; row < height; ++row) {
+    const uint8_t* const line = from.Row(row);
+    if (!line) return from.status();
+    lines.Make(to.Row(row), line, target.BytesPerLine);
+    TARN_TRY(to.Commit());
+    TARN_TRY(progress.Step());
+  }
+  lines.SetLimits(target);
+  return SUCCESS;
+}
+
+/// Fields of a gray result; a lookup table that was duplicated with the storage has done its work.
+void Describe(BitmapHandle& result, int32_t bits) noexcept {
+  const Here here = TARN_HERE;
+  if (result.LUT) T_GlobalFree(result.LUT, here.line, here.file);
+  result.LUT = nullptr;
+  result.LUTLength = 0;
+  result.Flags &= ~static_cast<uint32_t>(T_FLAG_LUT_IN_USE | T_FLAG_SIGNED_DATA);
+  result.Order = bits == 8 ? T_ORDER_RGB : T_ORDER_GRAY;
+  result.LowBit = result.AltLowBit = 0;
+  result.HighBit = result.AltHighBit = bits == 32 ? -1 : bits - 1;
+}
+
+/// Gives a bitmap the ramp of its depth, or none, in place of the palette that it has.
+void TakeRamp(BitmapHandle& bitmap, T_PaletteEntry* ramp) noexcept {
+  T_SetBitmapNewPalette(&bitmap, nullptr, 0);
+  bitmap.Palette = ramp;
+  bitmap.Colors = ramp ? 256 : 0;
+}
+
+Status MakeRamp(int32_t bits, T_PaletteEntry*& ramp) noexcept {
+  ramp = bits == 8 ? T_CreateGrayPalette(8) : nullptr;
+  return bits != 8 || ramp ? SUCCESS : ERR_NO_MEMORY;
+}
+
+template <class Lines>
+Status ReplaceBy(BitmapHandle& bitmap, int32_t bits, Lines& lines) noexcept {
+  ScratchBitmap result;
+  TARN_TRY(result.Create(bitmap, bitmap.Width, bitmap.Height, bits));
+  Describe(result.Record(), bits);
+  TARN_TRY(MakeRows(result.Record(), bitmap, lines));
+  T_PaletteEntry* ramp = nullptr;
+  TARN_TRY(MakeRamp(bits, ramp));
+  result.Commit(bitmap);
+  TakeRamp(bitmap, ramp);
+  return SUCCESS;
+}
+
+Status MakeGrayCopy(BitmapHandle& destination, BitmapHandle& source, int32_t bits) noexcept {
+  GrayLines lines;
+  TARN_TRY(lines.Open(source, bits, TARN_HERE));
+  T_PaletteEntry* ramp = nullptr;
+  TARN_TRY(MakeRamp(bits, ramp));
+  BitmapHandle made;
+  const uint32_t mode = DUP_STORAGE | DUP_REGION | DUP_OVERLAYS;
+  Status status = T_DupBitmapNewDim(&made, &source, sizeof made, source.Width, source.Height, bits, mode);
+  if (status.Ok()) {
+    made.Palette = ramp;
+    made.Colors = ramp ? 256 : 0;
+    Describe(made, bits);
+    status = MakeRows(made, source, lines);
+    if (status.Ok()) {
+      destination = made;
+      return SUCCESS;
+    }
+    T_FreeBitmap(&made);  // the ramp too
+    return status;
+  }
+  const Here here = TARN_HERE;
+  if (ramp) T_GlobalFree(ramp, here.line, here.file);
+  return status;
+}
+
+int32_t Narrow(BitmapHandle* handle, int32_t bits) noexcept {
+  TARN_TRY(RequireAllocatedThenSize(handle, ERR_NO_BITMAP));
+  if (!GeometryHolds(*handle)) return ERR_INVALID_PARAMETER;
+  if (handle->BitsPerPixel != 32 || handle->Order != T_ORDER_GRAY) return ERR_BAD_BITS_PER_PIXEL;
+  NarrowLines lines(*handle, bits);
+  return ReplaceBy(*handle, bits, lines).code;
+}
+
+}  // namespace
+}  // namespace tarn
+
+using namespace tarn;
+
+int32_t T_GrayScaleBitmap(BitmapHandle* handle, int32_t bits) noexcept {
+  TARN_TRY(RequireAllocatedThenSize(handle, ERR_NO_BITMAP));
+  if (!IsGrayDepth(bits)) return ERR_BAD_BITS_PER_PIXEL;
+  GrayLines lines;
+  TARN_TRY(lines.Open(*handle, bits, TARN_HERE));
+  return ReplaceBy(*handle, bits, lines).code;
+}
+
+int32_t T_CreateGrayScaleBitmap(BitmapHandle* destination, BitmapHandle* source, int32_t bits,
+                                uint32_t structSize) noexcept {
+  if (!destination) return ERR_NO_BITMAP;
+  if (destination == source)
+    return structSize == sizeof *source ? T_GrayScaleBitmap(source, bits) : ERR_BAD_STRUCT_SIZE;
+  TARN_TRY(RequireAllocatedThenSize(source, ERR_NO_BITMAP));
+  if (structSize != sizeof *source) return ERR_BAD_STRUCT_SIZE;
+  const bool fits = IsGrayDepth(bits);
+  const Status made = fits ? MakeGrayCopy(*destination, *source, bits) : Status(ERR_BAD_BITS_PER_PIXEL);
+  if (!made.Ok()) std::memset(destination, 0, sizeof *destination);
+  return made.code;
+}
+
+int32_t T_Gray32To16(BitmapHandle* handle) noexcept { return Narrow(handle, 16); }
+int32_t T_Gray32To8(BitmapHandle* handle) noexcept { return Narrow(handle, 8); }
