@@ -10,6 +10,7 @@ void FuzzRuns(const uint8_t* data, size_t size);
 void FuzzStorage(const uint8_t* data, size_t size);
 void FuzzRecords(const uint8_t* data, size_t size);
 void FuzzRedirect(const uint8_t* data, size_t size);
+void FuzzConvert(const uint8_t* data, size_t size);
 
 namespace tarn::fuzz {
 
