@@ -6,6 +6,7 @@
 #include "Common/Internal/GrayParams.h"
 #include "Common/Internal/Nearest.h"
 #include "Common/Internal/PaletteMap.h"
+#include "Common/Internal/PixelColor.h"
 #include "Common/Internal/Storage.h"
 #include "tarn/palette.h"
 
@@ -73,10 +74,6 @@ int32_t ClassOfGrayBitmap(const BitmapHandle& bitmap) noexcept {
 }
 
 // ---- Colours of another bitmap -------------------------------------------------------------------------------------
-
-constexpr uint32_t kTag = 0xFF000000;
-constexpr uint32_t kIndexTag = 0x01000000;
-constexpr uint32_t kGrayTag = 0x04000000;
 
 bool HasPaletteDepth(const BitmapHandle& bitmap) noexcept { return bitmap.BitsPerPixel < 9; }
 
@@ -206,7 +203,7 @@ int32_t T_IsGrayScaleBitmap(const BitmapHandle* bitmap) noexcept {
 
 uint32_t T_TranslateBitmapColor(const BitmapHandle* destination, const BitmapHandle* source, uint32_t color) noexcept {
   if (!destination) return color;
-  switch (color & kTag) {
+  switch (color & kColorTag) {
     case kGrayTag:
       return TranslateGray(*destination, color);
     case kIndexTag:

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <cwchar>
 
+#include "Common/Internal/KnownExtents.h"
 #include "Common/Internal/Ledger.h"
 #include "Common/Internal/Message.h"
 #include "Common/Internal/TrackedMemory.h"
@@ -59,6 +60,7 @@ static void* AllocateGlobal(size_t bytes, uint32_t flags, Here here) noexcept {
   if (!handle) return nullptr;
   void* const address = platform::MovableLock(handle);
   if (!address) platform::MovableFree(handle);
+  knownPalettes.Forget(address);
   return address;
 }
 
@@ -92,6 +94,7 @@ void* AllocateTracked(const MemoryRequest& request, Here here) noexcept {
 static void* ResizeGlobal(void* address, size_t bytes, uint32_t flags, Here here) noexcept {
   const uint64_t handle = platform::MovableHandle(address);
   if (!handle) return nullptr;
+  knownPalettes.Forget(address);
   platform::MovableUnlock(handle);
   // One byte at least: a block of none would lose its address, and the caller its only way to name it.
   const uint64_t resized = platform::MovableRealloc(handle, bytes ? bytes : 1, flags, here);
@@ -127,6 +130,7 @@ void* ResizeTracked(void* object, const MemoryRequest& request, Here here) noexc
       resized = ResizeLocal(object, bytes, request.zero, here);
       break;
     default:
+      knownPalettes.ForgetAll();  // whatever the block's address is
       resized = reinterpret_cast<void*>(
           platform::MovableRealloc(reinterpret_cast<uintptr_t>(object), bytes, request.flags, here));
   }
@@ -146,6 +150,7 @@ int32_t ReleaseTracked(uint32_t kind, void* object, Here here) noexcept {
   ledger::Remove(object, static_cast<ledger::Kind>(kind), here);
   switch (kind) {
     case T_KIND_GLOBAL:
+      knownPalettes.Forget(object);
       if (const uint64_t handle = platform::MovableHandle(object)) {
         platform::MovableUnlock(handle);
         platform::MovableFree(handle);
@@ -155,6 +160,7 @@ int32_t ReleaseTracked(uint32_t kind, void* object, Here here) noexcept {
       std::free(object);
       break;
     default:
+      knownPalettes.ForgetAll();
       platform::MovableFree(reinterpret_cast<uintptr_t>(object));
   }
   return 1;

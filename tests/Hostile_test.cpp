@@ -230,6 +230,23 @@ constexpr Probe kProbes[] = {
        T_DeletePalette(T_DupBitmapPalette(b));
        return T_GetNearestPaletteIndex(b, 0x123456);
      }},
+    {"T_GetPixelColor", false,
+     [](BitmapHandle* b, Room& r) -> int64_t {
+       return (T_GetPixelColor(b, 2, 9) ^ T_GetPixelColor(b, r.shape.height - 1, r.shape.width - 1) ^
+               T_GetPixelColor(b, 3, 5000)) &
+              1;
+     }},
+    {"T_PutPixelColor", true,
+     [](BitmapHandle* b, Room& r) -> int64_t {
+       T_PutPixelColor(b, 3, 5000, 0x0400ABCD);
+       return T_PutPixelColor(b, r.shape.height - 1, r.shape.width - 1, 0x00804020);
+     }},
+    {"T_GetPixelData", false,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_GetPixelData(b, r.out.data(), 2, INT32_MAX, 9); }},
+    {"T_PutPixelData", true,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_PutPixelData(b, r.in.data(), r.shape.height - 1, 40, 9); }},
+    {"T_ColorToPixel", false,
+     [](BitmapHandle* b, Room& r) -> int64_t { return T_ColorToPixel(b, 0x0400ABCD, r.out.data(), 8); }},
     {"T_GrowBitmapHeap", false, [](BitmapHandle* b, Room&) -> int64_t { return T_GrowBitmapHeap(b, 3000); }},
     {"T_TrimBitmapHeap", false, [](BitmapHandle* b, Room&) -> int64_t { return T_TrimBitmapHeap(b); }},
     {"T_CopyBitmapHandle", false,
@@ -257,7 +274,7 @@ bool IsKnown(int64_t status) {
   constexpr int32_t kCodes[] = {
       ERR_NO_MEMORY, ERR_NO_BITMAP,          ERR_IMAGE_TOO_LARGE, ERR_FILE_SEEK,         ERR_FILE_WRITE,
       ERR_FILE_READ, ERR_LIBRARY_NOT_LOADED, ERR_EMPTY_AREA,      ERR_INVALID_PARAMETER, ERR_BAD_BITS_PER_PIXEL,
-      ERR_DISK_FULL, ERR_BAD_STRUCT_SIZE,    ERR_BAD_LUT_LENGTH};
+      ERR_DISK_FULL, ERR_BAD_STRUCT_SIZE,    ERR_BAD_LUT_LENGTH,  ERR_SIGNED_DATA};
   return (status >= 0 && status < 1 << 20) ||
          std::find(std::begin(kCodes), std::end(kCodes), status) != std::end(kCodes);
 }

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "Common/Internal/KnownExtents.h"
 #include "Common/Internal/RowPlace.h"
 #include "tarn/bitmap.h"
 #include "tarn/memory.h"
@@ -9,6 +10,8 @@
 namespace tarn {
 
 constinit StorageNode* storageBuckets[kStorageBuckets] = {};
+constinit KnownExtents knownBlocks;
+constinit KnownExtents knownPalettes;
 
 namespace {
 
@@ -25,6 +28,7 @@ void RegisterStorage(StorageNode& node) noexcept {
 }
 
 void UnregisterStorage(StorageNode& node) noexcept {
+  knownBlocks.Forget(node.data);
   const platform::Guard guard(rowSection);
   for (StorageNode** link = &storageBuckets[StorageBucketOf(node.data)]; *link; link = &(*link)->next) {
     if (*link == &node) {
@@ -67,17 +71,22 @@ Status CreateGrayParams(BitmapHandle& bitmap) noexcept {
 uint32_t HeldEntries(const T_PaletteEntry* entries) noexcept {
   const uint64_t block = platform::MovableHandle(entries);
   if (!block) return UINT32_MAX;
-  const uint64_t held = platform::MovableSize(block) / sizeof(T_PaletteEntry);
+  const uint64_t bytes = platform::MovableSize(block);
+  knownPalettes.Remember(entries, bytes);
+  const uint64_t held = bytes / sizeof(T_PaletteEntry);
   return held < UINT32_MAX ? static_cast<uint32_t>(held) : UINT32_MAX;
 }
 
-static uint32_t Touchable(const T_PaletteEntry* entries, uint32_t count) noexcept {
+uint32_t TouchableEntries(const T_PaletteEntry* entries, uint32_t count) noexcept {
   if (!entries) return 0;
+  if (knownPalettes.Holds(entries, uint64_t{count} * sizeof(T_PaletteEntry))) return count;
   const uint32_t held = HeldEntries(entries);
   return count < held ? count : held;
 }
-uint32_t PaletteEntriesOf(const BitmapHandle& bitmap) noexcept { return Touchable(bitmap.Palette, bitmap.Colors); }
-uint32_t LutEntriesOf(const BitmapHandle& bitmap) noexcept { return Touchable(bitmap.LUT, bitmap.LUTLength); }
+uint32_t PaletteEntriesOf(const BitmapHandle& bitmap) noexcept {
+  return TouchableEntries(bitmap.Palette, bitmap.Colors);
+}
+uint32_t LutEntriesOf(const BitmapHandle& bitmap) noexcept { return TouchableEntries(bitmap.LUT, bitmap.LUTLength); }
 
 Status CopyGrayParams(BitmapHandle& target, const BitmapHandle& source, bool ownLut) noexcept {
   if (ownLut && source.LUT && source.LUTLength) {

@@ -79,6 +79,8 @@ constexpr uint32_t kGrayParamsBytes = 256;
 /// Entries that the block of a palette or lookup table holds; of memory that is not a tracked block, and thus trusted,
 /// as many as there are numbers.
 uint32_t HeldEntries(const T_PaletteEntry* entries) noexcept;
+/// The first `count` entries, as far as they may be touched; 0 of null.
+uint32_t TouchableEntries(const T_PaletteEntry* entries, uint32_t count) noexcept;
 /// Entries of a bitmap's palette that may be touched: a damaged count does not lead beyond a block of ours. 0 without
 /// a palette.
 uint32_t PaletteEntriesOf(const BitmapHandle& bitmap) noexcept;

@@ -9,7 +9,8 @@
 
 T_EXTERN_C_BEGIN
 
-/** Called after a pixel was put. */
+/** Asked by T_PutPixelColor before anything changes, with the position and colour as the caller gave them, inside the
+ *  bitmap or not; 0 refuses the pixel with ERR_EMPTY_AREA. A position outside is refused whatever the hook says. */
 typedef int32_t (*T_PixelPositionHook)(BitmapHandle* bitmap, int32_t row, int32_t column, uint32_t color);
 T_API T_PixelPositionHook T_SetPixelPositionHook(T_PixelPositionHook hook) T_NOTHROW;
 

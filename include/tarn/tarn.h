@@ -13,6 +13,7 @@
 #include "huge.h"
 #include "memory.h"
 #include "palette.h"
+#include "pixel.h"
 #include "rows.h"
 #include "settings.h"
 #include "types.h"

@@ -9,6 +9,10 @@ const T_PaletteEntry kFour[4] = {{1, 2, 3, 0}, {5, 6, 7, 0}, {200, 100, 0, 0}, {
 
 T_LogicalPalette MakeLogical() { return T_CreatePalette(kFour, 4); }
 
+/// A pixel of a tile's last row.
+constexpr int32_t kRow = kTileRows - 1;
+constexpr int32_t kColumn = 11;
+
 /// A function that makes a logical palette, from the one in `block` or from the subject.
 Operation MakeLogicalPalette(const char* name, T_LogicalPalette (*make)(Work& w)) {
   return {.name = name,
@@ -47,6 +51,33 @@ void AddPixelOperations(std::vector<Operation>& table) {
   nearest.failures = {0};
   nearest.call = [](Work& w) -> int64_t { return T_GetNearestPaletteIndex(&w.subject.record, 0xFFFFFF) != 0; };
   table.push_back(nearest);
+
+  const std::vector<int64_t> getting = {ERR_NO_MEMORY, ERR_FILE_SEEK, ERR_FILE_READ};
+  const std::vector<int64_t> putting = {ERR_NO_MEMORY, ERR_FILE_SEEK, ERR_FILE_READ, ERR_FILE_WRITE};
+  table.push_back(
+      {.name = "T_GetPixelColor", .kinds = kAllKinds, .failures = {T_NO_COLOR}, .call = [](Work& w) -> int64_t {
+         const uint32_t color = T_GetPixelColor(&w.subject.record, kRow, kColumn);
+         w.buffer.assign(1, static_cast<uint8_t>(color));
+         return color == T_NO_COLOR ? int64_t{T_NO_COLOR} : int64_t{SUCCESS};
+       }});
+  table.push_back(
+      {.name = "T_PutPixelColor",
+       .kinds = kAllKinds,
+       .failures = putting,
+       .leaves = kSubjectRows,
+       .call = [](Work& w) -> int64_t { return T_PutPixelColor(&w.subject.record, kRow, kColumn, 0x804020); }});
+  table.push_back({.name = "T_GetPixelData", .kinds = kAllKinds, .failures = getting, .call = [](Work& w) -> int64_t {
+                     w.buffer.assign(8, 0);
+                     return T_GetPixelData(&w.subject.record, w.buffer.data(), kRow, kColumn, 8);
+                   }});
+  table.push_back({.name = "T_PutPixelData",
+                   .kinds = kAllKinds,
+                   .failures = putting,
+                   .leaves = kSubjectRows,
+                   .prepare = [](Work& w) { w.buffer.assign(8, 0x5A); },
+                   .call = [](Work& w) -> int64_t {
+                     return T_PutPixelData(&w.subject.record, w.buffer.data(), kRow, kColumn, 8);
+                   }});
 }
 
 }  // namespace tarn::engine
