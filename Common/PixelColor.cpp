@@ -2,10 +2,12 @@
 
 #include "Common/Internal/PixelColor.h"
 
+#include <cstring>
+
 #include "Common/Internal/Geometry.h"
 #include "Common/Internal/GrayParams.h"
+#include "Common/Internal/LineContext.h"
 #include "Common/Internal/Storage.h"
-#include "Common/Internal/WideColor.h"
 #include "tarn/palette.h"
 
 namespace tarn {
@@ -62,17 +64,27 @@ constexpr uint32_t Placed(uint32_t first, uint32_t second, uint32_t third, bool 
   return blueFirst ? Color(third, second, first) : Color(first, second, third);
 }
 
-int32_t Bits(uint64_t pixel, int from, int count) noexcept {
-  return static_cast<int32_t>(pixel >> from & ((uint64_t{1} << count) - 1));
-}
+/// One canonical pixel, four samples of 8 or 16 bits, as the conversion of lines has it.
+struct Canonical {
+  uint8_t bytes[8] = {};
+  int sampleBits;
+
+  void Set(int at, uint32_t sample) noexcept {
+    std::memcpy(bytes + at * sampleBits / 8, &sample, static_cast<size_t>(sampleBits) / 8);
+  }
+  [[nodiscard]] uint32_t Get(int at) const noexcept {
+    uint32_t sample = 0;
+    std::memcpy(&sample, bytes + at * sampleBits / 8, static_cast<size_t>(sampleBits) / 8);
+    return sample;
+  }
+};
 
 uint32_t ColorOfWide(uint64_t pixel, int sampleBits) noexcept {
-  const Samples stored = {
-      {Bits(pixel, 0, sampleBits), Bits(pixel, sampleBits, sampleBits), Bits(pixel, 2 * sampleBits, sampleBits)}};
-  const Samples bgr = BgrFromWide(stored, (1 << sampleBits) - 1);
+  Canonical block{.sampleBits = sampleBits};
+  for (int i = 0; i < 3; ++i) block.Set(i, static_cast<uint32_t>(pixel >> i * sampleBits));
+  FromWideGamut(block.bytes, 1, sampleBits == 16);
   const int upper = sampleBits - 8;
-  return Color(static_cast<uint32_t>(bgr.value[2] >> upper), static_cast<uint32_t>(bgr.value[1] >> upper),
-               static_cast<uint32_t>(bgr.value[0] >> upper));
+  return Color(block.Get(2) >> upper, block.Get(1) >> upper, block.Get(0) >> upper);
 }
 
 // ---- To pixels -----------------------------------------------------------------------------------------------------
@@ -131,10 +143,12 @@ uint64_t ColorPixel(uint32_t order, bool maybeWide, const Rgb& rgb, int sampleBi
   const uint32_t green = rgb.green * scale;
   const uint32_t blue = rgb.blue * scale;
   if (maybeWide && order == T_ORDER_WIDE) {
-    const Samples bgr = {{static_cast<int32_t>(blue), static_cast<int32_t>(green), static_cast<int32_t>(red)}};
-    const Samples wide = WideFromBgr(bgr, (1 << sampleBits) - 1);
-    return Joined(static_cast<uint64_t>(wide.value[0]), static_cast<uint64_t>(wide.value[1]),
-                  static_cast<uint64_t>(wide.value[2]), sampleBits);
+    Canonical block{.sampleBits = sampleBits};
+    block.Set(0, blue);
+    block.Set(1, green);
+    block.Set(2, red);
+    ToWideGamut(block.bytes, 1, sampleBits == 16);
+    return Joined(block.Get(0), block.Get(1), block.Get(2), sampleBits);
   }
   return order == T_ORDER_BGR ? Joined(blue, green, red, sampleBits) : Joined(red, green, blue, sampleBits);
 }
