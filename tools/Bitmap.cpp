@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "Failure.h"
+#include "Layout.h"
 #include "Picture.h"
 
 namespace tarn::tool {
@@ -43,7 +44,15 @@ uint32_t MemoryType(const StorageChoice& choice, const std::string& file) {
   return TYPE_CONV;
 }
 
-[[noreturn]] void ThrowStatus(int64_t status, const std::string& file, const std::string& doing) {
+}  // namespace
+
+void RequireStorable(const StorageChoice& choice, const Layout& layout, const std::string& file) {
+  if (choice.kind == StorageKind::kCompressed && layout.bits != 1) {
+    throw Failure(Exit::kDepth, file, "compressed storage holds 1-bit pictures only, this is " + NameOf(layout));
+  }
+}
+
+void ThrowStatus(int64_t status, const std::string& file, const std::string& doing) {
   switch (status) {
     case ERR_NO_MEMORY:
       throw Failure(Exit::kMemory, file, doing + ": no memory");
@@ -60,24 +69,38 @@ uint32_t MemoryType(const StorageChoice& choice, const std::string& file) {
   }
 }
 
-}  // namespace
+Bitmap::Bitmap(const Picture& picture, const StorageChoice& choice, std::string file)
+    : Bitmap(picture.width, picture.height, LayoutOf(picture), picture.orientation, choice, std::move(file)) {
+  if (picture.xDpi > 0) handle_.XResolution = picture.xDpi;
+  if (picture.yDpi > 0) handle_.YResolution = picture.yDpi;
+}
 
-Bitmap::Bitmap(const Picture& picture, const StorageChoice& choice, std::string file) : file_(std::move(file)) {
-  if (choice.kind == StorageKind::kCompressed && picture.bits != 1) {
-    throw Failure(Exit::kDepth, file_, "compressed storage holds 1-bit pictures only, this is " + DepthName(picture));
-  }
-  const std::string doing = "storage for " + std::to_string(picture.width) + " x " + std::to_string(picture.height) +
-                            " pixels of " + std::to_string(picture.bits) + " bits";
-  const int32_t made = T_CreateBitmap(
-      &handle_, sizeof handle_, MemoryType(choice, file_), picture.width, picture.height, picture.bits, picture.Order(),
-      picture.palette.empty() ? nullptr : picture.palette.data(), picture.orientation, nullptr, 0);
+Bitmap::Bitmap(int32_t width, int32_t height, const Layout& layout, uint32_t orientation, const StorageChoice& choice,
+               std::string file)
+    : file_(std::move(file)) {
+  RequireStorable(choice, layout, file_);
+  Make(
+      [&](BitmapHandle* made, uint32_t memoryType) {
+        return T_CreateBitmap(made, sizeof *made, memoryType, width, height, layout.bits, layout.order,
+                              layout.palette.empty() ? nullptr : layout.palette.data(), orientation, nullptr, 0);
+      },
+      choice,
+      "storage for " + std::to_string(width) + " x " + std::to_string(height) + " pixels of " +
+          std::to_string(layout.bits) + " bits");
+}
+
+Bitmap::Bitmap(const Maker& make, const StorageChoice& choice, std::string file, const std::string& doing)
+    : file_(std::move(file)) {
+  Make(make, choice, doing);
+}
+
+void Bitmap::Make(const Maker& make, const StorageChoice& choice, const std::string& doing) {
+  const int32_t made = make(&handle_, MemoryType(choice, file_));
   if (made != SUCCESS) ThrowStatus(made, file_, doing);
   if (choice.kind == StorageKind::kMemory && (handle_.Flags & T_FLAG_ON_DISK) != 0) {
     T_FreeBitmap(&handle_);
     ThrowStatus(ERR_NO_MEMORY, file_, doing);
   }
-  if (picture.xDpi > 0) handle_.XResolution = picture.xDpi;
-  if (picture.yDpi > 0) handle_.YResolution = picture.yDpi;
 }
 
 Bitmap::~Bitmap() { T_FreeBitmap(&handle_); }

@@ -8,6 +8,7 @@
 //   48 and 64 bits      the same in 16-bit samples, low byte first
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,6 +21,7 @@ class Console;
 class InputFile;
 class OutputFile;
 class Progress;
+struct Layout;
 
 struct Picture {
   std::string container;  // format and variant of the file: "PNG, interlaced"
@@ -56,11 +58,21 @@ struct StorageChoice {
   uint64_t maxMemory = 0;  // bytes of pixels to keep in memory, 0: as the machine allows; for kAuto
 };
 
-/// A bitmap and its storage.
+/// Throws Failure when the storage asked for does not take such pixels.
+void RequireStorable(const StorageChoice& choice, const Layout& layout, const std::string& file);
+/// The library's answer as a Failure: `doing` says to what.
+[[noreturn]] void ThrowStatus(int64_t status, const std::string& file, const std::string& doing);
+
+/// A bitmap and its storage. The constructors throw Failure, naming `file`.
 class Bitmap {
  public:
-  /// Throws Failure, naming `file`.
+  /// For the rows of a file.
   Bitmap(const Picture& picture, const StorageChoice& choice, std::string file);
+  Bitmap(int32_t width, int32_t height, const Layout& layout, uint32_t orientation, const StorageChoice& choice,
+         std::string file);
+  /// What a call of the library makes of other bitmaps: it gets a record and the memory type to ask for.
+  using Maker = std::function<int32_t(BitmapHandle* made, uint32_t memoryType)>;
+  Bitmap(const Maker& make, const StorageChoice& choice, std::string file, const std::string& doing);
   ~Bitmap();
   Bitmap(const Bitmap&) = delete;
   Bitmap& operator=(const Bitmap&) = delete;
@@ -79,6 +91,7 @@ class Bitmap {
   std::string StorageName() const;
 
  private:
+  void Make(const Maker& make, const StorageChoice& choice, const std::string& doing);
   void Check(int64_t moved, uint64_t wanted, int32_t row, const char* doing) const;
 
   BitmapHandle handle_{};

@@ -195,6 +195,24 @@ Pixels DecodePng(const std::string& name, std::string* what, Meta* meta) {
   return pixels;
 }
 
+std::vector<std::array<uint16_t, 4>> PngPalette(const std::string& name) {
+  const File file(name, "rb");
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, PngError, PngIgnore);
+  png_infop info = png_create_info_struct(png);
+  png_init_io(png, file.file);
+  png_read_info(png, info);
+  png_colorp colours = nullptr;
+  int count = 0;
+  png_get_PLTE(png, info, &colours, &count);
+  std::vector<std::array<uint16_t, 4>> entries;
+  for (int i = 0; i < count; ++i) {
+    const auto wide = [](png_byte v) { return static_cast<uint16_t>(v * 257); };
+    entries.push_back({wide(colours[i].red), wide(colours[i].green), wide(colours[i].blue), 65535});
+  }
+  png_destroy_read_struct(&png, &info, nullptr);
+  return entries;
+}
+
 // ---- TIFF ----------------------------------------------------------------------------------------------------------
 
 namespace {

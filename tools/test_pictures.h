@@ -1,6 +1,7 @@
 #pragma once
 // Pictures for the tool's tests, written and read by straightforward code of their own: every sample in 16 bits.
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -33,6 +34,8 @@ struct PngKind {
 Pixels MakePng(const std::string& name, int width, int height, const PngKind& kind, const Meta& meta = {});
 /// Decodes; `what` gets "gray 1" and the like: colour type and bits a sample.
 Pixels DecodePng(const std::string& name, std::string* what = nullptr, Meta* meta = nullptr);
+/// The palette of a PNG file, red, green, blue and full opacity in 16 bits; empty when there is none.
+std::vector<std::array<uint16_t, 4>> PngPalette(const std::string& name);
 
 struct TiffKind {
   int photometric;

@@ -1,0 +1,24 @@
+#pragma once
+// Colours in words: the palettes that can be named, and files that hold one.
+
+#include <string>
+#include <vector>
+
+#include "tarn/tarn.h"
+
+namespace tarn::tool {
+
+class Console;
+
+/// "#0a0b0c"
+std::string ColourName(const T_PaletteEntry& entry);
+/// Six hexadecimal digits after a #. False when the text is anything else.
+bool ParseColour(const std::string& text, T_PaletteEntry& entry);
+
+std::vector<T_PaletteEntry> FixedPalette(int32_t bits);
+std::vector<T_PaletteEntry> WebPalette();
+/// 1 to 256 colours: those of a picture with a palette, or the lines of a text. A line is a colour, #rrggbb, with or
+/// without a number in front; empty lines and lines that begin with a semicolon do not count. Throws Failure.
+std::vector<T_PaletteEntry> ReadPalette(const std::string& file, Console& console);
+
+}  // namespace tarn::tool

@@ -1,0 +1,170 @@
+#include "Command.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <new>
+#include <stdexcept>
+
+#include "Files.h"
+
+namespace tarn::tool {
+
+int Attempt(Console& console, const std::string& file, const std::function<int()>& step) {
+  const auto report = [&](Exit exit, const std::string& name, const char* reason) {
+    console.Error(name, reason);
+    return static_cast<int>(exit);
+  };
+  try {
+    return step();
+  } catch (const Failure& failure) {
+    return report(failure.ExitCode(), failure.File(), failure.what());
+  } catch (const std::bad_alloc&) {
+    return report(Exit::kMemory, file, "no memory");
+  } catch (const std::length_error&) {
+    return report(Exit::kMemory, file, "no memory");
+  } catch (const std::exception& error) {
+    return report(Exit::kInternal, file, error.what());
+  }
+}
+
+void FinishOutput() {
+  if (std::fflush(stdout) != 0 || std::ferror(stdout)) throw Failure(Exit::kOutput, "standard output", "cannot write");
+}
+
+// ---- Reading -------------------------------------------------------------------------------------------------------
+
+void ReadOptions::AddPage(Options& options) {
+  options.Number("--page", page, 1, 65535, "page of a TIFF file with several, counted from 1");
+}
+
+void ReadOptions::AddLimits(Options& options) {
+  options.Size("--tile-size", storage.tileBytes, "bytes a tile; K, M and G count in 1024s");
+  options.Size("--max-memory", storage.maxMemory,
+               "bytes of a bitmap's pixels kept in memory; what is more goes to temporary files");
+}
+
+void ReadOptions::AddKind(Options& options) {
+  options.Choice<StorageKind>("--storage", storage.kind,
+                              {{"auto", StorageKind::kAuto},
+                               {"memory", StorageKind::kMemory},
+                               {"tiled", StorageKind::kTiled},
+                               {"disk", StorageKind::kDisk},
+                               {"compressed", StorageKind::kCompressed}},
+                              "KIND", "auto, memory, tiled, disk or compressed (1-bit pictures)");
+}
+
+void ReadOptions::Check() const {
+  const bool tiles = storage.kind == StorageKind::kAuto || storage.kind == StorageKind::kTiled;
+  if (storage.tileBytes != 0 && !tiles) throw Failure(Exit::kUsage, "", "--tile-size goes with auto or tiled storage");
+  if (storage.maxMemory != 0 && storage.kind != StorageKind::kAuto) {
+    throw Failure(Exit::kUsage, "", "--max-memory goes with auto storage");
+  }
+  if (storage.maxMemory != 0 && storage.tileBytes > storage.maxMemory) {
+    throw Failure(Exit::kUsage, "", "--tile-size is larger than --max-memory");
+  }
+}
+
+namespace {
+
+Loaded ReadBitmap(Reader& reader, const StorageChoice& storage, const std::string& file, Console& console) {
+  Loaded loaded;
+  loaded.bitmap = std::make_unique<Bitmap>(reader.Info(), PassingStorage(storage, reader.Info().bits), file);
+  const std::string name = loaded.bitmap->StorageName();
+  console.Note(file, "stored in " + name);
+  if (storage.kind == StorageKind::kTiled && name.find("tile") == std::string::npos) {
+    console.Note(file, "the picture is not larger than a tile");
+  }
+  Progress progress(console, file, reader.Steps());
+  reader.ReadInto(*loaded.bitmap, progress);
+  loaded.picture = reader.Info();  // the orientation may have come after the rows
+  return loaded;
+}
+
+}  // namespace
+
+Loaded Load(const std::string& file, const ReadOptions& options, Console& console) {
+  InputFile input(file);
+  const std::unique_ptr<Reader> reader = OpenPicture(input, console, options.page);
+  console.Note(file, reader->Info().container + ", " + reader->Info().depth);
+  RequireStorable(options.storage, LayoutOf(reader->Info()), file);
+  return ReadBitmap(*reader, options.storage, file, console);
+}
+
+// ---- From a file to a file -----------------------------------------------------------------------------------------
+
+void PictureCommand::AddOptions(Options& options) {
+  options.Argument("in", input_, "IN", "PNG, JPEG or TIFF file, recognised by its content");
+  options.Argument("out", output_, "OUT", "file to write; .png, .jpg or .tif");
+  AddOwnOptions(options);
+  reading_.AddKind(options);
+  options.Choice<TiffCompression>(
+      "--compression", writing_.compression,
+      {{"none", TiffCompression::kNone},
+       {"lzw", TiffCompression::kLzw},
+       {"deflate", TiffCompression::kDeflate},
+       {"packbits", TiffCompression::kPackBits},
+       {"g4", TiffCompression::kG4}},
+      "SCHEME", "of TIFF: none, lzw, deflate, packbits or g4 (1-bit pictures); G4 for black and white, else Deflate");
+  options.Number("--quality", quality_, 1, 100, "of JPEG, 1 to 100, else 90");
+  reading_.AddPage(options);
+  reading_.AddLimits(options);
+}
+
+void PictureCommand::CheckOptions() const {
+  reading_.Check();
+  const Format format = FormatOf(output_);
+  if (quality_ != 0 && format != Format::kJpeg) throw Failure(Exit::kUsage, "", "--quality goes with JPEG output");
+  if (writing_.compression != TiffCompression::kDefault && format != Format::kTiff) {
+    throw Failure(Exit::kUsage, "", "--compression goes with TIFF output");
+  }
+  CheckOwnOptions();
+}
+
+int PictureCommand::Run(Console& console) {
+  const Format format = FormatOf(output_);
+  if (quality_ != 0) writing_.jpegQuality = quality_;
+  InputFile input(input_);
+  std::unique_ptr<Reader> reader = OpenPicture(input, console, reading_.page);
+  console.Note(input_, reader->Info().container + ", " + reader->Info().depth);
+
+  // What goes into the file: the metadata of the picture that was read, pixels of the result.
+  Picture written = reader->Info();
+  const auto describe = [&](int32_t width, int32_t height, const Layout& layout) {
+    written.width = width;
+    written.height = height;
+    written.bits = layout.bits;
+    written.palette = layout.palette;
+    RequireHolds(format, writing_, written, output_);
+  };
+  const Shape shape = Plan(written);
+  RequireStorable(reading_.storage, shape.layout, input_);
+  describe(shape.width, shape.height, FileLayout(shape.layout));
+  OutputFile output(output_);  // before the work, so that a place that cannot be written shows at once
+
+  std::unique_ptr<Bitmap> bitmap = ReadBitmap(*reader, reading_.storage, input_, console).bitmap;
+  const bool wasGray = LayoutOf(reader->Info()).Gray();
+  reader.reset();
+  Apply(bitmap, console);
+  const Layout result = LayoutOf(bitmap->Handle());
+  const Layout filed = FileLayout(result);
+  if (!(filed == result)) {
+    console.Note(output_, NameOf(result) + " is written as " + NameOf(filed));
+    Progress progress(console, output_, static_cast<uint64_t>(bitmap->Handle().Height));
+    bitmap = Converted(*bitmap, filed, PassingStorage(reading_.storage, filed.bits), output_, progress);
+  }
+  describe(bitmap->Handle().Width, bitmap->Handle().Height, filed);
+  if (!written.profile.empty() && filed.Gray() != wasGray) {
+    console.Note(output_, "the colour profile is left out: it is not one of such pixels");
+    written.profile.clear();
+  }
+  {
+    Progress progress(console, output_, static_cast<uint64_t>(written.height));
+    WritePicture(format, writing_, written, *bitmap, output, console, progress);
+  }
+  const std::string bytes = std::to_string(output.Size()) + " bytes written";
+  output.Commit();  // nothing after this may fail
+  console.Note(output_, bytes);
+  return static_cast<int>(Exit::kOk);
+}
+
+}  // namespace tarn::tool

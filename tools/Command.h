@@ -1,0 +1,109 @@
+#pragma once
+// What a command is. Every command has a file of its own, Command<Name>.cpp, and one line in the list at the end.
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Console.h"
+#include "Failure.h"
+#include "Layout.h"
+#include "Options.h"
+#include "Picture.h"
+
+namespace tarn::tool {
+
+class Command {
+ public:
+  virtual ~Command() = default;
+  virtual const char* Name() const = 0;
+  virtual const char* Help() const = 0;
+  virtual void AddOptions(Options& options) = 0;
+  /// Throws Failure (Exit::kUsage) for options that do not go together. Opens no file.
+  virtual void CheckOptions() const {}
+  /// The file to name when a failure does not say where it happened.
+  virtual std::string Subject() const { return ""; }
+  /// @return the exit code; throws Failure.
+  virtual int Run(Console& console) = 0;
+};
+
+/// Runs a step and turns whatever it throws into one line and an exit code.
+int Attempt(Console& console, const std::string& file, const std::function<int()>& step);
+
+/// Flushes what a command has printed; throws Failure when it could not be written.
+void FinishOutput();
+
+// ---- Reading -------------------------------------------------------------------------------------------------------
+
+/// The options of every command that reads a picture.
+struct ReadOptions {
+  int page = 0;  // 0: the only one
+  StorageChoice storage;
+
+  void AddPage(Options& options);
+  void AddLimits(Options& options);
+  void AddKind(Options& options);
+  void Check() const;
+};
+
+/// A picture in memory, and what its file said about it.
+struct Loaded {
+  Picture picture;
+  std::unique_ptr<Bitmap> bitmap;
+};
+
+Loaded Load(const std::string& file, const ReadOptions& options, Console& console);
+
+// ---- From a file to a file -----------------------------------------------------------------------------------------
+
+/// What a bitmap will be.
+struct Shape {
+  int32_t width = 0;
+  int32_t height = 0;
+  Layout layout;
+};
+
+/// A command that reads a picture, works on the bitmap and writes the result: its own part is its options, Plan and
+/// Apply. The result is brought into a layout that files have (FileLayout) and written whole or not at all.
+class PictureCommand : public Command {
+ public:
+  void AddOptions(Options& options) final;
+  void CheckOptions() const final;
+  std::string Subject() const final { return input_; }
+  int Run(Console& console) final;
+
+ protected:
+  /// Arguments come after IN and OUT.
+  virtual void AddOwnOptions(Options&) {}
+  virtual void CheckOwnOptions() const {}
+  /// What Apply will make of the picture, from what its file says; no row has been read yet, so that a result that
+  /// cannot be written is refused at once. Throws Failure.
+  virtual Shape Plan(const Picture& picture) = 0;
+  /// The work. The bitmap may be changed or replaced; throws Failure.
+  virtual void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) = 0;
+
+  const std::string& Input() const noexcept { return input_; }
+  const std::string& Output() const noexcept { return output_; }
+  const StorageChoice& Storage() const noexcept { return reading_.storage; }
+
+ private:
+  std::string input_;
+  std::string output_;
+  ReadOptions reading_;
+  WriteOptions writing_;
+  int quality_ = 0;  // 0: not given
+};
+
+// ---- All of them ---------------------------------------------------------------------------------------------------
+
+std::unique_ptr<Command> MakeInfo();
+std::unique_ptr<Command> MakeConvert();
+
+inline std::vector<std::unique_ptr<Command>> AllCommands() {
+  std::vector<std::unique_ptr<Command>> commands;
+  for (const auto make : {MakeInfo, MakeConvert}) commands.push_back(make());
+  return commands;
+}
+
+}  // namespace tarn::tool

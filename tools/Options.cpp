@@ -1,0 +1,68 @@
+#include "Options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
+
+namespace tarn::tool {
+namespace {
+
+/// "64K" -> 65536. Suffixes K, M and G, either case, count in 1024s.
+uint64_t ParseSize(const std::string& text) {
+  const auto refuse = [&]() -> uint64_t {
+    throw CLI::ValidationError("'" + text + "' is not a size; write bytes, or a number with K, M or G");
+  };
+  uint64_t value = 0;
+  size_t at = 0;
+  for (; at < text.size() && std::isdigit(static_cast<unsigned char>(text[at])); ++at) {
+    if (value > (uint64_t{1} << 56)) return refuse();
+    value = value * 10 + static_cast<uint64_t>(text[at] - '0');
+  }
+  if (at == 0 || text.size() > at + 1) return refuse();
+  if (at < text.size()) {
+    const size_t power = std::string("KMG").find(static_cast<char>(std::toupper(static_cast<unsigned char>(text[at]))));
+    if (power == std::string::npos || value >> (54 - 10 * power) != 0) return refuse();
+    value <<= 10 * (power + 1);
+  }
+  return value == 0 ? refuse() : value;
+}
+
+}  // namespace
+
+void Options::Argument(const char* name, std::string& target, const char* type, const char* help) {
+  app_.add_option(name, target, help)->required()->type_name(type);
+}
+
+void Options::Arguments(const char* name, std::vector<std::string>& target, const char* type, const char* help) {
+  app_.add_option(name, target, help)->required()->type_name(type);
+}
+
+void Options::Text(const char* name, std::string& target, const char* type, const char* help) {
+  app_.add_option(name, target, help)->type_name(type);
+}
+
+void Options::Number(const char* name, int& target, int lowest, int highest, const char* help) {
+  app_.add_option(name, target, help)->check(CLI::Range(lowest, highest))->type_name("N");
+}
+
+void Options::Size(const char* name, uint64_t& target, const char* help) {
+  app_.add_option_function<std::string>(
+          name, [&target](const std::string& text) { target = ParseSize(text); }, help)
+      ->type_name("N");
+}
+
+void Options::Flag(const char* name, bool& target, const char* help) { app_.add_flag(name, target, help); }
+
+void Options::OneOf(const char* name, const std::vector<std::string>& words, const std::function<void(size_t)>& choose,
+                    const char* type, const char* help) {
+  const auto take = [words, choose](const std::string& word) {
+    const auto found = std::find(words.begin(), words.end(), word);
+    if (found != words.end()) return choose(static_cast<size_t>(found - words.begin()));
+    std::string known;
+    for (const std::string& each : words) known += (known.empty() ? "" : ", ") + each;
+    throw CLI::ValidationError("'" + word + "' is not one of " + known);
+  };
+  app_.add_option_function<std::string>(name, take, help)->type_name(type);
+}
+
+}  // namespace tarn::tool

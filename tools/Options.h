@@ -1,0 +1,48 @@
+#pragma once
+// The options of a command, as commands see them. The parser behind them is included by Options.cpp and main.cpp only:
+// it takes longer to compile than everything else here.
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace tarn::tool {
+
+/// Every call adds one option or argument; its target is written while the command line is read and must live until
+/// then. `help` is one line.
+class Options {
+ public:
+  explicit Options(CLI::App& app) : app_(app) {}
+
+  /// Arguments by place; required.
+  void Argument(const char* name, std::string& target, const char* type, const char* help);
+  void Arguments(const char* name, std::vector<std::string>& target, const char* type, const char* help);
+  void Text(const char* name, std::string& target, const char* type, const char* help);
+  void Number(const char* name, int& target, int lowest, int highest, const char* help);
+  /// Bytes; K, M and G count in 1024s.
+  void Size(const char* name, uint64_t& target, const char* help);
+  void Flag(const char* name, bool& target, const char* help);
+  /// One of several words, each with its value.
+  template <class Value>
+  void Choice(const char* name, Value& target, const std::vector<std::pair<std::string, Value>>& choices,
+              const char* type, const char* help) {
+    std::vector<std::string> words;
+    for (const auto& choice : choices) words.push_back(choice.first);
+    OneOf(
+        name, words, [&target, choices](size_t index) { target = choices[index].second; }, type, help);
+  }
+
+ private:
+  void OneOf(const char* name, const std::vector<std::string>& words, const std::function<void(size_t)>& choose,
+             const char* type, const char* help);
+
+  CLI::App& app_;
+};
+
+}  // namespace tarn::tool
