@@ -11,6 +11,7 @@ void FuzzStorage(const uint8_t* data, size_t size);
 void FuzzRecords(const uint8_t* data, size_t size);
 void FuzzRedirect(const uint8_t* data, size_t size);
 void FuzzConvert(const uint8_t* data, size_t size);
+void FuzzDib(const uint8_t* data, size_t size);
 
 namespace tarn::fuzz {
 

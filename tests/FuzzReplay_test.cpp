@@ -43,3 +43,4 @@ TEST(FuzzReplay, Storage) { Replay("storage", FuzzStorage, 120); }
 TEST(FuzzReplay, Records) { Replay("records", FuzzRecords, 150); }
 TEST(FuzzReplay, Redirect) { Replay("redirect", FuzzRedirect, 300); }
 TEST(FuzzReplay, Convert) { Replay("convert", FuzzConvert, 2000); }
+TEST(FuzzReplay, Dib) { Replay("dib", FuzzDib, 300); }

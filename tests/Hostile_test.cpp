@@ -193,6 +193,13 @@ constexpr Probe kProbes[] = {
      }},
     {"T_TrimBitmap", true,
      [](BitmapHandle* b, Room& r) -> int64_t { return T_TrimBitmap(b, 3, 1, r.shape.width, r.shape.height - 2); }},
+    {"T_ConvertToDIB", false,
+     [](BitmapHandle* b, Room&) -> int64_t {
+       void* dib = nullptr;
+       const int32_t status = T_ConvertToDIB(b, &dib);
+       if (status == SUCCESS) T_OsFreeHandle(reinterpret_cast<uintptr_t>(dib), 1, L"here");
+       return status;
+     }},
     {"T_CopyBitmapPalette from", false,
      [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmapPalette(&r.other.record, b); }},
     {"T_CopyBitmapPalette to", false,

@@ -7,6 +7,7 @@
 #include "bitmap.h"
 #include "convert.h"
 #include "copy.h"
+#include "dib.h"
 #include "files.h"
 #include "gray.h"
 #include "hooks.h"

@@ -28,6 +28,7 @@ const std::vector<Operation>& Operations() {
     AddStorageOperations(rows);
     AddRowOperations(rows);
     AddCopyOperations(rows);
+    AddDibOperations(rows);
     AddPixelOperations(rows);
     AddColorOperations(rows);
     AddMemoryOperations(rows);

@@ -103,6 +103,7 @@ const std::vector<Operation>& Operations();
 void AddStorageOperations(std::vector<Operation>& table);
 void AddRowOperations(std::vector<Operation>& table);
 void AddCopyOperations(std::vector<Operation>& table);
+void AddDibOperations(std::vector<Operation>& table);
 void AddPixelOperations(std::vector<Operation>& table);
 void AddColorOperations(std::vector<Operation>& table);
 void AddMemoryOperations(std::vector<Operation>& table);
