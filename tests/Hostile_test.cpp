@@ -254,6 +254,8 @@ constexpr Probe kProbes[] = {
      [](BitmapHandle* b, Room& r) -> int64_t { return T_PutPixelData(b, r.in.data(), r.shape.height - 1, 40, 9); }},
     {"T_ColorToPixel", false,
      [](BitmapHandle* b, Room& r) -> int64_t { return T_ColorToPixel(b, 0x0400ABCD, r.out.data(), 8); }},
+    {"T_FillBitmap", true, [](BitmapHandle* b, Room&) -> int64_t { return T_FillBitmap(b, 0x00804020); }},
+    {"T_ClearBitmap", true, [](BitmapHandle* b, Room&) -> int64_t { return T_ClearBitmap(b); }},
     {"T_GrowBitmapHeap", false, [](BitmapHandle* b, Room&) -> int64_t { return T_GrowBitmapHeap(b, 3000); }},
     {"T_TrimBitmapHeap", false, [](BitmapHandle* b, Room&) -> int64_t { return T_TrimBitmapHeap(b); }},
     {"T_CopyBitmapHandle", false,

@@ -9,6 +9,7 @@
 #include "copy.h"
 #include "dib.h"
 #include "files.h"
+#include "fill.h"
 #include "gray.h"
 #include "hooks.h"
 #include "huge.h"

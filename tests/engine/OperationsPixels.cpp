@@ -78,6 +78,18 @@ void AddPixelOperations(std::vector<Operation>& table) {
                    .call = [](Work& w) -> int64_t {
                      return T_PutPixelData(&w.subject.record, w.buffer.data(), kRow, kColumn, 8);
                    }});
+
+  const std::vector<int64_t> filling = {ERR_NO_MEMORY, ERR_FILE_SEEK, ERR_FILE_READ, ERR_FILE_WRITE, ERR_DISK_FULL};
+  table.push_back({.name = "T_FillBitmap", .kinds = kAllKinds, .failures = filling, .call = [](Work& w) -> int64_t {
+                     return T_FillBitmap(&w.subject.record, 0x00B0A0E0);
+                   }});
+  table.push_back(
+      {.name = "T_FillBitmap, one byte", .kinds = kAllKinds, .failures = filling, .call = [](Work& w) -> int64_t {
+         return T_FillBitmap(&w.subject.record, 0x00FFFFFF);
+       }});
+  table.push_back({.name = "T_ClearBitmap", .kinds = kAllKinds, .failures = filling, .call = [](Work& w) -> int64_t {
+                     return T_ClearBitmap(&w.subject.record);
+                   }});
 }
 
 }  // namespace tarn::engine
