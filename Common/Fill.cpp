@@ -69,20 +69,43 @@ void MakeRow(uint8_t* row, const RowPattern& pattern) noexcept {
   std::memset(row + used, 0, pattern.rowBytes - used);
 }
 
-/// Rows behind each other: the first ones, as many as stay in the cache, are copied on.
+/// Copies out of the first-level cache, short enough not to become string moves, are nearly as fast as a fill; longer
+/// ones are not.
+constexpr uint64_t kStampBytes = 3584;
+constexpr uint64_t kLine = 64;  // of the cache: stamps of whole lines stay aligned
+
+void Stamp(uint8_t* target, uint64_t bytes, const uint8_t* stamp, uint64_t stampBytes) noexcept {
+  for (; bytes > stampBytes; bytes -= stampBytes, target += stampBytes) std::memcpy(target, stamp, stampBytes);
+  std::memcpy(target, stamp, bytes);
+}
+
+/// Rows behind each other. The first ones, or its first pixels, are the stamp for all.
 void FillBlock(uint8_t* start, uint64_t bytes, const RowPattern& pattern) noexcept {
   if (pattern.IsOneByte()) {
     std::memset(start, pattern.unit[0], bytes);
     return;
   }
-  constexpr uint64_t kCached = 16 << 10;
-  const uint64_t rowBytes = pattern.rowBytes;
-  const uint64_t cached = rowBytes < kCached ? kCached / rowBytes * rowBytes : rowBytes;
-  const uint64_t chunk = cached < bytes ? cached : bytes;
   MakeRow(start, pattern);
-  Repeat(start, rowBytes, chunk);
-  for (uint64_t at = chunk; at < bytes; at += chunk)
-    std::memcpy(start + at, start, chunk < bytes - at ? chunk : bytes - at);
+  const uint64_t rowBytes = pattern.rowBytes;
+  const uint64_t used = pattern.usedBytes;
+  const bool seamless = used == rowBytes && pattern.lastMask == 0xFF;  // then whole units fill it
+  if (seamless || 2 * rowBytes <= kStampBytes) {
+    const uint64_t period = seamless ? kLine * pattern.unitBytes : rowBytes;
+    const uint64_t whole = kStampBytes / period * period;
+    const uint64_t stamp = whole < bytes ? whole : bytes;
+    Repeat(start, rowBytes, stamp);
+    Stamp(start + stamp, bytes - stamp, start, stamp);
+    return;
+  }
+  const uint64_t most = used - 1 < kStampBytes ? used - 1 : kStampBytes;  // the last byte may be cut
+  const uint64_t period = kLine * pattern.unitBytes;
+  const uint64_t stamp = most / period * period;
+  for (uint64_t at = rowBytes; at < bytes; at += rowBytes) {
+    uint8_t* const row = start + at;
+    Stamp(row, used, start, stamp);
+    row[used - 1] &= pattern.lastMask;
+    std::memset(row + used, 0, rowBytes - used);
+  }
 }
 
 uint8_t* DirectRow(BitmapHandle& bitmap, int32_t row) noexcept {

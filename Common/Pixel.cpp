@@ -46,7 +46,8 @@ int64_t BytesOfPixel(int32_t bits, int32_t column) noexcept {
 }
 
 /// Address of bytes of a row that lie in one block; null when they must be moved.
-uint8_t* InBlock(const BitmapHandle& bitmap, uint32_t row, uint64_t offset, uint64_t bytes) noexcept {
+[[gnu::always_inline]] inline uint8_t* InBlock(const BitmapHandle& bitmap, uint32_t row, uint64_t offset,
+                                               uint64_t bytes) noexcept {
   constexpr uint32_t kKinds = T_FLAG_IN_MEMORY | T_FLAG_COMPRESSED | T_FLAG_TILED | T_FLAG_SUPER_COMPRESSED;
   if ((bitmap.Flags & kKinds) != T_FLAG_IN_MEMORY) return nullptr;
   uint8_t* const data = bitmap.Data;
@@ -76,7 +77,7 @@ uint64_t LoadPiece(const uint8_t* from) noexcept {
   return piece;
 }
 
-uint64_t Load(const uint8_t* from, uint64_t bytes) noexcept {
+[[gnu::always_inline]] inline uint64_t Load(const uint8_t* from, uint64_t bytes) noexcept {
   switch (bytes) {
     case 1:
       return *from;
@@ -164,6 +165,19 @@ Status MovedAll(int64_t moved, uint64_t bytes, int32_t whenShort) noexcept {
   return moved < 0 ? static_cast<int32_t>(moved) : whenShort;
 }
 
+/// Puts a pixel through the row functions. Kept apart from the few instructions that a pixel in memory takes.
+[[gnu::noinline]] Status PutThroughRows(BitmapHandle& bitmap, uint32_t row, uint32_t column, const BitPlace& place,
+                                        uint64_t pixel, uint64_t mask, bool whole) noexcept {
+  uint8_t buffer[kMostBytes] = {};
+  if (!whole) {
+    const int64_t got = T_GetBitmapRowCol(&bitmap, buffer, row, column, place.bytes);
+    TARN_TRY(MovedAll(got, place.bytes, ERR_FILE_READ));
+  }
+  Store(buffer, Merged(Load(buffer, place.bytes), place, pixel, mask), place.bytes);
+  const int64_t put = T_PutBitmapRowCol(&bitmap, buffer, row, column, place.bytes);
+  return MovedAll(put, place.bytes, ERR_FILE_WRITE);
+}
+
 /// Puts a pixel of a locked bitmap. Bytes of alpha behind the colour are neither read nor written.
 Status PutPixel(BitmapHandle& bitmap, uint32_t row, uint32_t column, uint64_t pixel) noexcept {
   const int32_t bits = bitmap.BitsPerPixel;
@@ -176,14 +190,16 @@ Status PutPixel(BitmapHandle& bitmap, uint32_t row, uint32_t column, uint64_t pi
     Store(direct, Merged(old, place, pixel, mask), place.bytes);
     return SUCCESS;
   }
+  return PutThroughRows(bitmap, row, column, place, pixel, mask, whole);
+}
+
+[[gnu::noinline]] bool GetThroughRows(BitmapHandle& bitmap, uint32_t row, uint32_t column, const BitPlace& place,
+                                      uint64_t& pixel) noexcept {
   uint8_t buffer[kMostBytes] = {};
-  if (!whole) {
-    const int64_t got = T_GetBitmapRowCol(&bitmap, buffer, row, column, place.bytes);
-    TARN_TRY(MovedAll(got, place.bytes, ERR_FILE_READ));
-  }
-  Store(buffer, Merged(Load(buffer, place.bytes), place, pixel, mask), place.bytes);
-  const int64_t put = T_PutBitmapRowCol(&bitmap, buffer, row, column, place.bytes);
-  return MovedAll(put, place.bytes, ERR_FILE_WRITE);
+  const int64_t got = T_GetBitmapRowCol(&bitmap, buffer, row, column, place.bytes);
+  if (got != static_cast<int64_t>(place.bytes)) return false;
+  pixel = Extract(Load(buffer, place.bytes), place, bitmap.BitsPerPixel);
+  return true;
 }
 
 bool GetPixel(BitmapHandle& bitmap, uint32_t row, uint32_t column, uint64_t& pixel) noexcept {
@@ -194,11 +210,7 @@ bool GetPixel(BitmapHandle& bitmap, uint32_t row, uint32_t column, uint64_t& pix
     pixel = Extract(Load(direct, place.bytes), place, bits);
     return true;
   }
-  uint8_t buffer[kMostBytes] = {};
-  const int64_t got = T_GetBitmapRowCol(&bitmap, buffer, row, column, place.bytes);
-  if (got != static_cast<int64_t>(place.bytes)) return false;
-  pixel = Extract(Load(buffer, place.bytes), place, bits);
-  return true;
+  return GetThroughRows(bitmap, row, column, place, pixel);
 }
 
 /// The checks of the two functions on raw bytes, and the count of bytes.

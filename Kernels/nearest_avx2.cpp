@@ -20,9 +20,20 @@ uint32_t Smallest(__m256i values) noexcept {
   return static_cast<uint32_t>(_mm_cvtsi128_si32(least));
 }
 
+__m256i Equal(const uint32_t* distances, __m256i wanted) noexcept {
+  return _mm256_cmpeq_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(distances)), wanted);
+}
+
 uint32_t LanesEqual(const uint32_t* distances, __m256i wanted) noexcept {
-  const __m256i equal = _mm256_cmpeq_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(distances)), wanted);
-  return static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(equal)));
+  return static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(Equal(distances, wanted))));
+}
+
+/// None of the next 32 distances is the wanted one.
+bool NoneEqual(const uint32_t* distances, __m256i wanted) noexcept {
+  const __m256i first = _mm256_or_si256(Equal(distances, wanted), Equal(distances + kLanes, wanted));
+  const __m256i second = _mm256_or_si256(Equal(distances + 2 * kLanes, wanted), Equal(distances + 3 * kLanes, wanted));
+  const __m256i any = _mm256_or_si256(first, second);
+  return _mm256_testz_si256(any, any);
 }
 
 uint32_t CodeOf(const uint8_t* entry) noexcept { return ColorOrderCode(entry[2], entry[1], entry[0]); }
@@ -48,6 +59,7 @@ struct Best {
     if (smallest > distance) return;
     const __m256i wanted = _mm256_set1_epi32(static_cast<int32_t>(smallest));
     for (uint32_t at = 0; at < count; at += kLanes) {
+      while (at + 4 * kLanes < count && NoneEqual(distances + at, wanted)) at += 4 * kLanes;
       for (uint32_t lanes = LanesEqual(distances + at, wanted); lanes; lanes &= lanes - 1) {
         Meet(chunk, at + static_cast<uint32_t>(_tzcnt_u32(lanes)), first, smallest);
         if (smallest == 0) return;  // the first equal one wins
@@ -61,12 +73,12 @@ struct Best {
 uint32_t NearestEntry_Avx2(const uint8_t* entries, uint32_t count, uint32_t color) noexcept {
   const __m256i target = _mm256_set1_epi32(static_cast<int32_t>(color & 0xFFFFFF));
   const __m256i evenBytes = _mm256_set1_epi32(0x00FF00FF);
-  const __m256i lowByte = _mm256_set1_epi32(0xFF);
+  const __m256i greenByte = _mm256_set1_epi32(0xFF00);
   const auto distanceOf = [&](__m256i entry) noexcept {
     const __m256i apart = _mm256_or_si256(_mm256_subs_epu8(entry, target), _mm256_subs_epu8(target, entry));
     const __m256i blueRed = _mm256_and_si256(apart, evenBytes);
-    const __m256i green = _mm256_and_si256(_mm256_srli_epi32(apart, 8), lowByte);
-    return _mm256_add_epi32(_mm256_madd_epi16(blueRed, blueRed), _mm256_madd_epi16(green, green));
+    const __m256i green = _mm256_and_si256(apart, greenByte);  // times 256: the upper half of its square is the square
+    return _mm256_add_epi32(_mm256_madd_epi16(blueRed, blueRed), _mm256_mulhi_epu16(green, green));
   };
   alignas(32) uint32_t distances[kChunk];
   Best best{color};

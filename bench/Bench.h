@@ -87,6 +87,10 @@ Group CallGroup();
 Group CopyGroup();
 /// Making and freeing bitmaps.
 Group StorageGroup();
+/// Single pixels in order and anywhere; the nearest entry of a palette; filling.
+Group PixelGroup();
+Group NearestGroup();
+Group FillGroup();
 /// One-bit pages compressed and expanded; page is "text-600", "text-300" or "noise".
 Group PageGroup(const std::string& page, const std::string& pageDirectory);
 
