@@ -92,40 +92,37 @@ Loaded Load(const std::string& file, const ReadOptions& options, Console& consol
 
 // ---- From a file to a file -----------------------------------------------------------------------------------------
 
-void PictureCommand::AddOptions(Options& options) {
-  options.Argument("in", input_, "IN", "PNG, JPEG or TIFF file, recognised by its content");
-  options.Argument("out", output_, "OUT", "file to write; .png, .jpg or .tif");
-  AddOwnOptions(options);
-  reading_.AddKind(options);
+void FileToFile::AddOptions(Options& options) {
+  reading.AddKind(options);
   options.Choice<TiffCompression>(
-      "--compression", writing_.compression,
+      "--compression", writing.compression,
       {{"none", TiffCompression::kNone},
        {"lzw", TiffCompression::kLzw},
        {"deflate", TiffCompression::kDeflate},
        {"packbits", TiffCompression::kPackBits},
        {"g4", TiffCompression::kG4}},
       "SCHEME", "of TIFF: none, lzw, deflate, packbits or g4 (1-bit pictures); G4 for black and white, else Deflate");
-  options.Number("--quality", quality_, 1, 100, "of JPEG, 1 to 100, else 90");
-  reading_.AddPage(options);
-  reading_.AddLimits(options);
+  options.Number("--quality", quality, 1, 100, "of JPEG, 1 to 100, else 90");
+  reading.AddPage(options);
+  reading.AddLimits(options);
 }
 
-void PictureCommand::CheckOptions() const {
-  reading_.Check();
-  const Format format = FormatOf(output_);
-  if (quality_ != 0 && format != Format::kJpeg) throw Failure(Exit::kUsage, "", "--quality goes with JPEG output");
-  if (writing_.compression != TiffCompression::kDefault && format != Format::kTiff) {
+void FileToFile::Check() const {
+  reading.Check();
+  const Format format = FormatOf(output);
+  if (quality != 0 && format != Format::kJpeg) throw Failure(Exit::kUsage, "", "--quality goes with JPEG output");
+  if (writing.compression != TiffCompression::kDefault && format != Format::kTiff) {
     throw Failure(Exit::kUsage, "", "--compression goes with TIFF output");
   }
-  CheckOwnOptions();
 }
 
-int PictureCommand::Run(Console& console) {
-  const Format format = FormatOf(output_);
-  if (quality_ != 0) writing_.jpegQuality = quality_;
-  InputFile input(input_);
-  std::unique_ptr<Reader> reader = OpenPicture(input, console, reading_.page);
-  console.Note(input_, reader->Info().container + ", " + reader->Info().depth);
+void FileToFile::Run(const Plan& plan, const Work& work, Console& console) {
+  const Format format = FormatOf(output);
+  if (quality != 0) writing.jpegQuality = quality;
+  InputFile source(input);
+  std::unique_ptr<Reader> reader = OpenPicture(source, console, reading.page);
+  console.Note(input, reader->Info().container + ", " + reader->Info().depth);
+  const bool wasGray = LayoutOf(reader->Info()).Gray();
 
   // What goes into the file: the metadata of the picture that was read, pixels of the result.
   Picture written = reader->Info();
@@ -134,37 +131,71 @@ int PictureCommand::Run(Console& console) {
     written.height = height;
     written.bits = layout.bits;
     written.palette = layout.palette;
-    RequireHolds(format, writing_, written, output_);
+    RequireHolds(format, writing, written, output);
   };
-  const Shape shape = Plan(written);
-  RequireStorable(reading_.storage, shape.layout, input_);
+  const Shape shape = plan(written);
+  RequireStorable(reading.storage, shape.layout, input);
   describe(shape.width, shape.height, FileLayout(shape.layout));
-  OutputFile output(output_);  // before the work, so that a place that cannot be written shows at once
+  OutputFile target(output);  // before the work, so that a place that cannot be written shows at once
 
-  std::unique_ptr<Bitmap> bitmap = ReadBitmap(*reader, reading_.storage, input_, console).bitmap;
-  const bool wasGray = LayoutOf(reader->Info()).Gray();
+  std::unique_ptr<Bitmap> bitmap = ReadBitmap(*reader, reading.storage, input, console).bitmap;
   reader.reset();
-  Apply(bitmap, console);
+  work(bitmap);
   const Layout result = LayoutOf(bitmap->Handle());
   const Layout filed = FileLayout(result);
   if (!(filed == result)) {
-    console.Note(output_, NameOf(result) + " is written as " + NameOf(filed));
-    Progress progress(console, output_, static_cast<uint64_t>(bitmap->Handle().Height));
-    bitmap = Converted(*bitmap, filed, PassingStorage(reading_.storage, filed.bits), output_, progress);
+    console.Note(output, NameOf(result) + " is written as " + NameOf(filed));
+    Progress progress(console, output, static_cast<uint64_t>(bitmap->Handle().Height));
+    bitmap = Converted(*bitmap, filed, PassingStorage(reading.storage, filed.bits), output, progress);
   }
   describe(bitmap->Handle().Width, bitmap->Handle().Height, filed);
   if (!written.profile.empty() && filed.Gray() != wasGray) {
-    console.Note(output_, "the colour profile is left out: it is not one of such pixels");
+    console.Note(output, "the colour profile is left out: it is not one of such pixels");
     written.profile.clear();
   }
   {
-    Progress progress(console, output_, static_cast<uint64_t>(written.height));
-    WritePicture(format, writing_, written, *bitmap, output, console, progress);
+    Progress progress(console, output, static_cast<uint64_t>(written.height));
+    WritePicture(format, writing, written, *bitmap, target, console, progress);
   }
-  const std::string bytes = std::to_string(output.Size()) + " bytes written";
-  output.Commit();  // nothing after this may fail
-  console.Note(output_, bytes);
+  const std::string bytes = std::to_string(target.Size()) + " bytes written";
+  target.Commit();  // nothing after this may fail
+  console.Note(output, bytes);
+}
+
+void PictureCommand::AddOptions(Options& options) {
+  options.Argument("in", way_.input, "IN", "PNG, JPEG or TIFF file, recognised by its content");
+  options.Argument("out", way_.output, "OUT", "file to write; .png, .jpg or .tif");
+  AddOwnOptions(options);
+  way_.AddOptions(options);
+}
+
+void PictureCommand::CheckOptions() const {
+  way_.Check();
+  CheckOwnOptions();
+}
+
+int PictureCommand::Run(Console& console) {
+  way_.Run([&](const Picture& picture) { return Plan(picture); },
+           [&](std::unique_ptr<Bitmap>& bitmap) { Apply(bitmap, console); }, console);
   return static_cast<int>(Exit::kOk);
+}
+
+// ---- Progress ------------------------------------------------------------------------------------------------------
+
+LibraryProgress::LibraryProgress(const Console& console, std::string_view label) : progress_(console, label, 100) {
+  T_SetStatusCallBack(Step, this, &status_, &statusData_);
+  T_SetCopyStatusCallBack(Step, this, &copyStatus_, &copyStatusData_);
+}
+
+LibraryProgress::~LibraryProgress() {
+  T_SetStatusCallBack(status_, statusData_, nullptr, nullptr);
+  T_SetCopyStatusCallBack(copyStatus_, copyStatusData_, nullptr, nullptr);
+}
+
+int32_t LibraryProgress::Step(int32_t percent, void* self) noexcept {
+  auto* const progress = static_cast<LibraryProgress*>(self);
+  for (; progress->shown_ < percent; ++progress->shown_) progress->progress_.Step();
+  return SUCCESS;
 }
 
 }  // namespace tarn::tool

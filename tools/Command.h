@@ -64,45 +64,82 @@ struct Shape {
   Layout layout;
 };
 
-/// A command that reads a picture, works on the bitmap and writes the result: its own part is its options, Plan and
-/// Apply. The result is brought into a layout that files have (FileLayout) and written whole or not at all.
+/// The way of a picture from a file into memory, through some work, and into another file. The result is brought into
+/// a layout that files have (FileLayout) and written whole or not at all.
+struct FileToFile {
+  /// What the work will make of the picture, from what its file says: no row has been read yet, so that a result that
+  /// cannot be written is refused at once. Throws Failure.
+  using Plan = std::function<Shape(const Picture& picture)>;
+  /// The bitmap may be changed or replaced; throws Failure.
+  using Work = std::function<void(std::unique_ptr<Bitmap>& bitmap)>;
+
+  std::string input;
+  std::string output;
+  ReadOptions reading;
+  WriteOptions writing;
+  int quality = 0;  // 0: not given
+
+  /// All options but the names of the files.
+  void AddOptions(Options& options);
+  void Check() const;
+  void Run(const Plan& plan, const Work& work, Console& console);
+};
+
+/// A command that is such a way: its own part is its options, Plan and Apply.
 class PictureCommand : public Command {
  public:
   void AddOptions(Options& options) final;
   void CheckOptions() const final;
-  std::string Subject() const final { return input_; }
+  std::string Subject() const final { return way_.input; }
   int Run(Console& console) final;
 
  protected:
   /// Arguments come after IN and OUT.
   virtual void AddOwnOptions(Options&) {}
   virtual void CheckOwnOptions() const {}
-  /// What Apply will make of the picture, from what its file says; no row has been read yet, so that a result that
-  /// cannot be written is refused at once. Throws Failure.
+  /// FileToFile::Plan and Work.
   virtual Shape Plan(const Picture& picture) = 0;
-  /// The work. The bitmap may be changed or replaced; throws Failure.
   virtual void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) = 0;
 
-  const std::string& Input() const noexcept { return input_; }
-  const std::string& Output() const noexcept { return output_; }
-  const StorageChoice& Storage() const noexcept { return reading_.storage; }
+  const std::string& Input() const noexcept { return way_.input; }
+  const StorageChoice& Storage() const noexcept { return way_.reading.storage; }
 
  private:
-  std::string input_;
-  std::string output_;
-  ReadOptions reading_;
-  WriteOptions writing_;
-  int quality_ = 0;  // 0: not given
+  FileToFile way_;
+};
+
+/// Shows the progress of the library's own operations while it lives.
+class LibraryProgress {
+ public:
+  LibraryProgress(const Console& console, std::string_view label);
+  ~LibraryProgress();
+  LibraryProgress(const LibraryProgress&) = delete;
+  LibraryProgress& operator=(const LibraryProgress&) = delete;
+
+ private:
+  static int32_t Step(int32_t percent, void* self) noexcept;
+
+  Progress progress_;
+  int32_t shown_ = 0;  // percent
+  T_StatusCallback status_ = nullptr;
+  void* statusData_ = nullptr;
+  T_StatusCallback copyStatus_ = nullptr;
+  void* copyStatusData_ = nullptr;
 };
 
 // ---- All of them ---------------------------------------------------------------------------------------------------
 
 std::unique_ptr<Command> MakeInfo();
 std::unique_ptr<Command> MakeConvert();
+std::unique_ptr<Command> MakeCrop();
+std::unique_ptr<Command> MakePalette();
+std::unique_ptr<Command> MakePixel();
+std::unique_ptr<Command> MakeDiff();
 
 inline std::vector<std::unique_ptr<Command>> AllCommands() {
   std::vector<std::unique_ptr<Command>> commands;
-  for (const auto make : {MakeInfo, MakeConvert}) commands.push_back(make());
+  for (const auto make : {MakeInfo, MakeConvert, MakeCrop, MakePalette, MakePixel, MakeDiff})
+    commands.push_back(make());
   return commands;
 }
 

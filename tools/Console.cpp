@@ -54,15 +54,16 @@ Progress::~Progress() {
   if (drawn_) std::fputs("\r\033[K", stderr);
 }
 
-void Progress::Draw() {
+void Progress::Draw() noexcept {
   const auto now = std::chrono::steady_clock::now();
   if (now < next_) return;
   next_ = now + kRedraw;
   drawn_ = true;
   const uint64_t done = std::min(done_, steps_);
   const int filled = static_cast<int>(done * kBarWidth / steps_);
-  const std::string bar = std::string(filled, '#') + std::string(kBarWidth - filled, '.');
-  std::fprintf(stderr, "\r%s [%s] %3d %%\033[K", label_.c_str(), bar.c_str(), static_cast<int>(done * 100 / steps_));
+  char bar[kBarWidth + 1] = {};
+  for (int i = 0; i < kBarWidth; ++i) bar[i] = i < filled ? '#' : '.';
+  std::fprintf(stderr, "\r%s [%s] %3d %%\033[K", label_.c_str(), bar, static_cast<int>(done * 100 / steps_));
   std::fflush(stderr);
 }
 

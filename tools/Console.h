@@ -32,13 +32,14 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  void Step() {
+  /// Called from the library too, so it neither throws nor allocates.
+  void Step() noexcept {
     ++done_;
     if (shown_) Draw();
   }
 
  private:
-  void Draw();
+  void Draw() noexcept;
 
   std::string label_;
   uint64_t steps_;

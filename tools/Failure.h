@@ -9,13 +9,14 @@ namespace tarn::tool {
 /// Exit codes of the tool; docs/tool.md lists them for callers.
 enum class Exit : int {
   kOk = 0,
-  kUsage = 1,     // wrong arguments
-  kInput = 2,     // the input cannot be opened or read
-  kDamaged = 3,   // the input is damaged, or of a kind that is not supported
-  kDepth = 4,     // the target format, or the storage asked for, cannot hold the picture's depth or size
-  kOutput = 5,    // the output, or temporary storage, cannot be written
-  kMemory = 6,    // no memory
-  kInternal = 7,  // the library refused something that it should not
+  kUsage = 1,      // wrong arguments
+  kInput = 2,      // the input cannot be opened or read
+  kDamaged = 3,    // the input is damaged, or of a kind that is not supported
+  kDepth = 4,      // the target format, or the storage asked for, cannot hold the picture's depth or size
+  kOutput = 5,     // the output, or temporary storage, cannot be written
+  kMemory = 6,     // no memory
+  kInternal = 7,   // the library refused something that it should not
+  kDifferent = 8,  // two pictures that were compared are not the same
 };
 
 /// One line for the user: the file and the reason.

@@ -33,6 +33,10 @@ void Options::Argument(const char* name, std::string& target, const char* type, 
   app_.add_option(name, target, help)->required()->type_name(type);
 }
 
+void Options::OptionalArgument(const char* name, std::string& target, const char* type, const char* help) {
+  app_.add_option(name, target, help)->type_name(type);
+}
+
 void Options::Arguments(const char* name, std::vector<std::string>& target, const char* type, const char* help) {
   app_.add_option(name, target, help)->required()->type_name(type);
 }

@@ -20,8 +20,9 @@ class Options {
  public:
   explicit Options(CLI::App& app) : app_(app) {}
 
-  /// Arguments by place; required.
+  /// Arguments by place; required but for one kind.
   void Argument(const char* name, std::string& target, const char* type, const char* help);
+  void OptionalArgument(const char* name, std::string& target, const char* type, const char* help);
   void Arguments(const char* name, std::vector<std::string>& target, const char* type, const char* help);
   void Text(const char* name, std::string& target, const char* type, const char* help);
   void Number(const char* name, int& target, int lowest, int highest, const char* help);

@@ -231,5 +231,272 @@ TEST_F(Tool, ConvertRefusesWhatDoesNotGoTogether) {
   }
 }
 
+// ---- crop and pixel ------------------------------------------------------------------------------------------------
+
+/// The picture as it is seen: the rules of the orientation tag, pixel by pixel.
+Pixels Seen(Pixels stored, int orientation) {
+  const int w = stored.width, h = stored.height;
+  Pixels seen;
+  seen.width = orientation >= 5 ? h : w;
+  seen.height = orientation >= 5 ? w : h;
+  for (int y = 0; y < seen.height; ++y) {
+    for (int x = 0; x < seen.width; ++x) {
+      const int columns[] = {x, w - 1 - x, w - 1 - x, x, y, y, w - 1 - y, w - 1 - y};
+      const int rows[] = {y, y, h - 1 - y, h - 1 - y, x, h - 1 - x, h - 1 - x, x};
+      const uint16_t* const pixel = stored.At(columns[orientation - 1], rows[orientation - 1]);
+      seen.samples.insert(seen.samples.end(), pixel, pixel + 4);
+    }
+  }
+  return seen;
+}
+
+TEST_F(Tool, CropTakesWhatIsSeenAndZeroBeyond) {
+  struct Case {
+    PngKind kind;
+    Samples zero;
+  };
+  const Case cases[] = {{{PNG_COLOR_TYPE_GRAY, 1, false, false}, {0, 0, 0, 65535}},
+                        {{PNG_COLOR_TYPE_GRAY, 16, false, false}, {0, 0, 0, 65535}},
+                        {{PNG_COLOR_TYPE_PALETTE, 4, false, false}, {11 * 257, 60 * 257, 200 * 257, 65535}},
+                        {{PNG_COLOR_TYPE_RGB, 8, false, false}, {0, 0, 0, 65535}},
+                        {{PNG_COLOR_TYPE_RGB_ALPHA, 16, false, false}, {0, 0, 0, 0}}};
+  const std::array<int, 4> areas[] = {
+      {3, 5, 17, 11}, {0, 0, 1, 1}, {-4, -3, 9, 60}, {30, 10, 50, 50}, {100, -100, 7, 3}};
+  for (const Case& c : cases) {
+    for (const int orientation : {1, 2, 3, 4, 5, 6, 7, 8}) {
+      if (c.kind.type != PNG_COLOR_TYPE_RGB && orientation % 5 != 1) continue;
+      Pixels seen = Seen(MakePng(In("a.png"), 37, 23, c.kind, {96, orientation, ""}), orientation);
+      for (const auto& [left, top, width, height] : areas) {
+        const std::string text = std::to_string(left) + "," + std::to_string(top) + "," + std::to_string(width) + "x" +
+                                 std::to_string(height);
+        SCOPED_TRACE(text + ", depth " + std::to_string(c.kind.depth) + ", orientation " + std::to_string(orientation));
+        Pixels truth{width, height, {}};
+        for (int y = top; y < top + height; ++y) {
+          for (int x = left; x < left + width; ++x) {
+            const bool inside = x >= 0 && y >= 0 && x < seen.width && y < seen.height;
+            const uint16_t* const pixel = inside ? seen.At(x, y) : c.zero.data();
+            truth.samples.insert(truth.samples.end(), pixel, pixel + 4);
+          }
+        }
+        const char* const storage = c.kind.depth == 1 && left == 3 ? "compressed" : top < 0 ? "tiled" : "auto";
+        const Ended ended = Run(With({"crop", In("a.png"), Out("a.png"), text}, StorageOptions(storage)));
+        ASSERT_EQ(ended.code, 0) << ended;
+        Meta meta;
+        const Pixels cropped = DecodePng(Out("a.png"), nullptr, &meta);
+        EXPECT_EQ(meta, (Meta{96, orientation, ""}));
+        EXPECT_TRUE(Seen(cropped, orientation) == truth);
+      }
+    }
+  }
+}
+
+TEST_F(Tool, PixelsAreToldAndSetWhereTheyAreSeen) {
+  struct Case {
+    PngKind kind;
+    const char* colour;  // to set
+    Samples becomes;
+    const char* told;
+  };
+  const Case cases[] = {
+      {{PNG_COLOR_TYPE_RGB, 8, false, false}, "#0a141E", {2570, 5140, 7710, 65535}, "#0a141e\n"},
+      {{PNG_COLOR_TYPE_RGB, 8, false, false}, "gray:4660", {0x1212, 0x1212, 0x1212, 65535}, "#121212\n"},
+      {{PNG_COLOR_TYPE_GRAY, 16, false, false}, "gray:4660", {4660, 4660, 4660, 65535}, "gray:4660\n"},
+      {{PNG_COLOR_TYPE_GRAY, 1, false, false}, "#fffffe", {65535, 65535, 65535, 65535}, "#ffffff\n"},
+      {{PNG_COLOR_TYPE_PALETTE, 4, false, false}, "#0b3cc8", {2827, 15420, 51400, 65535}, "#0b3cc8\n"},
+  };
+  for (const Case& c : cases) {
+    for (const int orientation : {1, 6, 7}) {
+      SCOPED_TRACE(std::string(c.colour) + ", orientation " + std::to_string(orientation));
+      Pixels truth = Seen(MakePng(In("a.png"), 19, 13, c.kind, {0, orientation, ""}), orientation);
+      const Ended ended = Run({"pixel", In("a.png"), "3,11", Out("a.png"), "--set", c.colour, "--storage", "disk"});
+      ASSERT_EQ(ended.code, 0) << ended;
+      std::copy(c.becomes.begin(), c.becomes.end(), truth.At(3, 11));
+      EXPECT_TRUE(Seen(DecodePng(Out("a.png")), orientation) == truth);
+      EXPECT_EQ(Run({"pixel", Out("a.png"), "3,11"}).out, c.told);
+    }
+  }
+}
+
+// ---- palette -------------------------------------------------------------------------------------------------------
+
+TEST_F(Tool, PaletteIsListedShownAndReadAgain) {
+  MakePng(In("a.png"), 9, 9, {PNG_COLOR_TYPE_PALETTE, 4, false, false});
+  const Ended ended = Run({"palette", In("a.png"), "--swatch", Out("swatch.png")});
+  ASSERT_EQ(ended.code, 0) << ended;
+  std::string list = "; 16 colours, 4 bits a pixel, gray class 0: colours\n";
+  const std::vector<Samples> colours = PngPalette(In("a.png"));
+  Pixels swatch = DecodePng(Out("swatch.png"));
+  ASSERT_EQ(swatch.width, 16 * 32);
+  ASSERT_EQ(swatch.height, 32);
+  for (int i = 0; i < 16; ++i) {
+    const Samples& colour = colours[static_cast<size_t>(i)];
+    char line[32];
+    std::snprintf(line, sizeof line, "%3d #%02x%02x%02x\n", i, colour[0] >> 8, colour[1] >> 8, colour[2] >> 8);
+    list += line;
+    for (const int x : {32 * i, 32 * i + 31}) EXPECT_TRUE(std::equal(colour.begin(), colour.end(), swatch.At(x, 31)));
+  }
+  EXPECT_EQ(ended.out, list);
+  // The list is a palette file.
+  Store(In("list.txt"), ended.out);
+  MakePng(In("rgb.png"), 9, 9, {PNG_COLOR_TYPE_RGB, 8, false, false});
+  ASSERT_EQ(Run({"convert", In("rgb.png"), Out("b.png"), "--palette", In("list.txt")}).code, 0);
+  EXPECT_EQ(PngPalette(Out("b.png")), colours);
+  // Gray of both directions.
+  MakeTiff(In("white.tif"), 9, 9, {PHOTOMETRIC_MINISWHITE, 4, 1, COMPRESSION_NONE});
+  EXPECT_TRUE(Run({"palette", In("white.tif")}).out.starts_with("; 16 colours, 4 bits a pixel, gray class 2: "));
+  MakePng(In("black.png"), 9, 9, {PNG_COLOR_TYPE_GRAY, 1, false, false});
+  EXPECT_EQ(Run({"palette", In("black.png")}).out,
+            "; 2 colours, 1 bit a pixel, gray class 1: ramp from black\n  0 #000000\n  1 #ffffff\n");
+}
+
+// ---- diff ----------------------------------------------------------------------------------------------------------
+
+TEST_F(Tool, DiffMeasuresAndAnswersByItsCode) {
+  MakePng(In("a.png"), 10, 10, {PNG_COLOR_TYPE_RGB, 8, false, false});
+  ASSERT_EQ(Run({"pixel", In("a.png"), "2,3", In("a.png"), "--set", "#646464"}).code, 0);
+  ASSERT_EQ(Run({"pixel", In("a.png"), "2,3", In("b.png"), "--set", "#656360"}).code, 0);  // +1, -1, -4
+  ASSERT_EQ(Run({"pixel", In("a.png"), "9,9", In("a.png"), "--set", "#000000"}).code, 0);
+  ASSERT_EQ(Run({"pixel", In("b.png"), "9,9", In("b.png"), "--set", "#030000"}).code, 0);
+  const std::string table =
+      "  channel   max error   mean error      PSNR dB    (of 255)\n"
+      "  red               3       0.0400        58.13\n"   // squares 1 + 9 of 100
+      "  green             1       0.0100        68.13\n"   // 1
+      "  blue              4       0.0400        56.09\n"   // 16
+      "  all               4       0.0300        58.59\n";  // 27 of 300
+  const Ended ended = Run({"diff", In("a.png"), In("b.png")});
+  EXPECT_EQ(ended.code, 8);
+  EXPECT_EQ(ended.err, "");
+  EXPECT_EQ(ended.out, table + "  2 of 100 pixels differ (2 %)\n");
+  const Ended three = Run({"diff", In("a.png"), In("b.png"), "--max-error", "3"});
+  EXPECT_EQ(three.code, 8);
+  EXPECT_EQ(three.out, table + "  2 of 100 pixels differ (2 %), 1 by more than 3\n");
+  EXPECT_EQ(Run({"diff", In("a.png"), In("b.png"), "--max-error", "4"}).code, 0);
+}
+
+TEST_F(Tool, DiffBringsPicturesToOneFormat) {
+  MakePng(In("rgb.png"), 21, 17, {PNG_COLOR_TYPE_RGB, 8, false, false});
+  MakePng(In("gray.png"), 21, 17, {PNG_COLOR_TYPE_GRAY, 8, false, false});
+  for (const auto& [from, bits] : {std::pair{"rgb.png", "32"},
+                                   {"rgb.png", "48"},
+                                   {"rgb.png", "64"},
+                                   {"gray.png", "16"},
+                                   {"gray.png", "24"},
+                                   {"gray.png", "48"}}) {
+    ASSERT_EQ(Run({"convert", In(from), Out("a.tif"), "--bits", bits}).code, 0);
+    const Ended ended = Run({"diff", In(from), Out("a.tif"), "--storage", "tiled", "--tile-size", "200"});
+    EXPECT_EQ(ended.code, 0) << from << ' ' << bits << '\n' << ended;
+    EXPECT_NE(ended.out.find("0 of 357 pixels differ (0 %)"), std::string::npos) << ended.out;
+  }
+  // A difference in opacity alone, and one below the upper byte of deep samples.
+  Pixels clear = MakePng(In("clear.png"), 21, 17, {PNG_COLOR_TYPE_RGB_ALPHA, 8, false, false});
+  ASSERT_EQ(Run({"convert", In("clear.png"), Out("opaque.png"), "--bits", "24"}).code, 0);
+  const Ended opacity = Run({"diff", In("clear.png"), Out("opaque.png")});
+  EXPECT_EQ(opacity.code, 8);
+  EXPECT_NE(opacity.out.find("  blue              0       0.0000          inf\n  opacity "), std::string::npos);
+  MakePng(In("deep.png"), 5, 5, {PNG_COLOR_TYPE_GRAY, 16, false, false});
+  ASSERT_EQ(Run({"pixel", In("deep.png"), "1,1", In("deep.png"), "--set", "gray:4096"}).code, 0);
+  ASSERT_EQ(Run({"pixel", In("deep.png"), "1,1", Out("deep.png"), "--set", "gray:4099"}).code, 0);
+  const Ended deep = Run({"diff", In("deep.png"), Out("deep.png")});
+  EXPECT_EQ(deep.code, 8);
+  EXPECT_NE(deep.out.find("  gray              3       0.1200 "), std::string::npos) << deep.out;
+}
+
+// ---- Refusals ------------------------------------------------------------------------------------------------------
+
+TEST_F(Tool, CommandsRefuseInOneLine) {
+  MakePng(In("a.png"), 9, 7, {PNG_COLOR_TYPE_RGB, 8, false, false});
+  MakePng(In("b.png"), 7, 9, {PNG_COLOR_TYPE_RGB, 8, false, false});
+  MakePng(In("turned.png"), 9, 7, {PNG_COLOR_TYPE_RGB, 8, false, false}, {0, 6, ""});
+  MakePng(In("p.png"), 9, 7, {PNG_COLOR_TYPE_PALETTE, 4, false, false});
+  const std::string a = In("a.png"), out = Out("a.png");
+  struct Case {
+    Words words;
+    int code;
+    const char* text;
+  };
+  const Case cases[] = {
+      {{"crop", a, out}, 1, "area"},
+      {{"crop", a, out, "1,2,3"}, 1, "'1,2,3' is not a rectangle"},
+      {{"crop", a, out, "1,2,0x3"}, 1, "is not a rectangle"},
+      {{"crop", a, out, "1,2,3x4x"}, 1, "is not a rectangle"},
+      {{"crop", a, out, "1,2,3000000000x4"}, 1, "is not a rectangle"},
+      {{"crop", a, out, "1,2,2000000000x2000000000"}, 4, "at most 4294901760 bytes"},
+      {{"crop", In("turned.png"), out, "2147483647,-2147483647,9x9"}, 1, "too far away"},
+      {{"crop", In("turned.png"), out, "-2147483647,0,9x9"}, 0, nullptr},
+      {{"crop", a, Out("a.jpg"), "0,0,65501x1"}, 4, "more than 65500 rows or columns"},
+      {{"pixel", a, "9,0"}, 1, "a.png: has no pixel 9,0, it is 9 x 7"},
+      {{"pixel", In("turned.png"), "0,9"}, 1, "has no pixel 0,9, it is 7 x 9"},
+      {{"pixel", a, "-1,0", out, "--set", "#000000"}, 1, "has no pixel -1,0"},
+      {{"pixel", a, "1"}, 1, "'1' is not a place"},
+      {{"pixel", a, "1,1", "--set", "#000000"}, 1, "--set and OUT go together"},
+      {{"pixel", a, "1,1", out}, 1, "--set and OUT go together"},
+      {{"pixel", a, "1,1", out, "--set", "gray:65536"}, 1, "is not a colour"},
+      {{"pixel", a, "1,1", out, "--set", "red"}, 1, "is not a colour"},
+      {{"palette", a}, 4, "a.png: has no palette, it is 24-bit colour"},
+      {{"palette", In("p.png"), "--swatch", Out("a.gif")}, 1, "names no format"},
+      {{"palette", In("p.png"), "--swatch", Out("a.jpg")}, 4, "JPEG cannot hold 4-bit palette"},
+      {{"diff", a, In("missing.png")}, 2, "missing.png: cannot open"},
+      {{"diff", a, In("b.png")}, 8, "b.png: is 7 x 9 pixels, "},
+      {{"diff", a, In("turned.png")}, 8, "turned.png: has orientation 6, "},
+  };
+  for (const Case& c : cases) {
+    const Ended ended = Run(c.words);
+    EXPECT_EQ(ended.code, c.code) << testing::PrintToString(c.words) << '\n' << ended;
+    if (c.code == 0) {
+      fs::remove(out);
+    } else {
+      EXPECT_TRUE(OneLine(ended, c.text)) << c.text << '\n' << ended;
+      EXPECT_EQ(ended.out, "") << testing::PrintToString(c.words);
+    }
+    EXPECT_TRUE(OutFiles().empty()) << testing::PrintToString(c.words);
+  }
+}
+
+TEST_F(Tool, CommandsSurviveRefusedMemoryAndFailingFiles) {
+  MakePng(In("a.png"), 90, 70, {PNG_COLOR_TYPE_RGB, 8, false, false});
+  MakePng(In("p.png"), 90, 70, {PNG_COLOR_TYPE_PALETTE, 4, false, false});
+  const std::string a = In("a.png"), out = Out("a.png");
+  const Words commands[] = {{"convert", a, out, "--bits", "7", "--storage", "tiled", "--tile-size", "4K"},
+                            {"crop", a, out, "-5,-5,50x50"},
+                            {"pixel", a, "1,1", out, "--set", "#000000"},
+                            {"palette", In("p.png"), "--swatch", out},
+                            {"diff", a, In("p.png")}};
+  for (const Words& words : commands) {
+    const bool writes = words[0] != "diff";
+    for (const bool memory : {true, false}) {
+      if (memory ? kSanitized : !writes) continue;  // the sanitizer's allocator stays in charge
+      int failed = 0;
+      for (long at = 1;; at += memory ? 23 : 1) {
+        SCOPED_TRACE(words[0] + ", " + (memory ? "allocation " : "file call ") + std::to_string(at));
+        const Ended ended = RunFaulty(words, at, {memory ? "TARN_TEST_MEMORY=once" : "TARN_TEST_WHAT=28"});
+        if (!FaultHappened()) break;
+        EXPECT_EQ(ended.signal, 0) << ended;
+        if (ended.code == 0 || (ended.code == 8 && !writes)) {  // done without
+          fs::remove(out);
+          continue;
+        }
+        ++failed;
+        EXPECT_EQ(ended.code, memory ? 6 : 5) << ended;
+        EXPECT_TRUE(OneLine(ended, memory ? "memory" : "cannot")) << ended;
+        EXPECT_TRUE(OutFiles().empty());
+      }
+      EXPECT_GT(failed, 3) << words[0];
+      fs::remove(out);
+    }
+  }
+}
+
+TEST_F(Tool, ProfilesGoOnlyWithPixelsOfTheirKind) {
+  Meta meta;
+  MakeTiff(In("a.tif"), 9, 9, {PHOTOMETRIC_RGB, 8, 3, COMPRESSION_NONE}, {300, 1, "a profile of colours"});
+  ASSERT_EQ(Run({"convert", In("a.tif"), Out("a.tif"), "--bits", "48"}).code, 0);
+  DecodeTiff(Out("a.tif"), nullptr, &meta);
+  EXPECT_EQ(meta, (Meta{300, 1, "a profile of colours"}));
+  ASSERT_EQ(Run({"convert", In("a.tif"), Out("a.tif"), "--gray"}).code, 0);
+  meta = {};
+  DecodeTiff(Out("a.tif"), nullptr, &meta);
+  EXPECT_EQ(meta, (Meta{300, 1, ""}));
+}
+
 }  // namespace
 }  // namespace tarn::test

@@ -17,6 +17,18 @@ std::string VersionText() {
          std::to_string(version.MinorNumber) + ")";
 }
 
+/// The words of the command line, last one first, as the parser takes them. A place such as -5,-5 gets a blank in
+/// front: the parser would look whether there is an option -5, and its look-up ends the process without memory.
+std::vector<std::string> Words(int argc, char** argv) {
+  std::vector<std::string> words;
+  for (int i = argc - 1; i > 0; --i) {
+    const std::string word = argv[i];
+    const bool place = word.size() > 1 && word[0] == '-' && word[1] >= '0' && word[1] <= '9';
+    words.push_back(place ? " " + word : word);
+  }
+  return words;
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("Pictures in PNG, JPEG and TIFF files: what they are, and work on them.", "tarn");
   app.set_version_flag("--version", VersionText());
@@ -31,7 +43,7 @@ int Run(int argc, char** argv) {
     entry.add_flag("--quiet,-q", quiet, "no progress bar on a terminal")->excludes(loud);
   }
   try {
-    app.parse(argc, argv);
+    app.parse(Words(argc, argv));
   } catch (const CLI::Success& help) {
     return app.exit(help);
   } catch (const CLI::ParseError& error) {

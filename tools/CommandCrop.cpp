@@ -1,0 +1,65 @@
+// tarn crop: a rectangle of a picture.
+
+#include <limits>
+
+#include "Command.h"
+#include "View.h"
+
+namespace tarn::tool {
+namespace {
+
+int32_t Coordinate(int64_t value, const std::string& file) {
+  if (value >= std::numeric_limits<int32_t>::min() && value <= std::numeric_limits<int32_t>::max()) {
+    return static_cast<int32_t>(value);
+  }
+  throw Failure(Exit::kUsage, file, "the rectangle is too far away");
+}
+
+class CropCommand final : public PictureCommand {
+ public:
+  const char* Name() const override { return "crop"; }
+  const char* Help() const override { return "write a rectangle of a picture"; }
+
+ protected:
+  void AddOwnOptions(Options& options) override {
+    options.Argument("area", text_, "X,Y,WxH",
+                     "the rectangle as the picture is seen; it may reach beyond the picture, where pixels are zero");
+  }
+  void CheckOwnOptions() const override {
+    Area area;
+    if (!ParseArea(text_, area)) throw Failure(Exit::kUsage, "", "'" + text_ + "' is not a rectangle; write X,Y,WxH");
+  }
+
+  Shape Plan(const Picture& picture) override {
+    ParseArea(text_, seen_);
+    const bool swap = SidesSwap(picture.orientation);
+    return {static_cast<int32_t>(swap ? seen_.height : seen_.width),
+            static_cast<int32_t>(swap ? seen_.width : seen_.height), LayoutOf(picture)};
+  }
+
+  void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) override {
+    BitmapHandle& source = bitmap->Handle();
+    const Area area = StoredArea(seen_, source.ViewPerspective, source.Width, source.Height);
+    const int32_t left = Coordinate(area.left, Input()), top = Coordinate(area.top, Input());
+    const auto width = static_cast<int32_t>(area.width), height = static_cast<int32_t>(area.height);
+    if (left >= source.Width || top >= source.Height || area.left + width <= 0 || area.top + height <= 0) {
+      console.Note(Input(), "the rectangle lies beside the picture");
+    }
+    const LibraryProgress progress(console, Input() + ", cropping");
+    bitmap = std::make_unique<Bitmap>(
+        [&](BitmapHandle* made, uint32_t memoryType) {
+          return T_CopyBitmapRect2(made, &source, sizeof *made, left, top, width, height, memoryType);
+        },
+        Storage(), Input(), "a rectangle of " + std::to_string(width) + " x " + std::to_string(height) + " pixels");
+  }
+
+ private:
+  std::string text_;
+  Area seen_;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> MakeCrop() { return std::make_unique<CropCommand>(); }
+
+}  // namespace tarn::tool

@@ -1,0 +1,53 @@
+#include "View.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+
+namespace tarn::tool {
+namespace {
+
+/// Where the text begins: blanks in front do not count.
+const char* Begin(const std::string& text) { return text.data() + std::min(text.find_first_not_of(' '), text.size()); }
+
+/// Takes a number and the character after it off the text; at the end 0 stands for that character.
+bool TakeNumber(const char*& at, const char* end, char after, int64_t& number) {
+  const auto [stop, error] = std::from_chars(at, end, number);
+  if (error != std::errc() || number > std::numeric_limits<int32_t>::max() ||
+      number < -std::numeric_limits<int32_t>::max()) {
+    return false;
+  }
+  if (after == 0 ? stop != end : stop == end || *stop != after) return false;
+  at = after == 0 ? stop : stop + 1;
+  return true;
+}
+
+}  // namespace
+
+bool ParsePlace(const std::string& text, Area& area) {
+  const char* at = Begin(text);
+  const char* const end = text.data() + text.size();
+  area.width = area.height = 1;
+  return TakeNumber(at, end, ',', area.left) && TakeNumber(at, end, 0, area.top);
+}
+
+bool ParseArea(const std::string& text, Area& area) {
+  const char* at = Begin(text);
+  const char* const end = text.data() + text.size();
+  return TakeNumber(at, end, ',', area.left) && TakeNumber(at, end, ',', area.top) &&
+         TakeNumber(at, end, 'x', area.width) && TakeNumber(at, end, 0, area.height) && area.width > 0 &&
+         area.height > 0;
+}
+
+Area StoredArea(const Area& seen, uint32_t perspective, int64_t width, int64_t height) noexcept {
+  // The area in storage's own directions, then counted from the other side where that side is seen first.
+  Area stored = seen;
+  if (SidesSwap(perspective)) stored = {seen.top, seen.left, seen.height, seen.width};
+  const bool fromRight = perspective == 2 || perspective == 3 || perspective == 7 || perspective == 8;
+  const bool fromBelow = perspective == 3 || perspective == 4 || perspective == 6 || perspective == 7;
+  if (fromRight) stored.left = width - stored.left - stored.width;
+  if (fromBelow) stored.top = height - stored.top - stored.height;
+  return stored;
+}
+
+}  // namespace tarn::tool

@@ -1,0 +1,28 @@
+#pragma once
+// Places in a picture as it is seen: columns to the right and rows down from the upper left corner, whatever way its
+// rows are stored. The way is the bitmap's view perspective, 1 to 8.
+
+#include <cstdint>
+#include <string>
+
+namespace tarn::tool {
+
+struct Area {
+  int64_t left = 0;
+  int64_t top = 0;
+  int64_t width = 0;
+  int64_t height = 0;
+};
+
+/// "X,Y" as an area of one pixel, and "X,Y,WxH"; X and Y may be negative. False for anything else, for sides below 1
+/// and for numbers beyond 31 bits.
+bool ParsePlace(const std::string& text, Area& area);
+bool ParseArea(const std::string& text, Area& area);
+
+/// Whether rows of storage are seen as columns.
+inline bool SidesSwap(uint32_t perspective) noexcept { return perspective >= 5; }
+/// Where an area of the picture lies in storage.
+/// @param width, height of the bitmap, as stored
+Area StoredArea(const Area& seen, uint32_t perspective, int64_t width, int64_t height) noexcept;
+
+}  // namespace tarn::tool
