@@ -36,7 +36,8 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
                     .shiftLowBits = ShiftLowBits_Portable,
                     .nearestEntry = NearestEntry_Portable,
                     .nearestPrepared = NearestPrepared_Portable,
-                    .pixels = &kPixelsPortable};
+                    .pixels = &kPixelsPortable,
+                    .dither = &kDitherPortable};
   if (limit >= Isa::kAvx2) {
     table.compressRuns = CompressRuns_Avx2;  // expanding goes run by run: wider registers do not help it
     table.shiftBits = ShiftBits_Avx2;
@@ -44,6 +45,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.nearestEntry = NearestEntry_Avx2;
     table.nearestPrepared = NearestPrepared_Avx2;
     table.pixels = &kPixelsAvx2;
+    table.dither = &kDitherAvx2;
   }
   return table;
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "Kernels/Dither.h"
 #include "Kernels/Pixels.h"
 
 namespace tarn {
@@ -48,6 +49,7 @@ struct KernelTable {
   /// The same of a prepared palette.
   uint32_t (*nearestPrepared)(const PreparedPalette& palette, uint32_t color) noexcept;
   const PixelKernels* pixels;
+  const DitherKernels* dither;
 };
 
 /// The rule of long runs, for the rare run of more than 65535 pixels: writes the words up to its last piece and moves

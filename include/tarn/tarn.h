@@ -8,6 +8,7 @@
 #include "convert.h"
 #include "copy.h"
 #include "dib.h"
+#include "dither.h"
 #include "files.h"
 #include "fill.h"
 #include "gray.h"

@@ -1,0 +1,284 @@
+// Dithering: every method, palette and source format against the published rules; groups of lines against single ones.
+
+#include "tarn/dither.h"
+
+#include <gtest/gtest.h>
+
+#include "Common/Internal/DitherRun.h"
+#include "DitherReference.h"
+#include "Platform/Fault.h"
+#include "Scope.h"
+#include "engine/Random.h"
+
+using namespace tarn::test;
+using ditherref::Palette;
+using tarn::Isa;
+using tarn::engine::Random;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+struct Source {
+  int32_t bits;
+  uint32_t order;
+  bool gray;  // a gray palette
+};
+constexpr Source kSources[] = {{24, 1, false}, {24, 0, false}, {8, 0, true},   {8, 0, false},  {1, 0, false},
+                               {3, 0, true},   {12, 2, true},  {16, 2, true},  {16, 1, false}, {32, 0, false},
+                               {32, 2, true},  {48, 1, false}, {64, 0, false}, {24, 5, false}};
+
+/// A described bitmap with a palette of its own, and the colours of its lines as the rules have them.
+struct Described : Bitmap {
+  Described(const Source& source, int32_t width, Random& random) : Bitmap(width, 1, source.bits) {
+    Order = source.order;
+    if (source.bits > 8) return;
+    for (int i = 0; i < 1 << source.bits; ++i) {
+      const uint8_t v = random.Byte();
+      colors.push_back(source.gray ? convertref::Entry{v, v, v, 0}
+                                   : convertref::Entry{v, random.Byte(), random.Byte(), 0});
+    }
+    T_SetBitmapNewPalette(this, reinterpret_cast<const T_PaletteEntry*>(colors.data()), 1u << source.bits);
+  }
+  std::vector<int> Rgb(const Bytes& line) const {
+    std::vector<int> rgb;
+    if ((BitsPerPixel == 12 || BitsPerPixel == 16) && Order == 2) {
+      for (int32_t x = 0; x < Width; ++x) {
+        const size_t at = static_cast<size_t>(BitsPerPixel == 12 ? x * 3 / 2 : 2 * x);
+        uint32_t v = line[at] | line[at + 1] * 256u;
+        if (BitsPerPixel == 12) v = x % 2 ? v >> 4 : v & 4095;
+        const int level = static_cast<int>(v * 255 / (BitsPerPixel == 12 ? 4095 : 65535));
+        rgb.insert(rgb.end(), 3, level);
+      }
+      return rgb;
+    }
+    const Bytes bgr =
+        convertref::Convert(line, Width, {BitsPerPixel, Order, colors.empty() ? nullptr : &colors}, {24, 0}, {});
+    return {bgr.begin(), bgr.begin() + 3 * Width};
+  }
+  ditherref::Palette colors;
+};
+
+/// Smooth parts and noise, in whatever format the bytes are read.
+Bytes MakeLine(Random& random, size_t bytes, int row) {
+  Bytes line(bytes);
+  for (size_t i = 0; i < bytes; ++i)
+    line[i] =
+        i < bytes / 2 ? static_cast<uint8_t>(i / 3 + static_cast<size_t>(row) * 5 + random.Byte() % 8) : random.Byte();
+  return line;
+}
+
+struct Target {
+  const char* name;
+  int count, bits;
+  bool given;
+  Palette palette;
+  bool lent;
+};
+
+std::vector<Target> Targets(Random& random) {
+  std::vector<Target> targets;
+  for (const int bits : {1, 2, 3, 4, 5, 6, 7, 8}) targets.push_back({"fixed", 1 << bits, bits, false, {}, false});
+  targets.push_back({"fixed, one colour", 1, 1, false, {}, false});
+  targets.push_back({"fixed, 11 in 8 bits", 11, 8, false, {}, false});
+  Palette web;
+  for (int i = 0; i < 216; ++i)
+    web.push_back(
+        {static_cast<uint8_t>(i % 6 * 51), static_cast<uint8_t>(i / 6 % 6 * 51), static_cast<uint8_t>(i / 36 * 51), 0});
+  targets.push_back({"web", 216, 8, true, web, false});
+  const auto chosen = [&](int count, uint8_t reserved) {
+    Palette palette;
+    for (int i = 0; i < count; ++i)
+      palette.push_back({random.Byte(), random.Byte(), random.Byte(), static_cast<uint8_t>(random.Byte() & reserved)});
+    return palette;
+  };
+  targets.push_back({"own, 256", 256, 8, true, chosen(256, 0), false});
+  targets.push_back({"own, 255, some not usable", 255, 8, true, chosen(255, 7), false});
+  targets.push_back({"own, 5", 5, 3, true, chosen(5, 0), false});
+  Palette none = chosen(9, 0);
+  for (auto& entry : none) entry.reserved = 1;
+  targets.push_back({"own, none usable", 9, 4, true, none, false});
+  targets.push_back({"own, 256 with a lent table", 256, 8, true, chosen(256, 0), true});
+  targets.push_back({"fixed with a lent table", 16, 4, false, {}, true});
+  return targets;
+}
+
+Bytes Packed(const std::vector<int>& indices, int bits, uint8_t before) {
+  Bytes line((indices.size() * static_cast<size_t>(bits) + 7) / 8, before);
+  for (size_t i = 0; i < indices.size(); ++i) {
+    for (int bit = 0; bit < bits; ++bit) {
+      const size_t at = i * static_cast<size_t>(bits) + static_cast<size_t>(bit);
+      const auto mask = static_cast<uint8_t>(0x80 >> at % 8);
+      const bool one = indices[i] >> (bits - 1 - bit) & 1;
+      line[at / 8] = static_cast<uint8_t>(one ? line[at / 8] | mask : line[at / 8] & ~mask);
+    }
+  }
+  return line;
+}
+
+class Dither : public testing::TestWithParam<Isa> {
+ protected:
+  void SetUp() override {
+    if (GetParam() > tarn::BestIsa()) GTEST_SKIP() << "not on this processor";
+    tarn::ForceIsa(GetParam());
+  }
+  void TearDown() override { tarn::ForceIsa(Isa::kCount); }
+
+  void Check(const Source& source, const Target& target, uint32_t method, int32_t width, Random& random) {
+    SCOPED_TRACE(testing::Message() << source.bits << "/" << source.order << " to " << target.name << ", "
+                                    << target.count << " in " << target.bits << " bits, method " << method << ", width "
+                                    << width);
+    Described bitmap(source, width, random);
+    bitmap.DitheringMethod = method;
+    std::vector<uint32_t> lent(32768), lentToo(32768);
+    for (size_t i = 0; i < 32768; i += 37)
+      lent[i] = lentToo[i] = static_cast<uint32_t>(i % 300);  // some beyond the count
+    ditherref::Run reference(width, static_cast<int>(method), target.given ? &target.palette : nullptr, target.count,
+                             target.bits, target.lent ? &lentToo : nullptr);
+    ASSERT_EQ(T_StartDitheringExt(
+                  &bitmap, target.given ? reinterpret_cast<const T_PaletteEntry*>(target.palette.data()) : nullptr,
+                  static_cast<uint32_t>(target.count), static_cast<uint32_t>(target.bits),
+                  target.lent ? lent.data() : nullptr),
+              SUCCESS);
+    for (int row = 0; row < 11; ++row) {
+      const Bytes line = MakeLine(random, bitmap.BytesPerLine, row);
+      const Bytes wanted = Packed(reference.Line(bitmap.Rgb(line)), target.bits, 0x5A);
+      Bytes got(wanted.size(), 0x5A);
+      ASSERT_EQ(T_DitherLine(&bitmap, line.data(), got.data()), SUCCESS);
+      ASSERT_EQ(got, wanted) << "row " << row;
+    }
+    EXPECT_EQ(T_StopDithering(&bitmap), SUCCESS);
+    EXPECT_EQ(V(bitmap.DitherContext), nullptr);
+    EXPECT_EQ(lent, lentToo);
+  }
+};
+
+TEST_P(Dither, EveryMethodAndPalette) {
+  Random random(51);
+  const auto targets = Targets(random);
+  for (const Target& target : targets) {
+    for (uint32_t method = 0; method <= 8; ++method) {
+      for (const Source& source : {kSources[0], kSources[2]}) Check(source, target, method, 300, random);
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
+TEST_P(Dither, EverySourceAndWidth) {
+  Random random(52);
+  const auto targets = Targets(random);
+  for (const Source& source : kSources) {
+    for (const size_t target : {size_t{0}, size_t{1}, size_t{3}, size_t{10}, size_t{11}}) {
+      for (const int32_t width : {1, 2, 5, 13, 127, 128, 131}) {
+        Check(source, targets[target], static_cast<uint32_t>(width) % 9, width, random);
+        Check(source, targets[target], 1, width, random);
+        if (HasFatalFailure()) return;
+      }
+    }
+  }
+}
+
+TEST_P(Dither, GroupsOfLinesAreTheLines) {
+  Random random(53);
+  const auto targets = Targets(random);
+  for (const Source& source : {kSources[0], kSources[2], kSources[7]}) {
+    for (const Target& target : targets) {
+      for (const uint32_t method : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u}) {
+        for (const int32_t width : {1, 9, 130, 700}) {
+          SCOPED_TRACE(testing::Message()
+                       << source.bits << " to " << target.name << " method " << method << " width " << width);
+          Described bitmap(source, width, random);
+          const tarn::DitherTarget to = {
+              target.given ? reinterpret_cast<const T_PaletteEntry*>(target.palette.data()) : nullptr,
+              static_cast<uint32_t>(target.count), static_cast<uint32_t>(target.bits), nullptr};
+          tarn::Status status = SUCCESS;
+          tarn::DitherRun* const single = tarn::DitherRun::Create(bitmap, method, to, status);
+          tarn::DitherRun* const group = tarn::DitherRun::Create(bitmap, method, to, status);
+          ASSERT_TRUE(single && group);
+          ASSERT_TRUE(group->OpenGroups().Ok());
+          const size_t bytes = (static_cast<size_t>(width) * to.bits + 7) / 8;
+          for (const int lines : {4, 4, 3, 1, 4, 2}) {
+            std::vector<Bytes> in, one(4, Bytes(bytes)), many(4, Bytes(bytes));
+            const uint8_t* sources[4];
+            uint8_t* results[4];
+            for (int i = 0; i < lines; ++i) {
+              in.push_back(MakeLine(random, bitmap.BytesPerLine, i));
+              sources[i] = in.back().data();
+              results[i] = many[static_cast<size_t>(i)].data();
+            }
+            for (int i = 0; i < lines; ++i) sources[i] = in[static_cast<size_t>(i)].data();
+            for (int i = 0; i < lines; ++i) single->Line(one[static_cast<size_t>(i)].data(), sources[i]);
+            group->Lines(results, sources, lines);
+            ASSERT_EQ(one, many);
+          }
+          tarn::DitherRun::Destroy(single);
+          tarn::DitherRun::Destroy(group);
+        }
+      }
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, Dither, testing::Values(Isa::kPortable, Isa::kAvx2));
+
+TEST(DitherRun, RefusesAndKeeps) {
+  Bitmap b(20, 4, 24);
+  uint8_t line[80] = {}, out[80] = {};
+  const auto start = [&](uint32_t count, uint32_t bits) {
+    return T_StartDitheringExt(&b, nullptr, count, bits, nullptr);
+  };
+  EXPECT_EQ(T_StartDithering(nullptr, nullptr, 2), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_StartDithering(&b, nullptr, 0), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_StartDithering(&b, nullptr, 257), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(start(2, 0), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(start(2, 9), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(start(5, 2), ERR_INVALID_PARAMETER);
+  b.DitheringMethod = 9;
+  EXPECT_EQ(start(2, 1), ERR_INVALID_PARAMETER);
+  b.DitheringMethod = 1;
+  b.StructSize = 211;
+  EXPECT_EQ(start(2, 1), ERR_BAD_STRUCT_SIZE);
+  b.StructSize = 212;
+  EXPECT_EQ(V(b.DitherContext), nullptr);
+  EXPECT_EQ(T_DitherLine(&b, line, out), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_StopDithering(&b), SUCCESS);
+  EXPECT_EQ(T_StopDithering(nullptr), ERR_INVALID_PARAMETER);
+
+  const auto before = tarn::platform::Held();
+  T_PaletteEntry own[20] = {};
+  for (uint8_t i = 0; i < 20; ++i) own[i] = {i, 7, 9, 0};
+  for (uint64_t n = 1;; ++n) {  // every allocation refused in turn
+    tarn::fault::Arm({.first = n, .last = n, .points = Mask(tarn::fault::Point::kMemory)});
+    const int32_t status = T_StartDithering(&b, own, 20);
+    tarn::fault::Disarm();
+    if (status == SUCCESS) break;
+    EXPECT_EQ(status, ERR_NO_MEMORY);
+    EXPECT_EQ(V(b.DitherContext), nullptr);
+    ASSERT_LT(n, 10u);
+  }
+  EXPECT_EQ(T_DitherLine(&b, nullptr, out), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_DitherLine(&b, line, nullptr), ERR_INVALID_PARAMETER);
+  b.Flags |= T_FLAG_SIGNED_DATA;
+  EXPECT_EQ(T_DitherLine(&b, line, out), ERR_SIGNED_DATA);
+  b.Flags &= ~static_cast<uint32_t>(T_FLAG_SIGNED_DATA);
+  EXPECT_EQ(T_DitherLine(&b, line, out), SUCCESS);
+  EXPECT_EQ(T_StopDithering(&b), SUCCESS);
+  EXPECT_TRUE(SameHeld(before, tarn::platform::Held()));
+}
+
+TEST(MatchTable, HoldsTheNearestOfEveryKey) {
+  Random random(54);
+  T_PaletteEntry palette[200];
+  for (auto& entry : palette) entry = {random.Byte(), random.Byte(), random.Byte(), 1};
+  uint32_t* const table = T_CreateUserMatchTable(palette, 200);
+  ASSERT_NE(table, nullptr);
+  for (uint32_t key = 0; key < 32768; key += 11)
+    ASSERT_EQ(table[key],
+              T_FindPaletteIndex(palette, 200, static_cast<uint8_t>(key >> 10 << 3),
+                                 static_cast<uint8_t>((key >> 5 & 31) << 3), static_cast<uint8_t>((key & 31) << 3)) +
+                  1);
+  EXPECT_EQ(T_FreeUserMatchTable(table), SUCCESS);
+  EXPECT_EQ(T_FreeUserMatchTable(nullptr), SUCCESS);
+  EXPECT_EQ(T_CreateUserMatchTable(nullptr, 5), nullptr);
+}
+
+}  // namespace
