@@ -38,6 +38,26 @@ void GiveTable(Work& w) {
   record.Flags |= T_FLAG_LUT_IN_USE;
 }
 
+constexpr uint32_t kDitherColors = 20;
+
+/// A run over all lines of a bitmap to a palette that is no fixed table.
+int64_t DitherAll(Work& w) {
+  BitmapHandle& record = w.subject.record;
+  T_PaletteEntry palette[kDitherColors];
+  for (uint8_t i = 0; i < kDitherColors; ++i)
+    palette[i] = {static_cast<uint8_t>(13 * i), i, static_cast<uint8_t>(200 - i), 0};
+  const int32_t started = T_StartDithering(&record, palette, kDitherColors);
+  if (started != SUCCESS) return started;
+  const size_t bytes = (static_cast<size_t>(w.shape.width) * 5 + 7) / 8;
+  w.buffer.assign(bytes * static_cast<uint32_t>(w.shape.height), 0);
+  Bytes line(w.shape.RowBytes());
+  for (int32_t row = 0; row < w.shape.height; ++row) {
+    T_GetBitmapRow(&record, line.data(), static_cast<uint32_t>(row), line.size());
+    T_DitherLine(&record, line.data(), w.buffer.data() + bytes * static_cast<uint32_t>(row));
+  }
+  return T_StopDithering(&record);
+}
+
 }  // namespace
 
 void AddColorOperations(std::vector<Operation>& table) {
@@ -52,6 +72,33 @@ void AddColorOperations(std::vector<Operation>& table) {
   table.push_back({.name = "T_CreateGrayScaleBitmap", .kinds = kAllKinds, .failures = kFailures, .call = [](Work& w) {
                      return T_CreateGrayScaleBitmap(&w.made, &w.subject.record, 8, sizeof w.made);
                    }});
+  Operation decodedCopy = table.back();
+  decodedCopy.name = "T_CreateGrayScaleBitmap through a table";
+  decodedCopy.depths = DepthBit(12) | DepthBit(16);
+  decodedCopy.prepare = GiveTable;
+  table.push_back(decodedCopy);
+  for (const uint32_t method : {DITHER_NONE, DITHER_FLOYD_STEINBERG, DITHER_STEVENSON_ARCE}) {
+    static const char* const names[] = {"T_DitherLine", "T_DitherLine, one line of errors",   nullptr, nullptr,
+                                        nullptr,        "T_DitherLine, three lines of errors"};
+    table.push_back({.name = names[method],
+                     .kinds = Bit(Kind::kBlock),
+                     .failures = {ERR_NO_MEMORY},
+                     .prepare = [method](Work& w) { w.subject.record.DitheringMethod = method; },
+                     .call = DitherAll});
+  }
+  table.push_back({.name = "T_CreateUserMatchTable",
+                   .depths = DepthBit(1),
+                   .failures = {ERR_NO_MEMORY},
+                   .call = [](Work& w) -> int64_t {
+                     w.block = T_CreateUserMatchTable(T_IntGetNetscapePalette(), 216);
+                     return w.block ? SUCCESS : ERR_NO_MEMORY;
+                   },
+                   .finish =
+                       [](Work& w) {
+                         const auto* const bytes = static_cast<const uint8_t*>(w.block);
+                         w.buffer.assign(bytes, bytes + sizeof(uint32_t) * T_MATCH_TABLE_ENTRIES);
+                         T_FreeUserMatchTable(static_cast<uint32_t*>(w.block));
+                       }});
   table.push_back(Narrow("T_Gray32To16", T_Gray32To16));
   table.push_back(Narrow("T_Gray32To8", T_Gray32To8));
 }
