@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 
 #include "Console.h"
 #include "Failure.h"
@@ -285,6 +286,12 @@ th:first-child, td:first-child { text-align: left; padding-left: 0; }
 tr:last-child td { border-bottom: 0; }
 td.rate { background: linear-gradient(var(--bar), var(--bar)) no-repeat right center / var(--part) 70%; }
 td.yes { color: var(--good); }
+h1 + p { margin-top: 12px; }
+article + h1 { margin-top: 56px; }
+.depths { display: grid; grid-template-columns: repeat(auto-fill, minmax(230px, 1fr)); gap: 24px; margin-top: 24px; }
+.depths img { width: 100%; }
+figcaption { margin-top: 6px; font-size: 13px; }
+code { font-size: 12px; overflow-wrap: anywhere; }
 @media (max-width: 760px) { article { grid-template-columns: minmax(0, 1fr); padding: 16px; } }
 )";
 
@@ -312,7 +319,51 @@ std::string Card(const Shown& shown, double most) {
   return html + "</table></div>\n</div>\n</article>\n";
 }
 
-std::string Page(const std::vector<Shown>& all, const std::string& origin, size_t trips, size_t wrong) {
+// ---- One photograph in every depth ---------------------------------------------------------------------------------
+
+struct DepthShown {
+  std::string image;     // file beside the page
+  std::string command;   // that made it
+  std::string distance;  // decibels
+  std::string holds;     // what the file holds
+  uint64_t bytes = 0;    // of the file
+};
+
+/// Lines of an image, its command and its distance, with tabs between.
+std::vector<DepthShown> ReadDepths(const std::string& list, const std::filesystem::path& directory) {
+  std::vector<DepthShown> depths;
+  std::ifstream in(list);
+  DepthShown shown;
+  while (std::getline(in, shown.image, '\t') && std::getline(in, shown.command, '\t') &&
+         std::getline(in, shown.distance)) {
+    Console console(false, true);
+    InputFile file(directory / shown.image);
+    shown.bytes = file.Size();
+    shown.holds = OpenPicture(file, console, 0)->Info().depth;
+    depths.push_back(shown);
+  }
+  return depths;
+}
+
+std::string DepthSection(const std::vector<DepthShown>& depths) {
+  if (depths.empty()) return "";
+  std::string html =
+      "<h1>One photograph in every depth</h1>\n<p>Each picture was made from the same photograph by the command below "
+      "it, with the nearest colours and without dithering. Depths that no file format has are shown in the next one "
+      "that holds the same pixels. The decibels are the distance from the photograph as <code>tarn diff</code> "
+      "measures it.</p>\n<div class=\"depths\">\n";
+  for (const DepthShown& shown : depths) {
+    html += "<figure><a href=\"" + Escaped(shown.image) + "\"><img loading=\"lazy\" src=\"" + Escaped(shown.image) +
+            "\" alt=\"" + Escaped(shown.command) + "\"></a><figcaption><code>" + Escaped(shown.command) +
+            "</code><div class=\"soft\">" + Escaped(shown.holds) + ", " + Grouped(shown.bytes) + " bytes; " +
+            (shown.distance == "inf" ? "no difference" : Escaped(shown.distance) + " dB") +
+            "</div></figcaption></figure>\n";
+  }
+  return html + "</div>\n";
+}
+
+std::string Page(const std::vector<Shown>& all, const std::vector<DepthShown>& depths, const std::string& origin,
+                 size_t trips, size_t wrong) {
   double most = 1;
   for (const Shown& shown : all) {
     for (const Result& result : shown.results) most = std::max({most, result.writeRate, result.readRate});
@@ -330,7 +381,7 @@ std::string Page(const std::vector<Shown>& all, const std::string& origin, size_
       " Rates are the best of several passes on this machine, bars are logarithmic; files go through the system's "
       "cache.</p>\n";
   for (const Shown& shown : all) html += Card(shown, most);
-  return html + "</main>\n</body>\n</html>\n";
+  return html + DepthSection(depths) + "</main>\n</body>\n</html>\n";
 }
 
 void WriteText(const std::filesystem::path& name, const std::string& text) {
@@ -341,11 +392,12 @@ void WriteText(const std::filesystem::path& name, const std::string& text) {
 
 int Run(int argc, char** argv) {
   CLI::App app("Takes pictures through every kind of storage and back.", "tarn_demo");
-  std::string directory, origin;
+  std::string directory, origin, depths;
   std::vector<std::string> files;
   app.add_option("directory", directory, "where the page goes")->required()->check(CLI::ExistingDirectory);
   app.add_option("files", files, "PNG, JPEG or TIFF files")->required();
   app.add_option("--origin", origin, "a sentence about where the pictures come from");
+  app.add_option("--depths", depths, "list of images of one photograph: image, command and distance a line");
   CLI11_PARSE(app, argc, argv);
   InstallSignalCleanup();
 
@@ -361,7 +413,7 @@ int Run(int argc, char** argv) {
   PrintTable(all);
   std::printf("%zu of %zu round trips gave the same bytes\n", trips - wrong, trips);
   const std::filesystem::path page = std::filesystem::absolute(directory) / "index.html";
-  WriteText(page, Page(all, origin, trips, wrong));
+  WriteText(page, Page(all, ReadDepths(depths, directory), origin, trips, wrong));
   std::printf("%s\n", page.c_str());
   return wrong == 0 ? 0 : 1;
 }

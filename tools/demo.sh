@@ -12,7 +12,7 @@ programs=$(cd "$1" && pwd)/tools
 cd "$(dirname "$0")/.." || exit 2
 cache=$PWD/build/cache
 out=$PWD/build/demo
-for program in tarn_demo tarn_samples; do
+for program in tarn tarn_demo tarn_samples; do
   if [ ! -x "$programs/$program" ]; then
     echo "demo: $programs/$program is missing; build first" >&2
     exit 2
@@ -61,6 +61,7 @@ if [ $# = 0 ]; then
   set -- tests/data/landscape.jpg
   origin=
 fi
+photograph=$1
 "$programs/tarn_samples" landscape --gray16 "$out/landscape-gray16.tif" || exit 1
 set -- "$@" "$out/landscape-gray16.tif"
 origin="$origin The landscape is computed."
@@ -86,4 +87,21 @@ else
 fi
 rm -f "$out/page.ps" "$out/page.log" "$out/page.print.png"
 
-"$programs/tarn_demo" --origin "$origin" "$out" "$@"
+# ---- One photograph in every depth -----------------------------------------------------------------------------------
+
+# depth NAME OPTION...: converts the photograph and notes the file, the command, and the distance from the photograph.
+depth() {
+  image=depth-$1.png
+  shift
+  "$programs/tarn" convert "$photograph" "$out/$image" "$@" || return 1
+  distance=$("$programs/tarn" diff "$photograph" "$out/$image" | awk '$1 == "all" { print $4 }')
+  printf '%s\t%s\t%s\n' "$image" "tarn convert $(basename "$photograph") $image $*" "$distance" >>"$out/depths.txt"
+}
+
+for bits in 1 2 3 4 5 6 7 8; do depth "$bits" --bits "$bits" --palette fixed || exit 1; done
+depth gray8 --gray || exit 1
+depth gray12 --bits 12 || exit 1
+depth gray16 --bits 16 --gray || exit 1
+for bits in 16 24 32 48 64; do depth "$bits" --bits "$bits" || exit 1; done
+
+"$programs/tarn_demo" --origin "$origin" --depths "$out/depths.txt" "$out" "$@"
