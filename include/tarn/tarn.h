@@ -14,6 +14,7 @@
 #include "gray.h"
 #include "hooks.h"
 #include "huge.h"
+#include "list.h"
 #include "memory.h"
 #include "palette.h"
 #include "pixel.h"
