@@ -163,8 +163,8 @@ void FileToFile::Run(const Plan& plan, const Work& work, Console& console) {
 }
 
 void PictureCommand::AddOptions(Options& options) {
-  options.Argument("in", way_.input, "IN", "PNG, JPEG or TIFF file, recognised by its content");
-  options.Argument("out", way_.output, "OUT", "file to write; .png, .jpg or .tif");
+  options.Argument("in", way_.input, "IN", "PNG, JPEG, TIFF or BMP file, recognised by its content");
+  options.Argument("out", way_.output, "OUT", "file to write; .png, .jpg, .tif or .bmp");
   AddOwnOptions(options);
   way_.AddOptions(options);
 }

@@ -72,7 +72,7 @@ class DiffCommand final : public Command {
   const char* Help() const override { return "tell how far two pictures are apart"; }
 
   void AddOptions(Options& options) override {
-    options.Argument("a", first_, "A", "PNG, JPEG or TIFF file");
+    options.Argument("a", first_, "A", "PNG, JPEG, TIFF or BMP file");
     options.Argument("b", second_, "B", "another one of the same size");
     options.Number("--max-error", tolerance_, 0, 65535, "differences of up to N steps of a sample count as none");
     options.Number("--page2", secondPage_, 1, 65535, "page of B");

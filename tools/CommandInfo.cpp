@@ -41,7 +41,7 @@ class InfoCommand final : public Command {
   const char* Help() const override { return "tell what files hold, and what they become in memory"; }
 
   void AddOptions(Options& options) override {
-    options.Arguments("files", files_, "FILE", "PNG, JPEG or TIFF files");
+    options.Arguments("files", files_, "FILE", "PNG, JPEG, TIFF or BMP files");
     reading_.AddPage(options);
     reading_.AddLimits(options);
   }

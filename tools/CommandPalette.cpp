@@ -32,8 +32,8 @@ class PaletteCommand final : public Command {
   const char* Help() const override { return "list the colours of a picture with a palette"; }
 
   void AddOptions(Options& options) override {
-    options.Argument("file", file_, "FILE", "PNG, JPEG or TIFF file of up to 8 bits a pixel");
-    options.Text("--swatch", swatch_, "OUT", "also write a picture of the colours; .png, .jpg or .tif");
+    options.Argument("file", file_, "FILE", "PNG, JPEG, TIFF or BMP file of up to 8 bits a pixel");
+    options.Text("--swatch", swatch_, "OUT", "also write a picture of the colours; .png, .jpg, .tif or .bmp");
     reading_.AddPage(options);
   }
   void CheckOptions() const override {

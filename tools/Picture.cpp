@@ -54,11 +54,11 @@ int32_t DotsPerInch(double perInch) noexcept {
 
 namespace {
 
-constexpr std::array<const char*, 3> kFormatNames = {"PNG", "JPEG", "TIFF"};
+constexpr std::array<const char*, 4> kFormatNames = {"PNG", "JPEG", "TIFF", "BMP"};
 constexpr uint32_t kJpegMaxSide = 65500;
 
 [[noreturn]] void Refuse(Format format, const std::string& name, const std::string& what) {
-  const char* other = format == Format::kJpeg ? "PNG or TIFF" : "TIFF";
+  const char* other = format == Format::kJpeg || format == Format::kBmp ? "PNG or TIFF" : "TIFF";
   throw Failure(Exit::kDepth, name,
                 std::string(kFormatNames[static_cast<size_t>(format)]) + " cannot hold " + what + "; write " + other);
 }
@@ -77,7 +77,8 @@ std::unique_ptr<Reader> OpenPicture(InputFile& file, Console& console, int page)
   if (page > 1) throw Failure(Exit::kUsage, file.Name(), "has one page only");
   if (starts("\x89PNG\r\n\x1A\n", 8)) return OpenPng(file, console);
   if (starts("\xFF\xD8\xFF", 3)) return OpenJpeg(file, console);
-  throw Failure(Exit::kDamaged, file.Name(), "is not a PNG, JPEG or TIFF file");
+  if (starts("BM", 2)) return OpenBmp(file);
+  throw Failure(Exit::kDamaged, file.Name(), "is not a PNG, JPEG, TIFF or BMP file");
 }
 
 Format FormatOf(const std::string& name) {
@@ -87,12 +88,14 @@ Format FormatOf(const std::string& name) {
   if (extension == "png") return Format::kPng;
   if (extension == "jpg" || extension == "jpeg") return Format::kJpeg;
   if (extension == "tif" || extension == "tiff") return Format::kTiff;
-  throw Failure(Exit::kUsage, name, "the extension names no format that can be written; use .png, .jpg or .tif");
+  if (extension == "bmp") return Format::kBmp;
+  throw Failure(Exit::kUsage, name, "the extension names no format that can be written; use .png, .jpg, .tif or .bmp");
 }
 
 void RequireHolds(Format format, const WriteOptions& options, const Picture& picture, const std::string& name) {
   const int32_t bits = picture.bits;
   if (format == Format::kPng && bits <= 8 && (bits & (bits - 1)) != 0) Refuse(format, name, DepthName(picture));
+  if (format == Format::kBmp && bits > 8 && bits != 24 && bits != 32) Refuse(format, name, DepthName(picture));
   if (format == Format::kJpeg) {
     const bool gray = bits == 8 && RampOf(picture.palette) != Ramp::kNone;
     if (!gray && bits != 24) Refuse(format, name, DepthName(picture));
@@ -114,6 +117,8 @@ void WritePicture(Format format, const WriteOptions& options, const Picture& pic
       return WriteJpeg(picture, bitmap, file, console, progress, options.jpegQuality);
     case Format::kTiff:
       return WriteTiff(picture, bitmap, file, console, progress, options.compression);
+    case Format::kBmp:
+      return WriteBmp(picture, bitmap, file, console, progress);
   }
 }
 

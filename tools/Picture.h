@@ -114,7 +114,7 @@ class Reader {
   Picture picture_;
 };
 
-enum class Format { kPng, kJpeg, kTiff };
+enum class Format { kPng, kJpeg, kTiff, kBmp };
 enum class TiffCompression { kDefault, kNone, kLzw, kDeflate, kPackBits, kG4 };
 
 struct WriteOptions {
@@ -132,9 +132,11 @@ void WritePicture(Format format, const WriteOptions& options, const Picture& pic
                   Console& console, Progress& progress);
 
 // One pair for each codec, behind the functions above.
+std::unique_ptr<Reader> OpenBmp(InputFile& file);
 std::unique_ptr<Reader> OpenPng(InputFile& file, Console& console);
 std::unique_ptr<Reader> OpenJpeg(InputFile& file, Console& console);
 std::unique_ptr<Reader> OpenTiff(InputFile& file, Console& console, int page);
+void WriteBmp(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress);
 void WritePng(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress);
 void WriteJpeg(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress,
                int quality);

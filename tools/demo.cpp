@@ -395,7 +395,7 @@ int Run(int argc, char** argv) {
   std::string directory, origin, depths;
   std::vector<std::string> files;
   app.add_option("directory", directory, "where the page goes")->required()->check(CLI::ExistingDirectory);
-  app.add_option("files", files, "PNG, JPEG or TIFF files")->required();
+  app.add_option("files", files, "PNG, JPEG, TIFF or BMP files")->required();
   app.add_option("--origin", origin, "a sentence about where the pictures come from");
   app.add_option("--depths", depths, "list of images of one photograph: image, command and distance a line");
   CLI11_PARSE(app, argc, argv);

@@ -1,4 +1,4 @@
-// tarn: pictures in PNG, JPEG and TIFF files through the library's bitmaps.
+// tarn: pictures in PNG, JPEG, TIFF and BMP files through the library's bitmaps.
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -30,7 +30,7 @@ std::vector<std::string> Words(int argc, char** argv) {
 }
 
 int Run(int argc, char** argv) {
-  CLI::App app("Pictures in PNG, JPEG and TIFF files: what they are, and work on them.", "tarn");
+  CLI::App app("Pictures in PNG, JPEG, TIFF and BMP files: what they are, and work on them.", "tarn");
   app.set_version_flag("--version", VersionText());
   app.require_subcommand(1);
   bool verbose = false, quiet = false;

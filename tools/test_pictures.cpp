@@ -458,4 +458,177 @@ Pixels DecodeJpeg(const std::string& name, Meta* meta) {
   return pixels;
 }
 
+// ---- BMP -----------------------------------------------------------------------------------------------------------
+
+namespace {
+
+void Append(std::string& bytes, uint32_t value, int count) {
+  for (int i = 0; i < count; ++i) bytes += static_cast<char>(value >> 8 * i);
+}
+
+/// A row of indices as run lengths: runs where there are some, else indices as they are.
+void AppendRuns(std::string& bytes, const std::vector<uint32_t>& row, int bits) {
+  for (size_t x = 0; x < row.size();) {
+    size_t run = 1;
+    while (x + run < row.size() && run < 255 && row[x + run] == row[x]) ++run;
+    const size_t left = row.size() - x;
+    if (run > 1 || left < 3) {
+      Append(bytes, static_cast<uint32_t>(run), 1);
+      Append(bytes, bits == 8 ? row[x] : row[x] * 17, 1);
+      x += run;
+      continue;
+    }
+    const size_t count = std::min<size_t>(left, 5);
+    Append(bytes, 0, 1);
+    Append(bytes, static_cast<uint32_t>(count), 1);
+    std::string data;
+    for (size_t i = 0; i < count; i += bits == 8 ? 1 : 2)
+      Append(data, bits == 8 ? row[x + i] : row[x + i] << 4 | (i + 1 < count ? row[x + i + 1] : 0), 1);
+    if (data.size() % 2) data += '\0';
+    bytes += data;
+    x += count;
+  }
+  Append(bytes, 0, 2);
+}
+
+/// Shift and width of red, green, blue and opacity within a pixel.
+struct BmpField {
+  int shift, bits;
+};
+
+std::array<BmpField, 4> BmpFields(const BmpKind& kind) {
+  if (kind.bits == 16 && kind.opacity) return {{{8, 4}, {4, 4}, {0, 4}, {12, 4}}};
+  if (kind.bits == 16 && kind.otherMasks) return {{{11, 5}, {5, 6}, {0, 5}, {0, 0}}};
+  if (kind.bits == 16) return {{{10, 5}, {5, 5}, {0, 5}, {0, 0}}};
+  if (kind.otherMasks) return {{{0, 8}, {8, 8}, {16, 8}, {24, kind.opacity ? 8 : 0}}};
+  return {{{16, 8}, {8, 8}, {0, 8}, {24, kind.opacity ? 8 : 0}}};
+}
+
+/// Eight bits of which the `bits` are repeated.
+uint32_t Repeated(uint32_t value, int bits) {
+  uint32_t wide = 0;
+  for (int i = 0; i < 8; ++i) wide = wide << 1 | (value >> (bits - 1 - i % bits) & 1);
+  return wide;
+}
+
+}  // namespace
+
+Pixels MakeBmp(const std::string& name, int width, int height, const BmpKind& kind, const Meta& meta) {
+  Pixels truth{width, height, std::vector<uint16_t>(static_cast<size_t>(width) * height * 4)};
+  const uint32_t entries = kind.bits <= 8 ? (kind.header == 12 ? 1u << kind.bits : std::min(1u << kind.bits, 200u)) : 0;
+  const bool masks = kind.opacity || kind.otherMasks;
+  const std::array<BmpField, 4> fields = BmpFields(kind);
+  std::string rows;
+  for (int i = 0; i < height; ++i) {
+    const int y = kind.topDown ? i : height - 1 - i;
+    std::vector<uint32_t> line;
+    for (int x = 0; x < width; ++x) {
+      uint16_t* const pixel = truth.At(x, y);
+      pixel[3] = 65535;
+      uint32_t word = 0;
+      if (kind.bits <= 8) {
+        word = Level(x, y, 0, kind.bits) % entries;
+        uint8_t rgb[3];
+        PaletteEntry(word, rgb);
+        for (int c = 0; c < 3; ++c) pixel[c] = static_cast<uint16_t>(rgb[c] * 257);
+      } else {
+        for (int c = 0; c < 4; ++c) {
+          const BmpField field = fields[static_cast<size_t>(c)];
+          if (field.bits == 0) continue;
+          const uint32_t level = Level(x, y, c, field.bits);
+          word |= level << field.shift;
+          pixel[c] = static_cast<uint16_t>(Repeated(level, field.bits) * 257);
+        }
+      }
+      line.push_back(word);
+    }
+    if (kind.runs) {
+      AppendRuns(rows, line, kind.bits);
+      continue;
+    }
+    std::vector<uint8_t> packed;
+    Packer packer(packed);
+    for (const uint32_t word : line) {
+      if (kind.bits <= 8) packer.Put(word, kind.bits);
+      for (int byte = 0; kind.bits > 8 && byte < kind.bits / 8; ++byte)
+        packed.push_back(static_cast<uint8_t>(word >> 8 * byte));
+    }
+    packed.resize((packed.size() + 3) / 4 * 4);
+    rows.append(packed.begin(), packed.end());
+  }
+  if (kind.runs) Append(rows, 0x0100, 2);
+
+  std::string head;
+  Append(head, static_cast<uint32_t>(kind.header), 4);
+  if (kind.header == 12) {
+    Append(head, static_cast<uint32_t>(width), 2);
+    Append(head, static_cast<uint32_t>(height), 2);
+  } else {
+    Append(head, static_cast<uint32_t>(width), 4);
+    Append(head, static_cast<uint32_t>(kind.topDown ? -height : height), 4);
+  }
+  Append(head, 1, 2);
+  Append(head, static_cast<uint32_t>(kind.bits), 2);
+  if (kind.header != 12) {
+    Append(head, kind.runs ? (kind.bits == 8 ? 1 : 2) : masks ? 3 : 0, 4);
+    Append(head, static_cast<uint32_t>(rows.size()), 4);
+    for (int i = 0; i < 2; ++i) Append(head, static_cast<uint32_t>(meta.dpi / 0.0254 + 0.5), 4);
+    Append(head, entries, 4);
+    Append(head, 0, 4);
+    for (size_t c = 0; masks && c < (kind.header == 40 || kind.header == 52 ? 3 : 4); ++c)
+      Append(head, ((1u << fields[c].bits) - 1) << (fields[c].bits ? fields[c].shift : 0), 4);
+    if (static_cast<int>(head.size()) < kind.header) head.resize(static_cast<size_t>(kind.header));
+  }
+  for (uint32_t i = 0; i < entries; ++i) {
+    uint8_t rgb[3];
+    PaletteEntry(i, rgb);
+    for (int c = 2; c >= 0; --c) Append(head, rgb[c], 1);
+    if (kind.header != 12) Append(head, 0, 1);
+  }
+  std::string bytes = "BM";
+  Append(bytes, static_cast<uint32_t>(14 + head.size() + rows.size()), 4);
+  Append(bytes, 0, 4);
+  Append(bytes, static_cast<uint32_t>(14 + head.size()), 4);
+  bytes += head + rows;
+  const File file(name, "wb");
+  if (std::fwrite(bytes.data(), 1, bytes.size(), file.file) != bytes.size()) Throw("cannot write " + name);
+  return truth;
+}
+
+Pixels DecodeBmp(const std::string& name, std::string* what, Meta* meta) {
+  std::vector<uint8_t> bytes;
+  {
+    const File file(name, "rb");
+    for (int c; (c = std::fgetc(file.file)) != EOF;) bytes.push_back(static_cast<uint8_t>(c));
+  }
+  const auto number = [&](size_t at) {
+    return bytes.at(at) | static_cast<uint32_t>(bytes.at(at + 1)) << 8 | static_cast<uint32_t>(bytes.at(at + 2)) << 16 |
+           static_cast<uint32_t>(bytes.at(at + 3)) << 24;
+  };
+  const int width = static_cast<int>(number(18)), height = static_cast<int>(number(22)), bits = bytes.at(28);
+  const bool opacity = bits == 32 && number(30) == 3 && number(66) == 0xFF000000;
+  if (bytes[0] != 'B' || bytes[1] != 'M' || number(2) != bytes.size()) Throw("not a whole BMP file");
+  if (!opacity && number(30) != 0) Throw("unexpected compression");
+  if (what)
+    *what = bits <= 8 ? "palette " + std::to_string(bits)
+            : opacity ? "colour+opacity 32"
+                      : "colour " + std::to_string(bits);
+  if (meta) *meta = {static_cast<int>(number(38) * 0.0254 + 0.5), 1, ""};
+  const size_t table = 14 + number(14), pixels = number(10);
+  const size_t rowBytes = (static_cast<size_t>(width) * static_cast<size_t>(bits) + 31) / 32 * 4;
+  if (pixels + rowBytes * static_cast<size_t>(height) != bytes.size()) Throw("rows of another length");
+  Pixels result{width, height, std::vector<uint16_t>(static_cast<size_t>(width) * height * 4)};
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* const row = &bytes[pixels + static_cast<size_t>(height - 1 - y) * rowBytes];
+    for (int x = 0; x < width; ++x) {
+      const uint8_t* bgr = row + x * bits / 8;
+      if (bits <= 8) bgr = &bytes.at(table + 4 * Unpack(row, x, bits));
+      uint16_t* const pixel = result.At(x, y);
+      for (int c = 0; c < 3; ++c) pixel[c] = static_cast<uint16_t>(bgr[2 - c] * 257);
+      pixel[3] = opacity ? static_cast<uint16_t>(bgr[3] * 257) : 65535;
+    }
+  }
+  return result;
+}
+
 }  // namespace tarn::test

@@ -58,4 +58,16 @@ struct JpegKind {
 void MakeJpeg(const std::string& name, int width, int height, const JpegKind& kind, const Meta& meta = {});
 Pixels DecodeJpeg(const std::string& name, Meta* meta = nullptr);
 
+struct BmpKind {
+  int bits;  // 1, 2, 4, 8, 16, 24 or 32
+  int header = 40;
+  bool topDown = false;
+  bool runs = false;     // of 4 and 8 bits
+  bool opacity = false;  // of 16 and 32 bits: a mask of its own, with a header of 56 and more
+  bool otherMasks = false;
+};
+Pixels MakeBmp(const std::string& name, int width, int height, const BmpKind& kind, const Meta& meta = {});
+/// Uncompressed files with the bottom row first; `what` gets "palette 4", "colour 24", "colour+opacity 32".
+Pixels DecodeBmp(const std::string& name, std::string* what = nullptr, Meta* meta = nullptr);
+
 }  // namespace tarn::test

@@ -13,6 +13,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -146,6 +147,69 @@ TEST_F(Tool, TiffKindsKeepEveryPixel) {
   }
 }
 
+TEST_F(Tool, BmpKindsKeepEveryPixel) {
+  struct Case {
+    BmpKind kind;
+    const char* becomes;  // type and depth of the BMP written
+  };
+  const Case cases[] = {{{1}, "palette 1"},
+                        {{1, 12}, "palette 1"},
+                        {{2}, "palette 4"},
+                        {{4, 124, true}, "palette 4"},
+                        {{4, 40, false, true}, "palette 4"},
+                        {{8, 12}, "palette 8"},
+                        {{8, 40, false, true}, "palette 8"},
+                        {{8, 108, true}, "palette 8"},
+                        {{16}, "colour 24"},
+                        {{16, 40, true, false, false, true}, "colour 24"},
+                        {{16, 56, false, false, true}, "colour+opacity 32"},
+                        {{24, 12}, "colour 24"},
+                        {{24, 40, true}, "colour 24"},
+                        {{32}, "colour 24"},
+                        {{32, 52, false, false, false, true}, "colour 24"},
+                        {{32, 124, true, false, true, true}, "colour+opacity 32"}};
+  for (const Case& c : cases) {
+    // Rows of more than a strip's bytes, too.
+    for (const int width : {1, 37, 3000}) {
+      if (width > 37 && (kSanitized || c.kind.bits != 24)) continue;
+      const Pixels truth = MakeBmp(In("a.bmp"), width, width == 3000 ? 300 : 29, c.kind, {300, 1, ""});
+      for (const std::string& storage : Words{"auto", "tiled", "disk"}) {
+        SCOPED_TRACE(testing::Message() << c.kind.bits << " bits, header " << c.kind.header << ", top "
+                                        << c.kind.topDown << ", runs " << c.kind.runs << ", " << storage << width);
+        const Ended ended = Run(With({"convert", In("a.bmp"), Out("a.bmp")}, StorageOptions(storage)));
+        ASSERT_EQ(ended.code, 0) << ended;
+        std::string what;
+        Meta meta;
+        EXPECT_TRUE(DecodeBmp(Out("a.bmp"), &what, &meta) == truth);
+        EXPECT_EQ(what, c.becomes);
+        EXPECT_EQ(meta.dpi, c.kind.header == 12 ? 0 : 300);
+      }
+      ASSERT_EQ(Run({"convert", In("a.bmp"), Out("a.png")}).code, 0);
+      EXPECT_TRUE(DecodePng(Out("a.png")) == truth);
+    }
+  }
+}
+
+// A BMP has no place for an orientation: what is stored turned is written upright.
+TEST_F(Tool, BmpIsWrittenUpright) {
+  for (int orientation = 1; orientation <= 8; ++orientation) {
+    const Pixels stored =
+        MakePng(In("a.png"), 23, 11, {PNG_COLOR_TYPE_PALETTE, 4, false, false}, {300, orientation, ""});
+    ASSERT_EQ(Run({"convert", In("a.png"), Out("a.bmp")}).code, 0);
+    Pixels shown = DecodeBmp(Out("a.bmp"));
+    ASSERT_EQ(shown.width, orientation >= 5 ? 11 : 23) << orientation;
+    for (int y = 0; y < 11; ++y) {
+      for (int x = 0; x < 23; ++x) {
+        const bool right = orientation == 2 || orientation == 3 || orientation == 7 || orientation == 8;
+        const bool bottom = orientation == 3 || orientation == 4 || orientation == 6 || orientation == 7;
+        const int along = right ? 22 - x : x, across = bottom ? 10 - y : y;
+        const uint16_t* const at = orientation >= 5 ? shown.At(across, along) : shown.At(along, across);
+        ASSERT_EQ(std::memcmp(at, Pixels(stored).At(x, y), 8), 0) << orientation << ": " << x << ", " << y;
+      }
+    }
+  }
+}
+
 TEST_F(Tool, TiffCompressionIsTheOneAskedFor) {
   const std::pair<const char*, int> schemes[] = {
       {"none", COMPRESSION_NONE},         {"lzw", COMPRESSION_LZW},      {"deflate", COMPRESSION_ADOBE_DEFLATE},
@@ -260,7 +324,7 @@ TEST_F(Tool, InfoTellsFileAndBitmap) {
   const Ended ended =
       Run({"info", In("a.png"), In("c.png"), In("b.tif"), "--max-memory", "4000", "--tile-size", "2000"});
   EXPECT_EQ(ended.code, 3);
-  EXPECT_TRUE(OneLine(ended, "c.png: is not a PNG, JPEG or TIFF file")) << ended;
+  EXPECT_TRUE(OneLine(ended, "c.png: is not a PNG, JPEG, TIFF or BMP file")) << ended;
   EXPECT_EQ(ended.out,
             In("a.png") +
                 "\n"
@@ -322,7 +386,7 @@ TEST_F(Tool, RefusalsAreOneLineWithACodeAndLeaveNothing) {
       {{"info"}, 1, "files"},
       {{"info", in, "--wide"}, 1, "--wide"},
       {{"convert", in}, 1, "out"},
-      {{"convert", in, Out("a.bmp")}, 1, "a.bmp: the extension names no format"},
+      {{"convert", in, Out("a.gif")}, 1, "a.gif: the extension names no format"},
       {{"convert", in, Out("png")}, 1, "png: the extension names no format"},
       {{"convert", in, Out("a.png"), "--storage", "cloud"}, 1, "cloud"},
       {{"convert", in, Out("a.png"), "--tile-size", "12Q", "--storage", "tiled"}, 1, "'12Q' is not a size"},
@@ -339,8 +403,9 @@ TEST_F(Tool, RefusalsAreOneLineWithACodeAndLeaveNothing) {
       {{"convert", In("empty.png"), Out("a.png")}, 2, "empty.png: is empty"},
       {{"convert", In("pipe"), Out("a.png")}, 2, "pipe: is a directory"},
       {{"convert", In("pipe/pipe.png"), Out("a.png")}, 2, "pipe.png: is not a regular file"},
-      {{"convert", In("text.png"), Out("a.png")}, 3, "text.png: is not a PNG, JPEG or TIFF file"},
+      {{"convert", In("text.png"), Out("a.png")}, 3, "text.png: is not a PNG, JPEG, TIFF or BMP file"},
       {{"convert", In("inks.jpg"), Out("a.png")}, 3, "inks.jpg: JPEG in printing inks"},
+      {{"convert", in, Out("a.bmp")}, 4, "a.bmp: BMP cannot hold 16-bit gray; write PNG or TIFF"},
       {{"convert", in, Out("a.jpg")}, 4, "a.jpg: JPEG cannot hold 16-bit gray; write PNG or TIFF"},
       {{"convert", In("gray1.png"), Out("a.jpeg")}, 4, "a.jpeg: JPEG cannot hold 1-bit gray; write PNG or TIFF"},
       {{"convert", In("palette.png"), Out("a.jpg")}, 4, "a.jpg: JPEG cannot hold 8-bit palette"},
@@ -422,6 +487,13 @@ std::vector<Sample> Samples(const std::function<std::string(const std::string&)>
   tiff("lzw.tif", {PHOTOMETRIC_PALETTE, 8, 1, COMPRESSION_LZW, true});
   tiff("zip.tif", {PHOTOMETRIC_RGB, 16, 4, COMPRESSION_ADOBE_DEFLATE, true, true, true, true});
   tiff("packbits.tif", {PHOTOMETRIC_MINISBLACK, 4, 1, COMPRESSION_PACKBITS});
+  const auto bmp = [&](const char* name, const BmpKind& kind) {
+    samples.push_back({name, MakeBmp(in(name), 33, 21, kind, {300, 1, ""})});
+  };
+  bmp("plain.bmp", {24});
+  bmp("old.bmp", {4, 12});
+  bmp("runs.bmp", {8, 40, false, true});
+  bmp("masks.bmp", {32, 108, true, false, true, true});
   return samples;
 }
 
@@ -534,6 +606,15 @@ TEST_F(Tool, HugeClaimsAreRefusedInLittleMemory) {
     TIFFClose(file);
     return Contents(In("a.tif"));
   };
+  const auto bmp = [&](uint32_t width, uint32_t height, bool runs) {
+    MakeBmp(In("a.bmp"), 5, 5, {8, 40, false, runs});
+    std::string bytes = Contents(In("a.bmp"));
+    for (size_t i = 0; i < 4; ++i) {
+      bytes[18 + i] = static_cast<char>(width >> 8 * i);
+      bytes[22 + i] = static_cast<char>(height >> 8 * i);
+    }
+    return bytes;
+  };
   const std::pair<const char*, std::string> cases[] = {
       {"png 60000 x 20000", png(60000, 20000)},
       {"png 2^31-1 x 1", png(0x7FFFFFFF, 1)},
@@ -542,6 +623,10 @@ TEST_F(Tool, HugeClaimsAreRefusedInLittleMemory) {
       {"progressive jpeg", jpeg(true)},
       {"tiff", tiff(COMPRESSION_NONE, 60000, 60000)},
       {"tiff lzw", tiff(COMPRESSION_LZW, 60000, 60000)},
+      {"bmp", bmp(60000, 20000, false)},
+      {"bmp runs", bmp(60000, 60000, true)},
+      {"bmp row", bmp(0x7FFFFFFF, 1, true)},
+      {"bmp column", bmp(1, 0x7FFFFFFF, true)},
       {"tiff row", tiff(COMPRESSION_NONE, 0x7FFFFFFF, 1)},
       {"tiff column", tiff(COMPRESSION_PACKBITS, 1, 0x7FFFFFFF)},
   };
@@ -574,7 +659,8 @@ class ToolOutput : public Tool {
     fs::remove_all(base_ / "out");
     fs::create_directory(base_ / "out");
   }
-  static constexpr Target kTargets[] = {{"rgb.jpg", "a.png"}, {"rgb.png", "a.tif"}, {"rgb.png", "a.jpg"}};
+  static constexpr Target kTargets[] = {
+      {"rgb.jpg", "a.png"}, {"rgb.png", "a.tif"}, {"rgb.png", "a.jpg"}, {"rgb.png", "a.bmp"}};
 
   /// An existing output is as before, or there is none; nothing else lies there.
   void ExpectUntouched(const std::string& name, bool existing) const {
