@@ -72,6 +72,10 @@ void FuzzRecords(const uint8_t* data, size_t size) {
   (void)T_GetBitmapRowCol(&bitmap, buffer.data(), row, column, bytes);
   (void)T_PutBitmapRow(&bitmap, buffer.data(), row, bytes);
   (void)T_PutBitmapRowCol(&bitmap, buffer.data(), row, column, bytes);
+  (void)T_GetPixelColor(&bitmap, static_cast<int32_t>(row), static_cast<int32_t>(column));
+  (void)T_PutPixelColor(&bitmap, static_cast<int32_t>(row), static_cast<int32_t>(column), 0x00804020);
+  (void)T_IsGrayScaleBitmap(&bitmap);
+  (void)T_TranslateBitmapColor(&bitmap, &owner, 0x01000003);
   uint32_t type32 = 0;
   int64_t tile = 0;
   (void)T_GetBitmapMemoryInfo(&bitmap, &type32, &tile, nullptr, nullptr, nullptr, nullptr);

@@ -8,6 +8,7 @@
 #include <functional>
 #include <vector>
 
+#include "Common/Internal/KnownExtents.h"
 #include "Scope.h"
 #include "engine/Picture.h"
 #include "engine/Random.h"
@@ -380,4 +381,27 @@ TEST(Pixel, HookIsAskedFirst) {
   EXPECT_EQ(asked.row, -5);
   EXPECT_EQ(asked.column, 99);
   EXPECT_EQ(T_SetPixelPositionHook(before), &Ask);
+}
+
+// Lengths are rounded: never up, and down by little.
+TEST(Pixel, ExtentsRememberedAreNeverLonger) {
+  static tarn::KnownExtents known;
+  alignas(16) static uint8_t memory[64];
+  for (const uint64_t bytes : {UINT64_C(0), UINT64_C(1), UINT64_C(1024), UINT64_C(65535), UINT64_C(65536),
+                               UINT64_C(65537), UINT64_C(131073), UINT64_C(0x7FFFFFFF), UINT64_C(0xFFFF0000)}) {
+    known.Remember(memory, bytes);
+    EXPECT_FALSE(known.Holds(memory, bytes + 1)) << bytes;
+    if (bytes < UINT64_C(1) << 31) {
+      EXPECT_TRUE(known.Holds(memory, bytes - bytes / 32768)) << bytes;
+    }
+    EXPECT_FALSE(known.Holds(memory + 16, 1));
+    EXPECT_FALSE(known.Holds(memory + 1, 1)) << "shares its place, not its address";
+  }
+  known.Forget(memory + 16);
+  EXPECT_TRUE(known.Holds(memory, 1000));
+  known.Forget(memory);
+  EXPECT_FALSE(known.Holds(memory, 1));
+  known.Remember(memory, 8);
+  known.ForgetAll();
+  EXPECT_FALSE(known.Holds(memory, 1));
 }
