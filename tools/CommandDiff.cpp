@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "Command.h"
 
@@ -33,13 +34,16 @@ struct Comparison {
 
 /// Rows of four samples a pixel, of which the first one, three or four count.
 template <class Sample>
-void CompareRows(const Sample* a, const Sample* b, int32_t width, bool opacity, bool gray, uint32_t tolerance,
+void CompareRows(const uint8_t* a, const uint8_t* b, int32_t width, int count, uint32_t tolerance,
                  Comparison& comparison) {
-  const int count = gray ? 1 : opacity ? 4 : 3;
-  for (int32_t x = 0; x < width; ++x, a += kChannels, b += kChannels) {
+  constexpr size_t kPixelBytes = kChannels * sizeof(Sample);
+  for (int32_t x = 0; x < width; ++x, a += kPixelBytes, b += kPixelBytes) {
+    Sample pixelA[kChannels], pixelB[kChannels];
+    std::memcpy(pixelA, a, kPixelBytes);
+    std::memcpy(pixelB, b, kPixelBytes);
     uint32_t most = 0;
     for (int c = 0; c < count; ++c) {
-      const auto error = static_cast<uint32_t>(std::abs(int32_t{a[c]} - int32_t{b[c]}));
+      const auto error = static_cast<uint32_t>(std::abs(int32_t{pixelA[c]} - int32_t{pixelB[c]}));
       Errors& errors = comparison.channels[static_cast<size_t>(c)];
       errors.sum += error;
       errors.squares += uint64_t{error} * error;
@@ -111,6 +115,7 @@ class DiffCommand final : public Command {
     const bool deep = Deep(layoutA) || Deep(layoutB);
     const bool gray = layoutA.Gray() && layoutB.Gray();
     const bool opacity = layoutA.Opacity() || layoutB.Opacity();
+    const int count = gray ? 1 : opacity ? kChannels : 3;
     const Layout common{deep ? 64 : 32, T_ORDER_BGR, {}};
     const int32_t width = a.Handle().Width, height = a.Handle().Height;
     const uint32_t peak = deep ? 65535 : 255;
@@ -124,37 +129,31 @@ class DiffCommand final : public Command {
         b.GetRow(row, fromB.Line());
         fromA.Convert(first_);
         fromB.Convert(second_);
-        if (deep) {
-          CompareRows(reinterpret_cast<const uint16_t*>(fromA.Line()), reinterpret_cast<const uint16_t*>(fromB.Line()),
-                      width, opacity, gray, tolerance, comparison);
-        } else {
-          CompareRows(fromA.Line(), fromB.Line(), width, opacity, gray, tolerance, comparison);
-        }
+        (deep ? CompareRows<uint16_t> : CompareRows<uint8_t>)(fromA.Line(), fromB.Line(), width, count, tolerance,
+                                                              comparison);
         progress.Step();
       }
     }
-    Report(comparison, static_cast<uint64_t>(width) * static_cast<uint64_t>(height), peak, gray, opacity);
+    Report(comparison, static_cast<uint64_t>(width) * static_cast<uint64_t>(height), peak, count);
     return comparison.beyond == 0;
   }
 
-  void Report(const Comparison& comparison, uint64_t pixels, uint32_t peak, bool gray, bool opacity) const {
+  void Report(const Comparison& comparison, uint64_t pixels, uint32_t peak, int channels) const {
     std::printf("  channel   max error   mean error      PSNR dB    (of %u)\n", peak);
     Errors all;
     const auto line = [&](const char* name, size_t channel) {
       PrintErrors(name, comparison.channels[channel], pixels, peak);
       all.Add(comparison.channels[channel]);
     };
-    uint64_t count = 1;
-    if (gray) {
+    if (channels == 1) {
       line("gray", 0);
     } else {
       line("red", 2);
       line("green", 1);
       line("blue", 0);
-      if (opacity) line("opacity", 3);
-      count = opacity ? 4 : 3;
+      if (channels == kChannels) line("opacity", 3);
     }
-    PrintErrors("all", all, pixels * count, peak);
+    PrintErrors("all", all, pixels * static_cast<uint64_t>(channels), peak);
     const auto share = [&](uint64_t part) { return 100 * static_cast<double>(part) / static_cast<double>(pixels); };
     std::printf("  %llu of %llu pixels differ (%.4g %%)", static_cast<unsigned long long>(comparison.differing),
                 static_cast<unsigned long long>(pixels), share(comparison.differing));

@@ -95,6 +95,7 @@ depth() {
   shift
   "$programs/tarn" convert "$photograph" "$out/$image" "$@" || return 1
   distance=$("$programs/tarn" diff "$photograph" "$out/$image" | awk '$1 == "all" { print $4 }')
+  [ -n "$distance" ] || return 1
   printf '%s\t%s\t%s\n' "$image" "tarn convert $(basename "$photograph") $image $*" "$distance" >>"$out/depths.txt"
 }
 
