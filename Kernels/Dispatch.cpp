@@ -37,7 +37,8 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
                     .nearestEntry = NearestEntry_Portable,
                     .nearestPrepared = NearestPrepared_Portable,
                     .pixels = &kPixelsPortable,
-                    .dither = &kDitherPortable};
+                    .dither = &kDitherPortable,
+                    .countKeys = CountKeys_Portable};
   if (limit >= Isa::kAvx2) {
     table.compressRuns = CompressRuns_Avx2;  // expanding goes run by run: wider registers do not help it
     table.shiftBits = ShiftBits_Avx2;
@@ -46,6 +47,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.nearestPrepared = NearestPrepared_Avx2;
     table.pixels = &kPixelsAvx2;
     table.dither = &kDitherAvx2;
+    table.countKeys = CountKeys_Avx2;
   }
   return table;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "Kernels/Dither.h"
+#include "Kernels/Histogram.h"
 #include "Kernels/Pixels.h"
 
 namespace tarn {
@@ -50,6 +51,7 @@ struct KernelTable {
   uint32_t (*nearestPrepared)(const PreparedPalette& palette, uint32_t color) noexcept;
   const PixelKernels* pixels;
   const DitherKernels* dither;
+  CountKeys* countKeys;
 };
 
 /// The rule of long runs, for the rare run of more than 65535 pixels: writes the words up to its last piece and moves

@@ -122,6 +122,8 @@ class RowReader {
   const uint8_t* Row(int32_t row) noexcept { return Part(row, 0, bitmap_.BytesPerLine); }
   /// The same for `bytes` bytes from byte `offset` of the row on, which are all that is moved.
   const uint8_t* Part(int32_t row, uint64_t offset, uint64_t bytes) noexcept;
+  /// Rows stay valid beside each other.
+  [[nodiscard]] bool InOneBlock() const noexcept { return base_ != nullptr; }
   [[nodiscard]] Status status() const noexcept { return status_; }
 
  private:
@@ -141,6 +143,8 @@ class RowWriter {
   uint8_t* Row(int32_t row) noexcept;
   /// Stores the row that Row gave.
   Status Commit() noexcept;
+  /// Several rows may be filled at once, and Commit has nothing to do.
+  [[nodiscard]] bool InOneBlock() const noexcept { return base_ != nullptr; }
 
  private:
   BitmapHandle& bitmap_;

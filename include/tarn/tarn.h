@@ -5,6 +5,7 @@
 #define TARN_TARN_H
 
 #include "bitmap.h"
+#include "colors.h"
 #include "convert.h"
 #include "copy.h"
 #include "dib.h"

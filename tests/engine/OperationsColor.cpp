@@ -58,6 +58,13 @@ int64_t DitherAll(Work& w) {
   return T_StopDithering(&record);
 }
 
+Operation Resolve(const char* name, int32_t bits, uint32_t flags) {
+  return {.name = name, .kinds = kAllKinds, .failures = kFailures, .call = [=](Work& w) {
+            return T_ColorResBitmap(&w.subject.record, nullptr, sizeof(BitmapHandle), bits, flags, nullptr, nullptr, 0,
+                                    nullptr, nullptr);
+          }};
+}
+
 }  // namespace
 
 void AddColorOperations(std::vector<Operation>& table) {
@@ -77,6 +84,24 @@ void AddColorOperations(std::vector<Operation>& table) {
   decodedCopy.depths = DepthBit(12) | DepthBit(16);
   decodedCopy.prepare = GiveTable;
   table.push_back(decodedCopy);
+  table.push_back(Resolve("T_ColorResBitmap 1", 1, T_RES_FIXED | T_RES_DITHER(DITHER_FLOYD_STEINBERG)));
+  table.push_back(Resolve("T_ColorResBitmap 4, optimized", 4, T_RES_OPTIMIZED | T_RES_DITHER(DITHER_STUCKI)));
+  table.push_back(Resolve("T_ColorResBitmap 8, web", 8, T_RES_WEB | T_RES_DITHER(DITHER_ORDERED)));
+  table.push_back(Resolve("T_ColorResBitmap 24", 24, 0));
+  table.push_back(
+      {.name = "T_ColorResBitmap into another", .kinds = kAllKinds, .failures = kFailures, .call = [](Work& w) {
+         return T_ColorResBitmap(&w.subject.record, &w.made, sizeof w.made, 2, T_RES_OPTIMIZED, nullptr, nullptr, 0,
+                                 nullptr, nullptr);
+       }});
+  table.push_back({.name = "T_GetBitmapColorCountExt", .kinds = kAllKinds, .failures = kFailures, .call = [](Work& w) {
+                     uint32_t count = 20;
+                     T_PaletteEntry palette[20] = {};
+                     const int32_t status = T_GetBitmapColorCountExt(&w.subject.record, &count, palette);
+                     const auto* const bytes = reinterpret_cast<const uint8_t*>(palette);
+                     w.buffer.assign(bytes, bytes + sizeof palette);
+                     w.buffer.push_back(static_cast<uint8_t>(count));
+                     return status;
+                   }});
   for (const uint32_t method : {DITHER_NONE, DITHER_FLOYD_STEINBERG, DITHER_STEVENSON_ARCE}) {
     static const char* const names[] = {"T_DitherLine", "T_DitherLine, one line of errors",   nullptr, nullptr,
                                         nullptr,        "T_DitherLine, three lines of errors"};
