@@ -285,7 +285,24 @@ void UnpackIndices(uint8_t* target, const uint8_t* source, int64_t pixels, int32
   kPixelsPortable.unpackIndices(target + i, source, pixels - i, bits);
 }
 
+/// Bytes of 0 and 1 to bits, 32 at a time; returns the pixels done.
+int64_t PackBits(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
+  // The first of eight bytes is the highest bit, and the mask takes the first byte lowest.
+  const V turned = BothHalves(_mm_setr_epi8(7, 6, 5, 4, 3, 2, 1, 0, 15, 14, 13, 12, 11, 10, 9, 8));
+  int64_t i = 0;
+  for (; i + 32 <= pixels; i += 32) {
+    const V bytes = _mm256_slli_epi16(_mm256_shuffle_epi8(Load(source + i), turned), 7);
+    _mm_storeu_si32(target + i / 8, _mm_cvtsi32_si128(_mm256_movemask_epi8(bytes)));
+  }
+  return i;
+}
+
 void PackIndices(uint8_t* target, const uint8_t* source, int64_t pixels, int32_t bits) noexcept {
+  if (bits == 1) {
+    const int64_t done = PackBits(target, source, pixels);
+    kPixelsPortable.packIndices(target + done / 8, source + done, pixels - done, 1);
+    return;
+  }
   const uint64_t places = Spread(bits);
   const int32_t lift = 64 - 8 * bits;
   const uint8_t* const end = target + (pixels * bits + 7) / 8;
