@@ -77,6 +77,13 @@ struct MeasuredGroup {
 
 MeasuredGroup Measure(const Group& group, int rounds);
 
+/// A group that is made when its turn comes: its pictures live only while it is measured. Groups of one title that
+/// follow each other come out as one table.
+struct GroupMaker {
+  std::string key;
+  std::function<Group()> make;
+};
+
 // ---- What is measured ----------------------------------------------------------------------------------------------
 
 /// Rows through every storage, `rowBytes` at a time over 48 MB.
@@ -85,6 +92,8 @@ Group RowGroup(uint32_t rowBytes);
 Group CallGroup();
 /// Copies of bitmaps and rectangles.
 Group CopyGroup();
+/// Conversion between formats, a group a pair, of the photographs in a directory.
+std::vector<GroupMaker> ConvertGroups(const std::string& directory);
 /// Making and freeing bitmaps.
 Group StorageGroup();
 /// Single pixels in order and anywhere; the nearest entry of a palette; filling.

@@ -5,7 +5,8 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <iterator>
+#include <utility>
 
 #include "Bench.h"
 
@@ -53,11 +54,7 @@ int main(int count, char** arguments) {
   int silent = 1;
   benchmark::Initialize(&silent, arguments);  // our own options are not for it
 
-  struct Entry {
-    const char* key;
-    std::function<Group()> make;  // a group's pictures live only while it is measured
-  };
-  const Entry entries[] = {
+  std::vector<GroupMaker> makers = {
       {"calls", CallGroup},
       {"rows-3", [] { return RowGroup(3 << 10); }},
       {"rows-12", [] { return RowGroup(12 << 10); }},
@@ -71,18 +68,25 @@ int main(int count, char** arguments) {
       {"page-text-300", [&] { return PageGroup("text-300", options.pages); }},
       {"page-noise", [&] { return PageGroup("noise", options.pages); }},
   };
+  for (GroupMaker& maker : ConvertGroups(options.pages)) makers.push_back(std::move(maker));
 
   const Machine machine = DescribeMachine();
   for (const auto& [name, value] : machine.facts) std::printf("%s: %s\n", name.c_str(), value.c_str());
   std::printf("One thread, processor time, medians of %d interleaved rounds.\n", options.rounds);
   std::vector<MeasuredGroup> groups;
   int missed = 0;
-  for (const Entry& entry : entries) {
-    if (std::strncmp(entry.key, options.only.c_str(), options.only.size()) != 0) continue;
-    groups.push_back(Measure(entry.make(), options.rounds));
-    missed += Print(groups.back());
+  for (const GroupMaker& maker : makers) {
+    if (!maker.key.starts_with(options.only)) continue;
+    MeasuredGroup measured = Measure(maker.make(), options.rounds);
+    if (!groups.empty() && groups.back().title == measured.title) {
+      std::move(measured.lines.begin(), measured.lines.end(), std::back_inserter(groups.back().lines));
+      continue;
+    }
+    if (!groups.empty()) missed += Print(groups.back());
+    groups.push_back(std::move(measured));
   }
   if (groups.empty()) Usage();
+  missed += Print(groups.back());
   if (!options.output.empty()) {
     WriteMarkdown(options.output + "/bench.md", machine, options.rounds, groups);
     WriteJson(options.output + "/bench.json", machine, options.rounds, groups);

@@ -1,7 +1,7 @@
 #!/bin/sh
 # tools/demo.sh BUILD_DIR: takes real photographs and a scanned-looking page through every kind of storage and back.
-# BUILD_DIR holds a finished build. The photographs come from a Debian package that is fetched once and unpacked below
-# build/cache, not installed; without it, the pictures that come with the project are shown.
+# BUILD_DIR holds a finished build. The photographs are those of tools/photographs.sh; without them, the pictures that
+# come with the project are shown.
 set -u
 
 if [ $# != 1 ] || [ ! -d "$1" ]; then
@@ -23,41 +23,16 @@ note() { printf 'demo: %s\n' "$*"; }
 
 # ---- Photographs -----------------------------------------------------------------------------------------------------
 
-package=python3-skimage
-data=usr/lib/python3/dist-packages/skimage/data
-
-download() {
-  (cd "$cache" && LC_ALL=C apt-get -q -o Acquire::Retries=1 -o Acquire::http::Timeout=20 download "$package") \
-    >"$cache/download.log" 2>&1 </dev/null
-}
-
-# Leaves the package's files in $cache/$package.
-fetch() {
-  [ ! -d "$cache/$package/$data" ] || return 0
-  command -v apt-get >/dev/null 2>&1 && command -v dpkg-deb >/dev/null 2>&1 || return 1
-  note "fetching the photographs of the Debian package $package (20 MB, once)"
-  rm -rf "$cache/$package"_*.deb "$cache/$package.new"
-  if ! download; then
-    # A fresh system has no package lists yet.
-    [ "$(id -u)" = 0 ] && apt-get -qq -o Acquire::Retries=1 -o Acquire::http::Timeout=20 update \
-      >>"$cache/download.log" 2>&1 </dev/null && download || return 1
-  fi
-  dpkg-deb -x "$cache/$package"_*.deb "$cache/$package.new" >>"$cache/download.log" 2>&1 || return 1
-  mv "$cache/$package.new" "$cache/$package" || return 1
-  rm -f "$cache/$package"_*.deb
-}
-
 set --
-if fetch; then
+if photographs=$(tools/photographs.sh); then
   for picture in astronaut.png coffee.png hubble_deep_field.jpg retina.jpg camera.png logo.png \
     chessboard_RGB.png; do
-    if [ -f "$cache/$package/$data/$picture" ]; then set -- "$@" "$cache/$package/$data/$picture"; fi
+    if [ -f "$photographs/$picture" ]; then set -- "$@" "$photographs/$picture"; fi
   done
-  origin="The photographs come from the Debian package $package."
+  origin="The photographs come from the Debian package python3-skimage."
 fi
 if [ $# = 0 ]; then
-  note "the Debian package $package cannot be fetched; showing the picture that comes with the project"
-  if [ -s "$cache/download.log" ]; then tail -n 1 "$cache/download.log" | sed 's/^/demo:   /'; fi
+  note "showing the picture that comes with the project"
   set -- tests/data/landscape.jpg
   origin=
 fi

@@ -1,0 +1,171 @@
+// Leptonica. Its colour pixels are words of 32 bits, red on top; most of its results are new pictures.
+
+#include <leptonica/allheaders.h>
+
+#include <cstring>
+
+#include "Bench.h"
+#include "Peers.h"
+
+namespace bench {
+namespace {
+
+struct Destroy {
+  void operator()(Pix* pix) const { pixDestroy(&pix); }
+};
+using Owned = std::unique_ptr<Pix, Destroy>;
+using Shared = std::shared_ptr<Pix>;
+
+PixColormap* ColormapOf(const T_PaletteEntry* entries, uint32_t count) {
+  PixColormap* const map = pixcmapCreate(8);
+  for (uint32_t i = 0; i < count; ++i) pixcmapAddColor(map, entries[i].Red, entries[i].Green, entries[i].Blue);
+  return map;
+}
+
+/// Null for pixels that it does not have.
+Shared PixOf(const Pixels& pixels) {
+  const bool color = pixels.format == kBgr24 || pixels.format == kBgr32;
+  if (!color && pixels.format.bits != 1 && pixels.format.bits != 8 && pixels.format != kGray16) return nullptr;
+  Shared pix(pixCreate(pixels.width, pixels.height, color ? 32 : pixels.format.bits), Destroy{});
+  Require(pix != nullptr, "pixCreate");
+  for (int32_t row = 0; row < pixels.height; ++row) {
+    l_uint32* const line = pixGetData(pix.get()) + int64_t{row} * pixGetWpl(pix.get());
+    const uint8_t* at = pixels.Row(row);
+    if (color) {
+      for (int32_t x = 0; x < pixels.width; ++x, at += pixels.format.bits / 8)
+        composeRGBPixel(at[2], at[1], at[0], line + x);
+    } else if (pixels.format == kGray16) {
+      for (int32_t x = 0; x < pixels.width; ++x, at += 2) SET_DATA_TWO_BYTES(line, x, at[0] | at[1] << 8);
+    } else {
+      for (uint32_t i = 0; i < pixels.rowBytes; ++i) SET_DATA_BYTE(line, i, at[i]);
+    }
+  }
+  if (pixels.format == kPalette8) pixSetColormap(pix.get(), ColormapOf(pixels.Entries(), 256));
+  return pix;
+}
+
+/// Colour comes out with 24 bits, one-bit pictures as ones for black, whatever stands for it in the source.
+Pixels PixelsOf(Pix* pix) {
+  const Owned plain(pixGetColormap(pix) ? pixRemoveColormap(pix, REMOVE_CMAP_TO_FULL_COLOR) : pixClone(pix));
+  const l_int32 depth = pixGetDepth(plain.get());
+  Pixels pixels(depth == 32   ? kBgr24
+                : depth == 16 ? kGray16
+                : depth == 8  ? kGray8
+                              : kBits1,
+                pixGetWidth(plain.get()), pixGetHeight(plain.get()));
+  for (int32_t row = 0; row < pixels.height; ++row) {
+    l_uint32* const line = pixGetData(plain.get()) + int64_t{row} * pixGetWpl(plain.get());
+    uint8_t* at = pixels.Row(row);
+    if (depth == 32) {
+      for (int32_t x = 0; x < pixels.width; ++x, at += 3) {
+        l_int32 red = 0, green = 0, blue = 0;
+        extractRGBValues(line[x], &red, &green, &blue);
+        at[0] = static_cast<uint8_t>(blue);
+        at[1] = static_cast<uint8_t>(green);
+        at[2] = static_cast<uint8_t>(red);
+      }
+    } else if (depth == 16) {
+      for (int32_t x = 0; x < pixels.width; ++x, at += 2) {
+        at[0] = static_cast<uint8_t>(GET_DATA_TWO_BYTES(line, x));
+        at[1] = static_cast<uint8_t>(GET_DATA_TWO_BYTES(line, x) >> 8);
+      }
+    } else {
+      for (uint32_t i = 0; i < pixels.rowBytes; ++i) at[i] = static_cast<uint8_t>(GET_DATA_BYTE(line, i));
+    }
+  }
+  return pixels;
+}
+
+/// A job whose result is a new picture; the one before is freed first.
+PeerJob Making(const std::string& call, std::function<Pix*()> make) {
+  const auto made = std::make_shared<Owned>();
+  return {call + ", fresh",
+          [=] {
+            made->reset();
+            made->reset(make());
+            Require(*made != nullptr, call.c_str());
+          },
+          [=] { return PixelsOf(made->get()); }};
+}
+
+class Leptonica : public Peer {
+ public:
+  Leptonica() { setMsgSeverity(L_SEVERITY_ERROR); }
+  std::string Name() const override { return "Leptonica"; }
+
+  PeerJob Convert(const Pixels& source, Format target, const Palette& palette) override {
+    const Shared pix = PixOf(source);
+    if (!pix) return {};
+    const bool toColor = target == kBgr24 || target == kBgr32;
+    const bool fromColor = source.format == kBgr24 || source.format == kBgr32;
+    if (source.format == kBits1 && target == kGray8)
+      return Making("pixConvert1To8", [=] { return pixConvert1To8(nullptr, pix.get(), 0, 255); });
+    if (source.format == kBits1 && toColor)
+      return Making("pixConvert1To32", [=] { return pixConvert1To32(nullptr, pix.get(), 0, 0xFFFFFF00); });
+    if (source.format == kPalette8 && toColor)
+      return Making("pixRemoveColormap to 32", [=] { return pixRemoveColormap(pix.get(), REMOVE_CMAP_TO_FULL_COLOR); });
+    if (source.format == kGray8 && toColor)
+      return Making("pixConvert8To32", [=] { return pixConvert8To32(pix.get()); });
+    if (source.format == kGray8 && target == kGray16)
+      return Making("pixConvert8To16", [=] { return pixConvert8To16(pix.get(), 8); });
+    if (source.format == kGray16 && target == kGray8)
+      return Making("pixConvert16To8", [=] { return pixConvert16To8(pix.get(), L_MS_BYTE); });
+    if (fromColor && target == kGray8)
+      return Making("pixConvertRGBToLuminance (from 32)", [=] { return pixConvertRGBToLuminance(pix.get()); });
+    if (fromColor && target == kPalette8) return ToNearest(pix, palette);
+    return {};
+  }
+
+  std::vector<PeerJob> Copy(const Pixels& source, int32_t column) override {
+    const Shared pix = PixOf(source);
+    if (!pix) return {};
+    if (column == 0) return {Making("pixCopy", [=] { return pixCopy(nullptr, pix.get()); })};
+    const int32_t width = source.width - column;
+    const int32_t height = source.height;
+    const Shared ready(pixCreate(width, height, pixGetDepth(pix.get())), Destroy{});
+    const PeerJob into{"pixRasterop",
+                       [=] { pixRasterop(ready.get(), 0, 0, width, height, PIX_SRC, pix.get(), column, 0); },
+                       [=] { return PixelsOf(ready.get()); }};
+    const auto clip = [=] {
+      Box* box = boxCreate(column, 0, width, height);
+      Pix* const clipped = pixClipRectangle(pix.get(), box, nullptr);
+      boxDestroy(&box);
+      return clipped;
+    };
+    return {into, Making("pixClipRectangle", clip)};
+  }
+
+  PeerJob Reduce(const Pixels& source, const Reduction& reduction) override {
+    const Shared pix = PixOf(source);
+    if (!pix) return {};
+    using Way = Reduction::Way;
+    if (reduction.palette.size() == 2 && source.format == kGray8 && reduction.way == Way::kFloydSteinberg) {
+      PeerJob job = Making("pixDitherToBinary", [=] { return pixDitherToBinary(pix.get()); });
+      job.result = [inked = job.result] {  // its ones are black
+        Pixels pixels = inked();
+        for (uint8_t& byte : pixels.bytes) byte = static_cast<uint8_t>(~byte);
+        return pixels;
+      };
+      return job;
+    }
+    if (source.format == kBgr24 && reduction.palette.size() > 2 && reduction.way == Way::kNearest)
+      return ToNearest(pix, reduction.palette);
+    return {};
+  }
+
+ private:
+  /// The nearest of the given colours to the middle of each cube of 32 in 256.
+  static PeerJob ToNearest(const Shared& pix, const Palette& palette) {
+    constexpr l_int32 kLevel = 5;
+    const std::shared_ptr<PixColormap> map(ColormapOf(palette.data(), static_cast<uint32_t>(palette.size())),
+                                           [](PixColormap* it) { pixcmapDestroy(&it); });
+    return Making("pixOctcubeQuantFromCmap",
+                  [=] { return pixOctcubeQuantFromCmap(pix.get(), map.get(), 8, kLevel, L_EUCLIDEAN_DISTANCE); });
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<Peer> LeptonicaPeer() { return std::make_unique<Leptonica>(); }
+
+}  // namespace bench

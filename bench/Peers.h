@@ -1,0 +1,47 @@
+#pragma once
+// Other imaging libraries, each in one source file, as far as they were there when the program was built. They do the
+// same jobs in the same process, on one thread, with a picture that is already in the form they keep pictures in.
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Pictures.h"
+
+namespace bench {
+
+struct PeerJob {
+  std::string call;                // what is called, and whether the result is allocated by the call ("fresh")
+  std::function<void()> pass;      // none: the library does not do this
+  std::function<Pixels()> result;  // of the last pass; none where it cannot be compared
+};
+
+struct Reduction {
+  enum class Way { kNearest, kFloydSteinberg, kOrdered };
+  Way way;
+  Palette palette;  // two colours: black and white
+};
+
+class Peer {
+ public:
+  virtual ~Peer() = default;
+  [[nodiscard]] virtual std::string Name() const = 0;
+  /// Pixels in another format; `palette` is that of an index target. In place only between formats of one size.
+  virtual PeerJob Convert(const Pixels& /*source*/, Format /*target*/, const Palette& /*palette*/) { return {}; }
+  virtual PeerJob ConvertInPlace(const Pixels& /*source*/, Format /*target*/) { return {}; }
+  /// All columns from `column` on, or the whole picture for 0.
+  virtual std::vector<PeerJob> Copy(const Pixels& /*source*/, int32_t /*column*/) { return {}; }
+  /// Fewer colours, from 24-bit or gray pixels.
+  virtual PeerJob Reduce(const Pixels& /*source*/, const Reduction& /*reduction*/) { return {}; }
+};
+
+/// Those that are there.
+std::vector<std::unique_ptr<Peer>> Peers();
+
+std::unique_ptr<Peer> OpenCvPeer();
+std::unique_ptr<Peer> LibyuvPeer();
+std::unique_ptr<Peer> LeptonicaPeer();
+std::unique_ptr<Peer> PillowPeer();  // null when its module cannot be imported
+
+}  // namespace bench
