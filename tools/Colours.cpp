@@ -71,6 +71,12 @@ bool ParseColour(const std::string& text, T_PaletteEntry& entry) {
   return true;
 }
 
+int32_t DepthFor(size_t colours) noexcept {
+  int32_t bits = 1;
+  while (bits < 8 && (size_t{1} << bits) < colours) bits *= 2;
+  return bits;
+}
+
 std::vector<T_PaletteEntry> FixedPalette(int32_t bits) {
   const T_PaletteEntry* entries = T_IntGetFixedPalette(static_cast<uint32_t>(bits));
   return {entries, entries + (size_t{1} << bits)};

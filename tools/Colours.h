@@ -15,6 +15,8 @@ std::string ColourName(const T_PaletteEntry& entry);
 /// Six hexadecimal digits after a #. False when the text is anything else.
 bool ParseColour(const std::string& text, T_PaletteEntry& entry);
 
+/// The smallest depth of files that has room for so many colours, 1, 2, 4 or 8 bits.
+int32_t DepthFor(size_t colours) noexcept;
 std::vector<T_PaletteEntry> FixedPalette(int32_t bits);
 std::vector<T_PaletteEntry> WebPalette();
 /// 1 to 256 colours: those of a picture with a palette, or the lines of a text. A line is a colour, #rrggbb, with or

@@ -131,6 +131,8 @@ class LibraryProgress {
 
 std::unique_ptr<Command> MakeInfo();
 std::unique_ptr<Command> MakeConvert();
+std::unique_ptr<Command> MakeColors();
+std::unique_ptr<Command> MakeCountColors();
 std::unique_ptr<Command> MakeCrop();
 std::unique_ptr<Command> MakePalette();
 std::unique_ptr<Command> MakePixel();
@@ -138,8 +140,10 @@ std::unique_ptr<Command> MakeDiff();
 
 inline std::vector<std::unique_ptr<Command>> AllCommands() {
   std::vector<std::unique_ptr<Command>> commands;
-  for (const auto make : {MakeInfo, MakeConvert, MakeCrop, MakePalette, MakePixel, MakeDiff})
+  for (const auto make :
+       {MakeInfo, MakeConvert, MakeColors, MakeCountColors, MakeCrop, MakePalette, MakePixel, MakeDiff}) {
     commands.push_back(make());
+  }
   return commands;
 }
 

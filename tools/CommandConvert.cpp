@@ -62,10 +62,7 @@ Layout ConvertCommand::WantedPalette() const {
   if (palette_ == "fixed") return PaletteLayout(bits_ == 0 ? 8 : bits_, FixedPalette(bits_ == 0 ? 8 : bits_));
   Console quiet(false, true);
   const std::vector<T_PaletteEntry> colours = palette_ == "web" ? WebPalette() : ReadPalette(palette_, quiet);
-  int bits = bits_;
-  if (bits == 0) {
-    for (bits = 1; (size_t{1} << bits) < colours.size();) bits *= 2;
-  }
+  const int bits = bits_ == 0 ? DepthFor(colours.size()) : bits_;
   if (colours.size() > (size_t{1} << bits)) {
     throw Failure(Exit::kUsage, palette_ == "web" ? "" : palette_,
                   (palette_ == "web" ? "the web palette has " : "has ") + std::to_string(colours.size()) +

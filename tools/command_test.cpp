@@ -231,6 +231,119 @@ TEST_F(Tool, ConvertRefusesWhatDoesNotGoTogether) {
   }
 }
 
+// ---- colors --------------------------------------------------------------------------------------------------------
+
+std::set<Samples> ColoursOf(const Pixels& picture) {
+  std::set<Samples> colours;
+  for (size_t i = 0; i < picture.samples.size(); i += 4) {
+    const uint16_t* const s = picture.samples.data() + i;
+    colours.insert({s[0], s[1], s[2], s[3]});
+  }
+  return colours;
+}
+
+/// The mean of every channel over the picture, 0 to 255.
+std::array<double, 3> MeansOf(const Pixels& picture) {
+  std::array<double, 3> means{};
+  for (size_t i = 0; i < picture.samples.size(); ++i) {
+    if (i % 4 < 3) means[i % 4] += picture.samples[i] / 257.0 * 4 / static_cast<double>(picture.samples.size());
+  }
+  return means;
+}
+
+TEST_F(Tool, ColorsTakesOnlyColoursOfItsPaletteInEveryStorage) {
+  const Pixels source = MakePng(In("a.png"), 97, 60, {PNG_COLOR_TYPE_RGB, 8, false, false});
+  Store(In("eight.txt"), "#000000\n#ff0000\n#00ff00\n#0000ff\n#ffff00\n#ff00ff\n#00ffff\n#ffffff\n");
+  const std::set<Samples> corners = [] {
+    std::set<Samples> all;
+    for (int i = 0; i < 8; ++i) {
+      const auto at = [i](int bit) { return static_cast<uint16_t>(i >> bit & 1 ? 65535 : 0); };
+      all.insert({at(0), at(1), at(2), 65535});
+    }
+    return all;
+  }();
+  struct Case {
+    Words options;
+    const char* becomes;
+    size_t most;  // colours
+    bool corners;
+  };
+  const Case cases[] = {
+      {{}, "palette 8", 256, false},
+      {{"--colors", "5"}, "palette 4", 5, false},
+      {{"--colors", "5", "--bits", "3"}, "palette 4", 5, false},
+      {{"--bits", "1", "--colors", "1"}, "palette 1", 1, false},
+      {{"--bits", "7", "--dither", "none"}, "palette 8", 128, false},
+      {{"--palette", "web", "--dither", "ordered"}, "palette 8", 216, false},
+      {{"--palette", "fixed"}, "palette 8", 256, false},
+      {{"--palette", "fixed", "--bits", "4", "--dither", "jarvis"}, "palette 4", 16, false},
+      {{"--palette", In("eight.txt"), "--dither", "stucki"}, "palette 4", 8, true},
+      {{"--palette", In("eight.txt"), "--bits", "3"}, "palette 4", 8, true},
+      {{"--palette", "fixed", "--bits", "1"}, "gray 1", 2, false},
+  };
+  for (const Case& c : cases) {
+    std::map<std::string, Pixels> made;
+    Words kinds = {"auto", "tiled", "limited", "disk"};
+    if (std::string(c.becomes) == "gray 1") kinds.push_back("compressed");
+    for (const std::string& kind : kinds) {
+      SCOPED_TRACE(testing::PrintToString(c.options) + ", " + kind);
+      const Ended ended = Run(With(With({"colors", In("a.png"), Out("a.png")}, c.options), StorageOptions(kind)));
+      ASSERT_EQ(ended.code, 0) << ended;
+      EXPECT_EQ(ended.err, "");
+      std::string what;
+      made[kind] = DecodePng(Out("a.png"), &what);
+      EXPECT_EQ(what, c.becomes);
+      EXPECT_TRUE(made[kind] == made["auto"]);
+    }
+    const std::set<Samples> colours = ColoursOf(made["auto"]);
+    EXPECT_LE(colours.size(), c.most);
+    EXPECT_TRUE(!c.corners || std::includes(corners.begin(), corners.end(), colours.begin(), colours.end()));
+    EXPECT_EQ(Run({"count-colors", Out("a.png")}).out, std::to_string(colours.size()) + "\n");
+  }
+}
+
+TEST_F(Tool, ColorsDithersByTheMethodAskedFor) {
+  // A flat gray that neither black nor white shows: dithering keeps its mean, the nearest colour does not.
+  Store(In("flat.txt"), "#606060\n");
+  MakePng(In("rgb.png"), 120, 90, {PNG_COLOR_TYPE_RGB, 8, false, false});
+  ASSERT_EQ(Run({"convert", In("rgb.png"), In("flat.png"), "--palette", In("flat.txt")}).code, 0);
+  std::set<std::vector<uint16_t>> results;
+  for (const char* method :
+       {"none", "floyd-steinberg", "stucki", "burkes", "sierra", "stevenson-arce", "jarvis", "ordered", "clustered"}) {
+    SCOPED_TRACE(method);
+    const Words words = {"--palette", "fixed", "--bits", "1", "--dither", method};
+    const Ended ended = Run(With({"colors", In("flat.png"), Out("a.png")}, words));
+    ASSERT_EQ(ended.code, 0) << ended;
+    const Pixels made = DecodePng(Out("a.png"));
+    EXPECT_TRUE(results.insert(made.samples).second) << "the same as another method";
+    const double expected = std::string(method) == "none" ? 0 : 0x60;
+    for (const double mean : MeansOf(made)) EXPECT_NEAR(mean, expected, expected == 0 ? 0 : 6);
+  }
+  // Without a word, Floyd and Steinberg's.
+  ASSERT_EQ(Run({"colors", In("flat.png"), Out("b.png"), "--palette", "fixed", "--bits", "1"}).code, 0);
+  ASSERT_EQ(
+      Run({"colors", In("flat.png"), Out("a.png"), "--palette", "fixed", "--bits", "1", "--dither", "floyd-steinberg"})
+          .code,
+      0);
+  EXPECT_TRUE(DecodePng(Out("a.png")) == DecodePng(Out("b.png")));
+}
+
+TEST_F(Tool, ColorsKeepsAPictureThatHasFewEnough) {
+  const PngKind kinds[] = {{PNG_COLOR_TYPE_PALETTE, 4, false, false}, {PNG_COLOR_TYPE_GRAY, 4, false, false}};
+  for (const PngKind& kind : kinds) {
+    const Pixels truth = MakePng(In("a.png"), 41, 19, kind, {200, 6, ""});
+    ASSERT_EQ(Run({"convert", In("a.png"), In("rgb.png"), "--bits", "24"}).code, 0);
+    for (const char* name : {"a.png", "rgb.png"}) {
+      const Ended ended = Run({"colors", In(name), Out("a.png"), "--bits", "4"});
+      ASSERT_EQ(ended.code, 0) << ended;
+      Meta meta;
+      EXPECT_TRUE(DecodePng(Out("a.png"), nullptr, &meta) == truth) << name;
+      EXPECT_EQ(meta, (Meta{200, 6, ""}));
+      EXPECT_EQ(Run({"count-colors", In(name)}).out, std::to_string(ColoursOf(truth).size()) + "\n");
+    }
+  }
+}
+
 // ---- crop and pixel ------------------------------------------------------------------------------------------------
 
 /// The picture as it is seen: the rules of the orientation tag, pixel by pixel.
@@ -435,6 +548,16 @@ TEST_F(Tool, CommandsRefuseInOneLine) {
       {{"palette", a}, 4, "a.png: has no palette, it is 24-bit colour"},
       {{"palette", In("p.png"), "--swatch", Out("a.gif")}, 1, "names no format"},
       {{"palette", In("p.png"), "--swatch", Out("a.jpg")}, 4, "JPEG cannot hold 4-bit palette"},
+      {{"colors", a, out, "--bits", "9"}, 1, "--bits"},
+      {{"colors", a, out, "--bits", "3", "--colors", "9"}, 1, "--bits 3 holds 8 colours"},
+      {{"colors", a, out, "--colors", "8", "--palette", "web"}, 1, "--colors goes with an optimized palette"},
+      {{"colors", a, out, "--palette", "web", "--bits", "4"}, 1, "the web palette goes with --bits 8"},
+      {{"colors", a, out, "--palette", In("p.png"), "--bits", "3"}, 1, "p.png: has 16 colours; --bits 3 holds 8"},
+      {{"colors", a, out, "--palette", In("missing.txt")}, 2, "missing.txt: cannot open"},
+      {{"colors", a, out, "--dither", "random"}, 1, "'random' is not one of none, floyd-steinberg"},
+      {{"colors", a, Out("a.jpg")}, 4, "a.jpg: JPEG cannot hold 8-bit palette"},
+      {{"colors", a, out, "--storage", "compressed"}, 4, "compressed storage holds 1-bit pictures only"},
+      {{"count-colors", In("missing.png")}, 2, "missing.png: cannot open"},
       {{"diff", a, In("missing.png")}, 2, "missing.png: cannot open"},
       {{"diff", a, In("b.png")}, 8, "b.png: is 7 x 9 pixels, "},
       {{"diff", a, In("turned.png")}, 8, "turned.png: has orientation 6, "},
@@ -457,6 +580,7 @@ TEST_F(Tool, CommandsSurviveRefusedMemoryAndFailingFiles) {
   MakePng(In("p.png"), 90, 70, {PNG_COLOR_TYPE_PALETTE, 4, false, false});
   const std::string a = In("a.png"), out = Out("a.png");
   const Words commands[] = {{"convert", a, out, "--bits", "7", "--storage", "tiled", "--tile-size", "4K"},
+                            {"colors", a, out, "--bits", "4", "--storage", "tiled", "--tile-size", "4K"},
                             {"crop", a, out, "-5,-5,50x50"},
                             {"pixel", a, "1,1", out, "--set", "#000000"},
                             {"palette", In("p.png"), "--swatch", out},
