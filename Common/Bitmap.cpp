@@ -15,21 +15,6 @@
 namespace tarn {
 namespace {
 
-int32_t HighBitOf(int32_t bits) noexcept {
-  switch (bits) {
-    case 16:
-    case 48:
-    case 64:
-      return 15;
-    case 24:
-      return 7;
-    case 32:
-      return -1;  // Deliberate: 32 bits are colour or gray, and only the operation that fills them knows
-    default:
-      return bits - 1;
-  }
-}
-
 int32_t ResolutionOr150(int32_t dotsPerInch) noexcept { return dotsPerInch > 0 ? dotsPerInch : 150; }
 
 Status GivePalette(BitmapHandle& bitmap, bool gray, const T_PaletteEntry* palette) noexcept {

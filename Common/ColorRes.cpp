@@ -8,6 +8,7 @@
 #include "Common/Internal/Checks.h"
 #include "Common/Internal/ColorLines.h"
 #include "Common/Internal/DitherRun.h"
+#include "Common/Internal/Duplicate.h"
 #include "Common/Internal/Geometry.h"
 #include "Common/Internal/Rows.h"
 #include "Common/Internal/Storage.h"
@@ -291,16 +292,9 @@ Status ConvertRows(BitmapHandle& target, BitmapHandle& source) noexcept {
 
 // ---- Bitmaps -------------------------------------------------------------------------------------------------------
 
-/// Fields of a result; what belonged to the source's samples is gone.
-void Describe(BitmapHandle& result, int32_t bits) noexcept {
-  const Here here = TARN_HERE;
-  if (result.LUT) T_GlobalFree(result.LUT, here.line, here.file);
-  result.LUT = nullptr;
-  result.LUTLength = 0;
-  result.Flags &= ~static_cast<uint32_t>(T_FLAG_LUT_IN_USE | T_FLAG_SIGNED_DATA);
-  result.Order = bits <= 8 ? T_ORDER_RGB : bits == 12 ? T_ORDER_GRAY : T_ORDER_BGR;
-  result.LowBit = result.AltLowBit = 0;
-  result.HighBit = result.AltHighBit = bits == 32 ? -1 : bits > 16 ? 15 : bits - 1;
+constexpr uint32_t OrderOf(int32_t bits) noexcept {
+  if (bits <= 8) return T_ORDER_RGB;
+  return bits == 12 ? T_ORDER_GRAY : T_ORDER_BGR;
 }
 
 struct Request {
@@ -312,7 +306,7 @@ struct Request {
 };
 
 Status FillResult(BitmapHandle& result, BitmapHandle& source, const Request& request, const Chosen& chosen) noexcept {
-  Describe(result, request.bits);
+  DescribeSamples(result, OrderOf(request.bits));
   if (request.bits > 8) return ConvertRows(result, source);
   return DitherRows(result, source, request.flags >> 16 & 255, chosen);
 }
@@ -339,9 +333,7 @@ Status Resolve(BitmapHandle& source, BitmapHandle* destination, const Request& r
     TARN_TRY(result.Create(source, source.Width, source.Height, request.bits));
     TARN_TRY(FillResult(result.Record(), source, request, chosen));
     result.Commit(source);
-    T_SetBitmapNewPalette(&source, nullptr, 0);
-    source.Palette = palette;
-    source.Colors = colors;
+    AdoptPalette(source, palette, colors);
     freePalette.Dismiss();
     return SUCCESS;
   }

@@ -7,11 +7,13 @@
 #include "Common/Internal/Checks.h"
 #include "Common/Internal/Compressed.h"
 #include "Common/Internal/Duplicate.h"
+#include "Common/Internal/Geometry.h"
 #include "Common/Internal/Hooks.h"
 #include "Common/Internal/Overlays.h"
 #include "Common/Internal/Rows.h"
 #include "Common/Internal/Runs.h"
 #include "Common/Internal/Storage.h"
+#include "tarn/memory.h"
 #include "tarn/palette.h"
 
 namespace tarn {
@@ -146,6 +148,23 @@ Status MakeLike(BitmapHandle& target, const BitmapHandle& source, int32_t width,
 Status CopyWhole(BitmapHandle& target, BitmapHandle& source) noexcept {
   const QuietCallback quiet;
   return CopyAll(target, source, nullptr);
+}
+
+void DescribeSamples(BitmapHandle& result, uint32_t order) noexcept {
+  const Here here = TARN_HERE;
+  if (result.LUT) T_GlobalFree(result.LUT, here.line, here.file);
+  result.LUT = nullptr;
+  result.LUTLength = 0;
+  result.Flags &= ~static_cast<uint32_t>(T_FLAG_LUT_IN_USE | T_FLAG_SIGNED_DATA);
+  result.Order = order;
+  result.LowBit = result.AltLowBit = 0;
+  result.HighBit = result.AltHighBit = HighBitOf(result.BitsPerPixel);
+}
+
+void AdoptPalette(BitmapHandle& bitmap, T_PaletteEntry* palette, uint32_t colors) noexcept {
+  T_SetBitmapNewPalette(&bitmap, nullptr, 0);
+  bitmap.Palette = palette;
+  bitmap.Colors = palette ? colors : 0;
 }
 
 }  // namespace tarn

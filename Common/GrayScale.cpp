@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "Common/Internal/Checks.h"
+#include "Common/Internal/Duplicate.h"
 #include "Common/Internal/Geometry.h"
 #include "Common/Internal/GrayParams.h"
 #include "Common/Internal/LineConverter.h"
@@ -178,24 +179,7 @@ Status MakeRows(BitmapHandle& target, BitmapHandle& source, Lines& lines) noexce
   return SUCCESS;
 }
 
-/// Fields of a gray result; a lookup table that was duplicated with the storage has done its work.
-void Describe(BitmapHandle& result, int32_t bits) noexcept {
-  const Here here = TARN_HERE;
-  if (result.LUT) T_GlobalFree(result.LUT, here.line, here.file);
-  result.LUT = nullptr;
-  result.LUTLength = 0;
-  result.Flags &= ~static_cast<uint32_t>(T_FLAG_LUT_IN_USE | T_FLAG_SIGNED_DATA);
-  result.Order = bits == 8 ? T_ORDER_RGB : T_ORDER_GRAY;
-  result.LowBit = result.AltLowBit = 0;
-  result.HighBit = result.AltHighBit = bits == 32 ? -1 : bits - 1;
-}
-
-/// Gives a bitmap the ramp of its depth, or none, in place of the palette that it has.
-void TakeRamp(BitmapHandle& bitmap, T_PaletteEntry* ramp) noexcept {
-  T_SetBitmapNewPalette(&bitmap, nullptr, 0);
-  bitmap.Palette = ramp;
-  bitmap.Colors = ramp ? 256 : 0;
-}
+constexpr uint32_t OrderOf(int32_t bits) noexcept { return bits == 8 ? T_ORDER_RGB : T_ORDER_GRAY; }
 
 Status MakeRamp(int32_t bits, T_PaletteEntry*& ramp) noexcept {
   ramp = bits == 8 ? T_CreateGrayPalette(8) : nullptr;
@@ -206,12 +190,12 @@ template <class Lines>
 Status ReplaceBy(BitmapHandle& bitmap, int32_t bits, Lines& lines) noexcept {
   ScratchBitmap result;
   TARN_TRY(result.Create(bitmap, bitmap.Width, bitmap.Height, bits));
-  Describe(result.Record(), bits);
+  DescribeSamples(result.Record(), OrderOf(bits));
   TARN_TRY(MakeRows(result.Record(), bitmap, lines));
   T_PaletteEntry* ramp = nullptr;
   TARN_TRY(MakeRamp(bits, ramp));
   result.Commit(bitmap);
-  TakeRamp(bitmap, ramp);
+  AdoptPalette(bitmap, ramp, 256);
   return SUCCESS;
 }
 
@@ -226,7 +210,7 @@ Status MakeGrayCopy(BitmapHandle& destination, BitmapHandle& source, int32_t bit
   if (status.Ok()) {
     made.Palette = ramp;
     made.Colors = ramp ? 256 : 0;
-    Describe(made, bits);
+    DescribeSamples(made, OrderOf(bits));
     status = MakeRows(made, source, lines);
     if (status.Ok()) {
       destination = made;

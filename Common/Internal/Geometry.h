@@ -51,6 +51,22 @@ constexpr uint64_t ColumnOffset(int32_t bits, uint32_t column) noexcept {
   }
 }
 
+/// HighBit of a fresh bitmap: the top bit of a sample. Deliberate: -1 at 32 bits, which are colour or gray, and only
+/// the operation that fills them knows.
+constexpr int32_t HighBitOf(int32_t bits) noexcept {
+  switch (bits) {
+    case 24:
+      return 7;
+    case 32:
+      return -1;
+    case 48:
+    case 64:
+      return 15;
+    default:
+      return bits - 1;
+  }
+}
+
 /// What a record describes fits together: positive extents, a known depth, rows that hold their pixels.
 inline bool GeometryHolds(const BitmapHandle& bitmap) noexcept {
   const int32_t width = bitmap.Width;
