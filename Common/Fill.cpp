@@ -108,24 +108,6 @@ void FillBlock(uint8_t* start, uint64_t bytes, const RowPattern& pattern) noexce
   }
 }
 
-uint8_t* DirectRow(BitmapHandle& bitmap, int32_t row) noexcept {
-  const StorageOps* const ops = OpsOf(bitmap);
-  return ops ? ops->direct(bitmap, static_cast<uint32_t>(row)) : nullptr;
-}
-
-/// First row of a bitmap in one block; null for other storage.
-uint8_t* BlockOf(BitmapHandle& bitmap) noexcept {
-  if (OpsOf(bitmap) != &kBlockOps || !DirectRow(bitmap, bitmap.Height - 1)) return nullptr;
-  return DirectRow(bitmap, 0);
-}
-
-bool LiesInMemory(BitmapHandle& bitmap) noexcept {
-  if (BlockOf(bitmap)) return true;
-  for (int32_t row = 0; row < bitmap.Height; ++row)
-    if (!DirectRow(bitmap, row)) return false;
-  return true;
-}
-
 Status FillEachRow(BitmapHandle& bitmap, const RowPattern& pattern, Progress& progress) noexcept {
   RowWriter target(bitmap, TARN_HERE);
   TARN_TRY(target.Open());

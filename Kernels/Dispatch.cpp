@@ -38,7 +38,8 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
                     .nearestPrepared = NearestPrepared_Portable,
                     .pixels = &kPixelsPortable,
                     .dither = &kDitherPortable,
-                    .countKeys = CountKeys_Portable};
+                    .countKeys = CountKeys_Portable,
+                    .turn = &kTurnPortable};
   if (limit >= Isa::kAvx2) {
     table.compressRuns = CompressRuns_Avx2;  // expanding goes run by run: wider registers do not help it
     table.shiftBits = ShiftBits_Avx2;
@@ -48,6 +49,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.pixels = &kPixelsAvx2;
     table.dither = &kDitherAvx2;
     table.countKeys = CountKeys_Avx2;
+    table.turn = &kTurnAvx2;
   }
   return table;
 }

@@ -7,6 +7,7 @@
 #include "Kernels/Dither.h"
 #include "Kernels/Histogram.h"
 #include "Kernels/Pixels.h"
+#include "Kernels/Turn.h"
 
 namespace tarn {
 
@@ -52,6 +53,7 @@ struct KernelTable {
   const PixelKernels* pixels;
   const DitherKernels* dither;
   CountKeys* countKeys;
+  const TurnKernels* turn;
 };
 
 /// The rule of long runs, for the rare run of more than 65535 pixels: writes the words up to its last piece and moves

@@ -3,32 +3,38 @@
 #include "Common/Internal/Storage.h"
 
 namespace tarn {
-namespace {
 
-// First row when all rows lie behind each other in memory, checked once for the whole bitmap.
-uint8_t* WholeBlock(BitmapHandle& bitmap) noexcept {
-  if (OpsOf(bitmap) != &kBlockOps || bitmap.Height <= 0) return nullptr;
-  uint8_t* const last = kBlockOps.direct(bitmap, static_cast<uint32_t>(bitmap.Height) - 1);
-  return last ? kBlockOps.direct(bitmap, 0) : nullptr;
-}
-
-uint8_t* DirectRow(BitmapHandle& bitmap, uint8_t* base, int32_t row) noexcept {
-  if (base) return base + static_cast<uint64_t>(row) * bitmap.BytesPerLine;
+uint8_t* DirectRow(BitmapHandle& bitmap, int32_t row) noexcept {
   const StorageOps* const ops = OpsOf(bitmap);
   return ops ? ops->direct(bitmap, static_cast<uint32_t>(row)) : nullptr;
 }
 
-}  // namespace
+// Checked once for the whole bitmap.
+uint8_t* BlockOf(BitmapHandle& bitmap) noexcept {
+  if (OpsOf(bitmap) != &kBlockOps || bitmap.Height <= 0) return nullptr;
+  return DirectRow(bitmap, bitmap.Height - 1) ? DirectRow(bitmap, 0) : nullptr;
+}
+
+bool LiesInMemory(BitmapHandle& bitmap) noexcept {
+  if (BlockOf(bitmap)) return true;
+  for (int32_t row = 0; row < bitmap.Height; ++row)
+    if (!DirectRow(bitmap, row)) return false;
+  return true;
+}
+
+static uint8_t* RowFrom(BitmapHandle& bitmap, uint8_t* base, int32_t row) noexcept {
+  return base ? base + static_cast<uint64_t>(row) * bitmap.BytesPerLine : DirectRow(bitmap, row);
+}
 
 Status RowReader::Open() noexcept {
-  base_ = WholeBlock(bitmap_);
+  base_ = BlockOf(bitmap_);
   if (base_) return SUCCESS;
   line_ = TrackedBuffer<uint8_t>(bitmap_.BytesPerLine, here_);
   return line_ ? SUCCESS : ERR_NO_MEMORY;
 }
 
 const uint8_t* RowReader::Part(int32_t row, uint64_t offset, uint64_t bytes) noexcept {
-  if (const uint8_t* direct = DirectRow(bitmap_, const_cast<uint8_t*>(base_), row)) return direct + offset;
+  if (const uint8_t* direct = RowFrom(bitmap_, const_cast<uint8_t*>(base_), row)) return direct + offset;
   const StorageOps* const ops = OpsOf(bitmap_);
   const int64_t got =
       ops ? ops->read(bitmap_, line_.data(), static_cast<uint32_t>(row), offset, bytes) : int64_t{ERR_NO_MEMORY};
@@ -38,7 +44,7 @@ const uint8_t* RowReader::Part(int32_t row, uint64_t offset, uint64_t bytes) noe
 }
 
 Status RowWriter::Open() noexcept {
-  base_ = WholeBlock(bitmap_);
+  base_ = BlockOf(bitmap_);
   if (base_) return SUCCESS;
   line_ = TrackedBuffer<uint8_t>(bitmap_.BytesPerLine, here_);
   return line_ ? SUCCESS : ERR_NO_MEMORY;
@@ -46,7 +52,7 @@ Status RowWriter::Open() noexcept {
 
 uint8_t* RowWriter::Row(int32_t row) noexcept {
   row_ = row;
-  uint8_t* const direct = DirectRow(bitmap_, base_, row);
+  uint8_t* const direct = RowFrom(bitmap_, base_, row);
   direct_ = direct != nullptr;
   return direct_ ? direct : line_.data();
 }

@@ -81,6 +81,13 @@ class Progress {
   int64_t remainder_ = 0;
 };
 
+/// Address of a row of a locked bitmap that lies in memory for as long as the storage does; null when rows must be moved.
+uint8_t* DirectRow(BitmapHandle& bitmap, int32_t row) noexcept;
+/// First row of a bitmap whose rows lie behind each other in memory; null for any other.
+uint8_t* BlockOf(BitmapHandle& bitmap) noexcept;
+/// Every row has an address.
+bool LiesInMemory(BitmapHandle& bitmap) noexcept;
+
 /// A result in the making: the caller's record is untouched until Commit.
 class ScratchBitmap {
  public:

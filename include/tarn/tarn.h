@@ -12,6 +12,7 @@
 #include "dither.h"
 #include "files.h"
 #include "fill.h"
+#include "flip.h"
 #include "gray.h"
 #include "hooks.h"
 #include "huge.h"

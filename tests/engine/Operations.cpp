@@ -31,6 +31,7 @@ const std::vector<Operation>& Operations() {
     AddDibOperations(rows);
     AddPixelOperations(rows);
     AddColorOperations(rows);
+    AddGeometryOperations(rows);
     AddMemoryOperations(rows);
     AddFileOperations(rows);
     return rows;
