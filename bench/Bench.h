@@ -47,6 +47,7 @@ struct Group {
   std::vector<std::string> columns;
   std::vector<Case> cases;
   std::vector<Line> lines;
+  int mostRounds = 1000;
 
   size_t Add(std::string name, std::function<void()> pass) {
     cases.push_back({std::move(name), std::move(pass)});
@@ -94,6 +95,8 @@ Group CallGroup();
 Group CopyGroup();
 /// Conversion between formats, a group a pair, of the photographs in a directory.
 std::vector<GroupMaker> ConvertGroups(const std::string& directory);
+/// Dithering and palettes, a group a job.
+std::vector<GroupMaker> ReduceGroups(const std::string& directory);
 /// Making and freeing bitmaps.
 Group StorageGroup();
 /// Single pixels in order and anywhere; the nearest entry of a palette; filling.

@@ -1,4 +1,4 @@
-// Copies of bitmaps and rectangles beside plain memory.
+// Copies of bitmaps and rectangles beside plain memory and beside other libraries.
 
 #include <benchmark/benchmark.h>
 
@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "Bitmaps.h"
+#include "Peers.h"
 
 namespace bench {
 namespace {
@@ -49,28 +50,66 @@ void CopyPage(Bitmap& source, int32_t column) {
   T_FreeBitmap(&made);
 }
 
+/// From a column on.
+Pixels PixelsOf(Bitmap& bitmap, int32_t bits, int32_t column) {
+  BitmapHandle part{};
+  const int32_t width = (&bitmap)->Width - column;
+  const int32_t height = (&bitmap)->Height;
+  Require(T_CopyBitmapRect(&part, &bitmap, sizeof part, column, 0, width, height) == SUCCESS, "T_CopyBitmapRect");
+  Pixels pixels({bits, T_ORDER_BGR}, width, height);
+  for (int32_t row = 0; row < height; ++row)
+    Require(T_GetBitmapRow(&part, pixels.Row(row), static_cast<uint32_t>(row), pixels.rowBytes) == pixels.rowBytes,
+            "T_GetBitmapRow");
+  T_FreeBitmap(&part);
+  return pixels;
+}
+
 }  // namespace
 
 Group CopyGroup() {
-  Group group{"copy", "Copies into new storage, freed again", {"ms", "x mc", "x malloc"}, {}, {}};
+  Group group{
+      "copy", "Copies into new storage, freed again, where nothing else is said", {"ms", "x mc", "x malloc"}, {}, {}};
   const size_t yardstick = AddMemcpy(group);
   const auto picture = std::make_shared<Bitmap>(kWidth, kHeight, 24, TYPE_NOTILED);
   const auto page = std::make_shared<Bitmap>(kPageWidth, kPageHeight, 1, TYPE_NOTILED);
   Fill(*picture);
   Fill(*page);
+  const auto ready = std::make_shared<Bitmap>(kWidth, kHeight, 24, TYPE_NOTILED);
   const size_t fresh = group.Add("malloc, memcpy", [picture] { CopyToFreshMemory(*picture, kPictureBytes); });
   const size_t whole = group.Add("whole", [picture] { Copy(*picture); });
+  const size_t into = group.Add(
+      "data", [picture, ready] { Require(T_CopyBitmapData(&*ready, &*picture) == SUCCESS, "T_CopyBitmapData"); });
   const size_t even = group.Add("page", [page] { CopyPage(*page, 0); });
   const size_t odd = group.Add("page at 13", [page] { CopyPage(*page, kColumn); });
-  const auto add = [&](const char* job, const char* who, size_t at, double bytes, Figure beside, Target target) {
+  const auto add = [&](const char* job, const std::string& who, size_t at, double bytes, Figure beside, Target target) {
     group.lines.push_back({job, who, {Scaled(at, 1e3), TimesMemcpy(at, yardstick, bytes, bytes, target), beside}});
   };
   const auto all = static_cast<double>(kPictureBytes);
   const auto small = static_cast<double>(page->RowBytes()) * page->Rows();
-  add("48 MB, 24 bits", "malloc, memcpy, free", fresh, all, Ratio(fresh, fresh), {});
-  add("48 MB, 24 bits", "T_CopyBitmap", whole, all, Ratio(whole, fresh), AtMost(1.6));
-  add("4960 x 7016, 1 bit", "T_CopyBitmapRect, all", even, small, {}, {});
-  add("4960 x 7016, 1 bit", "T_CopyBitmapRect, column 13", odd, small, {}, AtMost(2.0));
+  const char* const kWhole = "48 MB, 24 bits";
+  const char* const kPage = "4960 x 7016, 1 bit";
+  const char* const kPart = "4960 x 7016, 1 bit, from column 13";
+  const auto peers = [&](const char* job, Bitmap& bitmap, int32_t bits, int32_t column, double bytes) {
+    const Pixels source = PixelsOf(bitmap, bits, 0);
+    const Pixels expected = PixelsOf(bitmap, bits, column);
+    for (const auto& peer : Peers()) {
+      for (const PeerJob& copy : peer->Copy(source, column)) {
+        copy.pass();
+        const std::string who = peer->Name() + " " + copy.call;
+        Require(MeanDifference(copy.result(), expected) == 0, who.c_str());
+        const size_t at = group.Add("peer", copy.pass);
+        add(job, who, at, bytes, bits == 24 ? Ratio(at, fresh) : Figure{}, {});
+      }
+    }
+  };
+  add(kWhole, "malloc, memcpy, free", fresh, all, Ratio(fresh, fresh), {});
+  add(kWhole, "T_CopyBitmap", whole, all, Ratio(whole, fresh), AtMost(1.6));
+  add(kWhole, "T_CopyBitmapData, ready", into, all, Ratio(into, fresh), {});
+  peers(kWhole, *picture, 24, 0, all);
+  add(kPage, "T_CopyBitmapRect", even, small, {}, {});
+  peers(kPage, *page, 1, 0, small);
+  add(kPart, "T_CopyBitmapRect", odd, small, {}, AtMost(2.0));
+  peers(kPart, *page, 1, kColumn, small);
   return group;
 }
 

@@ -81,7 +81,7 @@ MeasuredGroup Measure(const Group& group, int rounds) {
   benchmark::ClearRegisteredBenchmarks();
   for (size_t i = 0; i < count; ++i) Register(group, i, iterations[i]);
 
-  std::vector<Round> taken(static_cast<size_t>(rounds), Round(count));
+  std::vector<Round> taken(static_cast<size_t>(std::min(rounds, group.mostRounds)), Round(count));
   std::vector<size_t> order(count);
   std::iota(order.begin(), order.end(), size_t{0});
   std::mt19937 random(20);  // the same orders in every run of the program

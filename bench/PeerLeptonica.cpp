@@ -135,22 +135,43 @@ class Leptonica : public Peer {
     return {into, Making("pixClipRectangle", clip)};
   }
 
-  PeerJob Reduce(const Pixels& source, const Reduction& reduction) override {
+  std::vector<PeerJob> Reduce(const Pixels& source, const Reduction& reduction) override {
     const Shared pix = PixOf(source);
     if (!pix) return {};
     using Way = Reduction::Way;
-    if (reduction.palette.size() == 2 && source.format == kGray8 && reduction.way == Way::kFloydSteinberg) {
+    if (source.format == kGray8 && reduction.way == Way::kFloydSteinberg) {
       PeerJob job = Making("pixDitherToBinary", [=] { return pixDitherToBinary(pix.get()); });
       job.result = [inked = job.result] {  // its ones are black
         Pixels pixels = inked();
         for (uint8_t& byte : pixels.bytes) byte = static_cast<uint8_t>(~byte);
         return pixels;
       };
-      return job;
+      return {job};
     }
-    if (source.format == kBgr24 && reduction.palette.size() > 2 && reduction.way == Way::kNearest)
-      return ToNearest(pix, reduction.palette);
-    return {};
+    if (source.format != kBgr24) return {};
+    if (reduction.way == Way::kNearest) return {ToNearest(pix, reduction.palette)};
+    const int dither = reduction.way == Way::kFloydSteinberg;
+    std::vector<PeerJob> jobs;
+    if (reduction.way == Way::kChosen || (dither && reduction.palette.size() > 216)) {
+      constexpr l_int32 kColours = 240;  // the most it makes well
+      jobs.push_back(
+          Making("pixOctreeColorQuant, its own 240", [=] { return pixOctreeColorQuant(pix.get(), kColours, dither); }));
+      jobs.push_back(Making("pixMedianCutQuant, its own 256", [=] { return pixMedianCutQuant(pix.get(), dither); }));
+    } else if (dither && reduction.palette.size() == 216) {
+      jobs.push_back(Making("pixFixedOctcubeQuant256, 3-3-2", [=] { return pixFixedOctcubeQuant256(pix.get(), 1); }));
+    }
+    return jobs;
+  }
+
+  PeerJob CountColours(const Pixels& source) override {
+    const Shared pix = PixOf(source);
+    if (source.format != kBgr24) return {};
+    return {"pixCountRGBColorsByHash",
+            [=] {
+              l_int32 colours = 0;
+              Require(pixCountRGBColorsByHash(pix.get(), &colours) == 0, "pixCountRGBColorsByHash");
+            },
+            {}};
   }
 
  private:

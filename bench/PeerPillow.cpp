@@ -80,12 +80,24 @@ class Pillow : public Peer {
     return {Job(source, "crop", "im.crop((" + std::to_string(column) + ", 0, width, height))", {})};
   }
 
-  PeerJob Reduce(const Pixels& source, const Reduction& reduction) override {
-    if (!ModeOf(source.format) || reduction.way == Reduction::Way::kOrdered) return {};
-    const std::string dither = reduction.way == Reduction::Way::kFloydSteinberg ? "dither=Image.Dither.FLOYDSTEINBERG)"
-                                                                                : "dither=Image.Dither.NONE)";
-    if (reduction.palette.size() == 2) return Job(source, "convert", "im.convert('1', " + dither, {});
-    return Job(source, "quantize", "im.quantize(palette=wanted, " + dither, reduction.palette);
+  std::vector<PeerJob> Reduce(const Pixels& source, const Reduction& reduction) override {
+    using Way = Reduction::Way;
+    if (!ModeOf(source.format) || reduction.way == Way::kOrdered) return {};
+    if (reduction.way == Way::kChosen) {
+      return {Job(source, "quantize FASTOCTREE", "im.quantize(256, method=Image.Quantize.FASTOCTREE, dither=0)", {}),
+              Job(source, "quantize MEDIANCUT", "im.quantize(256, method=Image.Quantize.MEDIANCUT, dither=0)", {})};
+    }
+    const std::string dither = reduction.way == Way::kFloydSteinberg ? "FLOYDSTEINBERG" : "NONE";
+    if (reduction.palette.size() == 2)
+      return {Job(source, "convert", "im.convert('1', dither=Image.Dither." + dither + ")", {})};
+    return {
+        Job(source, "quantize", "im.quantize(palette=wanted, dither=Image.Dither." + dither + ")", reduction.palette)};
+  }
+
+  PeerJob CountColours(const Pixels& source) override {
+    PeerJob job = Job(source, "getcolors", "im.getcolors(1 << 24)", {});
+    job.result = nullptr;  // not a picture
+    return job;
   }
 
  private:

@@ -13,6 +13,9 @@ std::vector<std::unique_ptr<Peer>> Peers() {
 #ifdef TARN_PEER_LEPTONICA
   peers.push_back(LeptonicaPeer());
 #endif
+#ifdef TARN_PEER_SWSCALE
+  peers.push_back(SwscalePeer());
+#endif
 #ifdef TARN_PEER_PILLOW
   peers.push_back(PillowPeer());
 #endif

@@ -18,7 +18,12 @@ struct PeerJob {
 };
 
 struct Reduction {
-  enum class Way { kNearest, kFloydSteinberg, kOrdered };
+  enum class Way {
+    kNearest,
+    kFloydSteinberg,
+    kOrdered,
+    kChosen
+  };  // the last: the nearest of 256 colours of its choice
   Way way;
   Palette palette;  // two colours: black and white
 };
@@ -33,7 +38,8 @@ class Peer {
   /// All columns from `column` on, or the whole picture for 0.
   virtual std::vector<PeerJob> Copy(const Pixels& /*source*/, int32_t /*column*/) { return {}; }
   /// Fewer colours, from 24-bit or gray pixels.
-  virtual PeerJob Reduce(const Pixels& /*source*/, const Reduction& /*reduction*/) { return {}; }
+  virtual std::vector<PeerJob> Reduce(const Pixels& /*source*/, const Reduction& /*reduction*/) { return {}; }
+  virtual PeerJob CountColours(const Pixels& /*source*/) { return {}; }
 };
 
 /// Those that are there.
@@ -42,6 +48,7 @@ std::vector<std::unique_ptr<Peer>> Peers();
 std::unique_ptr<Peer> OpenCvPeer();
 std::unique_ptr<Peer> LibyuvPeer();
 std::unique_ptr<Peer> LeptonicaPeer();
+std::unique_ptr<Peer> SwscalePeer();
 std::unique_ptr<Peer> PillowPeer();  // null when its module cannot be imported
 
 }  // namespace bench
