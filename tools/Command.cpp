@@ -64,8 +64,6 @@ void ReadOptions::Check() const {
   }
 }
 
-namespace {
-
 Loaded ReadBitmap(Reader& reader, const StorageChoice& storage, const std::string& file, Console& console) {
   Loaded loaded;
   loaded.bitmap = std::make_unique<Bitmap>(reader.Info(), PassingStorage(storage, reader.Info().bits), file);
@@ -80,19 +78,17 @@ Loaded ReadBitmap(Reader& reader, const StorageChoice& storage, const std::strin
   return loaded;
 }
 
-}  // namespace
-
 Loaded Load(const std::string& file, const ReadOptions& options, Console& console) {
   InputFile input(file);
   const std::unique_ptr<Reader> reader = OpenPicture(input, console, options.page);
-  console.Note(file, reader->Info().container + ", " + reader->Info().depth);
+  console.Note(file, reader->Source() + ", " + reader->Info().depth);
   RequireStorable(options.storage, LayoutOf(reader->Info()), file);
   return ReadBitmap(*reader, options.storage, file, console);
 }
 
 // ---- From a file to a file -----------------------------------------------------------------------------------------
 
-void FileToFile::AddOptions(Options& options) {
+void FileToFile::AddOptions(Options& options, bool onePage) {
   reading.AddKind(options);
   options.Choice<TiffCompression>(
       "--compression", writing.compression,
@@ -103,7 +99,7 @@ void FileToFile::AddOptions(Options& options) {
        {"g4", TiffCompression::kG4}},
       "SCHEME", "of TIFF: none, lzw, deflate, packbits or g4 (1-bit pictures); G4 for black and white, else Deflate");
   options.Number("--quality", quality, 1, 100, "of JPEG, 1 to 100, else 90");
-  reading.AddPage(options);
+  if (onePage) reading.AddPage(options);
   reading.AddLimits(options);
 }
 
@@ -117,49 +113,49 @@ void FileToFile::Check() const {
 }
 
 void FileToFile::Run(const Plan& plan, const Work& work, Console& console) {
-  const Format format = FormatOf(output);
+  RunPages(
+      reading.page, plan, [&](Bitmaps& bitmaps) { work(bitmaps.front()); }, console);
+}
+
+void FileToFile::RunAll(const Plan& plan, const WorkOnAll& work, Console& console) {
+  RunPages(reading.page == 0 ? kEveryPage : reading.page, plan, work, console);
+}
+
+void FileToFile::RunPages(int page, const Plan& plan, const WorkOnAll& work, Console& console) {
   if (quality != 0) writing.jpegQuality = quality;
   InputFile source(input);
-  std::unique_ptr<Reader> reader = OpenPicture(source, console, reading.page);
-  console.Note(input, reader->Info().container + ", " + reader->Info().depth);
-  const bool wasGray = LayoutOf(reader->Info()).Gray();
-
-  // What goes into the file: the metadata of the picture that was read, pixels of the result.
-  Picture written = reader->Info();
-  const auto describe = [&](int32_t width, int32_t height, const Layout& layout) {
-    written.width = width;
-    written.height = height;
-    written.bits = layout.bits;
-    written.palette = layout.palette;
-    RequireHolds(format, writing, written, output);
+  std::unique_ptr<Reader> reader = OpenPicture(source, console, page);
+  const int count = page == kEveryPage ? reader->Pages() : 1;
+  const auto turnTo = [&](int number) {
+    if (count > 1) reader->TurnTo(number);
+    return count > 1 ? NameOfPage(input, *reader) : input;
   };
-  const Shape shape = plan(written);
-  RequireStorable(reading.storage, shape.layout, input);
-  describe(shape.width, shape.height, FileLayout(shape.layout));
-  OutputFile target(output);  // before the work, so that a place that cannot be written shows at once
+  PictureFile target(output, writing, reading.storage, false, console);
+  for (int number = 1; number <= count; ++number) {
+    const std::string name = turnTo(number);
+    console.Note(input, reader->Source() + ", " + reader->Info().depth);
+    const Shape shape = plan(reader->Info());
+    RequireStorable(reading.storage, shape.layout, name);
+    target.Expect(reader->Info(), shape);
+  }
+  target.Create();  // before the work, so that a place that cannot be written shows at once
 
-  std::unique_ptr<Bitmap> bitmap = ReadBitmap(*reader, reading.storage, input, console).bitmap;
+  std::vector<Picture> read;
+  Bitmaps bitmaps;
+  for (int number = 1; number <= count; ++number) {
+    const std::string name = turnTo(number);
+    Loaded loaded = ReadBitmap(*reader, reading.storage, name, console);
+    read.push_back(std::move(loaded.picture));
+    bitmaps.push_back(std::move(loaded.bitmap));
+  }
   reader.reset();
-  work(bitmap);
-  const Layout result = LayoutOf(bitmap->Handle());
-  const Layout filed = FileLayout(result);
-  if (!(filed == result)) {
-    console.Note(output, NameOf(result) + " is written as " + NameOf(filed));
-    Progress progress(console, output, static_cast<uint64_t>(bitmap->Handle().Height));
-    bitmap = Converted(*bitmap, filed, PassingStorage(reading.storage, filed.bits), output, progress);
-  }
-  describe(bitmap->Handle().Width, bitmap->Handle().Height, filed);
-  if (!written.profile.empty() && filed.Gray() != wasGray) {
-    console.Note(output, "the colour profile is left out: it is not one of such pixels");
-    written.profile.clear();
-  }
-  {
-    Progress progress(console, output, static_cast<uint64_t>(written.height));
-    WritePicture(format, writing, written, *bitmap, target, console, progress);
-  }
-  const std::string bytes = std::to_string(target.Size()) + " bytes written";
-  target.Commit();  // nothing after this may fail
-  console.Note(output, bytes);
+  work(bitmaps);
+  for (size_t i = 0; i < bitmaps.size(); ++i) target.Add(read[i], std::move(bitmaps[i]));
+  target.Commit();
+}
+
+std::string NameOfPage(const std::string& file, const Reader& reader) {
+  return reader.Pages() > 1 ? file + ", page " + std::to_string(reader.Page()) : file;
 }
 
 void PictureCommand::AddOptions(Options& options) {

@@ -11,6 +11,7 @@
 #include "Layout.h"
 #include "Options.h"
 #include "Picture.h"
+#include "PictureFile.h"
 
 namespace tarn::tool {
 
@@ -53,16 +54,11 @@ struct Loaded {
   std::unique_ptr<Bitmap> bitmap;
 };
 
+/// Reads the page that the reader is at. `name` is told the user.
+Loaded ReadBitmap(Reader& reader, const StorageChoice& storage, const std::string& name, Console& console);
 Loaded Load(const std::string& file, const ReadOptions& options, Console& console);
 
 // ---- From a file to a file -----------------------------------------------------------------------------------------
-
-/// What a bitmap will be.
-struct Shape {
-  int32_t width = 0;
-  int32_t height = 0;
-  Layout layout;
-};
 
 /// The way of a picture from a file into memory, through some work, and into another file. The result is brought into
 /// a layout that files have (FileLayout) and written whole or not at all.
@@ -72,6 +68,9 @@ struct FileToFile {
   using Plan = std::function<Shape(const Picture& picture)>;
   /// The bitmap may be changed or replaced; throws Failure.
   using Work = std::function<void(std::unique_ptr<Bitmap>& bitmap)>;
+  using Bitmaps = std::vector<std::unique_ptr<Bitmap>>;
+  /// Of all pages at once.
+  using WorkOnAll = std::function<void(Bitmaps& bitmaps)>;
 
   std::string input;
   std::string output;
@@ -80,10 +79,19 @@ struct FileToFile {
   int quality = 0;  // 0: not given
 
   /// All options but the names of the files.
-  void AddOptions(Options& options);
+  void AddOptions(Options& options, bool onePage = true);
   void Check() const;
+  /// One page: the only one, or the one chosen.
   void Run(const Plan& plan, const Work& work, Console& console);
+  /// All pages, or the one chosen. The plan is asked for each.
+  void RunAll(const Plan& plan, const WorkOnAll& work, Console& console);
+
+ private:
+  void RunPages(int page, const Plan& plan, const WorkOnAll& work, Console& console);
 };
+
+/// "a.tif, page 2", or the file alone where it has one page.
+std::string NameOfPage(const std::string& file, const Reader& reader);
 
 /// A command that is such a way: its own part is its options, Plan and Apply.
 class PictureCommand : public Command {
@@ -134,6 +142,7 @@ std::unique_ptr<Command> MakeConvert();
 std::unique_ptr<Command> MakeColors();
 std::unique_ptr<Command> MakeCountColors();
 std::unique_ptr<Command> MakeCrop();
+std::unique_ptr<Command> MakePages();
 std::unique_ptr<Command> MakePalette();
 std::unique_ptr<Command> MakePixel();
 std::unique_ptr<Command> MakeDiff();
@@ -141,7 +150,7 @@ std::unique_ptr<Command> MakeDiff();
 inline std::vector<std::unique_ptr<Command>> AllCommands() {
   std::vector<std::unique_ptr<Command>> commands;
   for (const auto make :
-       {MakeInfo, MakeConvert, MakeColors, MakeCountColors, MakeCrop, MakePalette, MakePixel, MakeDiff}) {
+       {MakeInfo, MakeConvert, MakeColors, MakeCountColors, MakeCrop, MakePages, MakePalette, MakePixel, MakeDiff}) {
     commands.push_back(make());
   }
   return commands;

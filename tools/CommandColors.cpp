@@ -16,13 +16,21 @@ struct Resolution {
   uint32_t colours = 0;                 // 0: as many as the depth has room for
 };
 
-class ColorsCommand final : public PictureCommand {
+struct DestroyList {
+  void operator()(T_BitmapList* list) const noexcept { T_DestroyBitmapList(list); }
+};
+using BitmapList = std::unique_ptr<T_BitmapList, DestroyList>;
+
+class ColorsCommand final : public Command {
  public:
   const char* Name() const override { return "colors"; }
   const char* Help() const override { return "write a picture in few colours, dithered"; }
 
- protected:
-  void AddOwnOptions(Options& options) override {
+  std::string Subject() const override { return way_.input; }
+
+  void AddOptions(Options& options) override {
+    options.Argument("in", way_.input, "IN", "PNG, JPEG, TIFF or BMP file; of several pages all, with one palette");
+    options.Argument("out", way_.output, "OUT", "file to write; .png, .jpg, .tif or .bmp");
     options.Number("--bits", bits_, 1, 8, "bits a pixel, 1 to 8; the fewest of files that the colours need, else 8");
     options.Number("--colors", colours_, 1, 256, "of an optimized palette, at most");
     options.Text("--palette", palette_, "COLOURS",
@@ -40,9 +48,11 @@ class ColorsCommand final : public PictureCommand {
                              "METHOD",
                              "none, floyd-steinberg (the default), stucki, burkes, sierra, stevenson-arce, jarvis, "
                              "ordered or clustered");
+    way_.AddOptions(options);
   }
 
-  void CheckOwnOptions() const override {
+  void CheckOptions() const override {
+    way_.Check();
     const auto refuse = [](const std::string& reason) { throw Failure(Exit::kUsage, "", reason); };
     if (colours_ != 0 && palette_ != "optimized") refuse("--colors goes with an optimized palette");
     if (bits_ != 0 && colours_ > 1 << bits_) {
@@ -51,34 +61,21 @@ class ColorsCommand final : public PictureCommand {
     if (palette_ == "web" && bits_ != 0 && bits_ != 8) refuse("the web palette goes with --bits 8");
   }
 
-  Shape Plan(const Picture& picture) override {
+  int Run(Console& console) override {
     Decide();
-    // An optimized palette is known later; colours that are no gray ramp stand for it.
-    const std::vector<T_PaletteEntry> colours =
-        resolution_.palette.empty() ? FixedPalette(resolution_.bits) : resolution_.palette;
-    return {picture.width, picture.height, PaletteLayout(resolution_.bits, colours)};
-  }
-
-  void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) override {
-    const std::string was = NameOf(LayoutOf(bitmap->Handle()));
-    {
-      const LibraryProgress progress(console, Input() + ", choosing colours");
-      const T_PaletteEntry* const palette = resolution_.palette.empty() ? nullptr : resolution_.palette.data();
-      BitmapHandle& handle = bitmap->Handle();
-      const int32_t status = T_ColorResBitmap(&handle, nullptr, sizeof handle, resolution_.bits, resolution_.flags,
-                                              palette, nullptr, resolution_.colours, nullptr, nullptr);
-      if (status != SUCCESS) ThrowStatus(status, Input(), "bringing it to few colours");
-    }
-    const Layout layout = LayoutOf(bitmap->Handle());
-    console.Note(Input(), was + " is brought to " + NameOf(layout));
-    if (Storage().kind != StorageKind::kCompressed) return;
-    Progress progress(console, Input() + ", compressing", static_cast<uint64_t>(bitmap->Handle().Height));
-    bitmap = Converted(*bitmap, layout, Storage(), Input(), progress);
+    way_.RunAll([&](const Picture& picture) { return Plan(picture); },
+                [&](FileToFile::Bitmaps& bitmaps) { Apply(bitmaps, console); }, console);
+    return static_cast<int>(Exit::kOk);
   }
 
  private:
   void Decide();
+  Shape Plan(const Picture& picture) const;
+  void Apply(FileToFile::Bitmaps& bitmaps, Console& console) const;
+  void ApplyToList(FileToFile::Bitmaps& bitmaps) const;
+  const T_PaletteEntry* Palette() const { return resolution_.palette.empty() ? nullptr : resolution_.palette.data(); }
 
+  FileToFile way_;
   int bits_ = 0;     // 0: not given
   int colours_ = 0;  // 0: not given
   std::string palette_ = "optimized";
@@ -109,6 +106,56 @@ void ColorsCommand::Decide() {
                     "has " + std::to_string(made.colours) + " colours; --bits " + std::to_string(made.bits) +
                         " holds " + std::to_string(1 << made.bits));
     }
+  }
+}
+
+Shape ColorsCommand::Plan(const Picture& picture) const {
+  // An optimized palette is known later; colours that are no gray ramp stand for it.
+  const std::vector<T_PaletteEntry> colours =
+      resolution_.palette.empty() ? FixedPalette(resolution_.bits) : resolution_.palette;
+  return {picture.width, picture.height, PaletteLayout(resolution_.bits, colours)};
+}
+
+/// Several pages get one palette: the list has them while it is made.
+void ColorsCommand::ApplyToList(FileToFile::Bitmaps& bitmaps) const {
+  const std::string doing = "bringing its pages to few colours";
+  const auto require = [&](int32_t status) {
+    if (status != SUCCESS) ThrowStatus(status, way_.input, doing);
+  };
+  T_BitmapList* made = nullptr;
+  require(T_CreateBitmapList(&made));
+  const BitmapList list(made);
+  for (const std::unique_ptr<Bitmap>& bitmap : bitmaps) {
+    require(T_InsertBitmapListItem(list.get(), T_LIST_END, &bitmap->Handle()));
+    bitmap->Release();
+  }
+  require(T_ColorResBitmapListExt(list.get(), resolution_.bits, resolution_.flags, Palette(), nullptr,
+                                  resolution_.colours, nullptr, nullptr));
+  for (std::unique_ptr<Bitmap>& bitmap : bitmaps) {
+    bitmap = std::make_unique<Bitmap>(
+        [&](BitmapHandle* record, uint32_t) { return T_RemoveBitmapListItem(list.get(), 0, record); },
+        way_.reading.storage, way_.input, doing);
+  }
+}
+
+void ColorsCommand::Apply(FileToFile::Bitmaps& bitmaps, Console& console) const {
+  {
+    const LibraryProgress progress(console, way_.input + ", choosing colours");
+    if (bitmaps.size() > 1) {
+      ApplyToList(bitmaps);
+    } else {
+      BitmapHandle& handle = bitmaps.front()->Handle();
+      const int32_t status = T_ColorResBitmap(&handle, nullptr, sizeof handle, resolution_.bits, resolution_.flags,
+                                              Palette(), nullptr, resolution_.colours, nullptr, nullptr);
+      if (status != SUCCESS) ThrowStatus(status, way_.input, "bringing it to few colours");
+    }
+  }
+  const Layout layout = LayoutOf(bitmaps.front()->Handle());
+  console.Note(way_.input, "is brought to " + NameOf(layout));
+  if (way_.reading.storage.kind != StorageKind::kCompressed) return;
+  for (std::unique_ptr<Bitmap>& bitmap : bitmaps) {
+    Progress progress(console, way_.input + ", compressing", static_cast<uint64_t>(bitmap->Handle().Height));
+    bitmap = Converted(*bitmap, layout, way_.reading.storage, way_.input, progress);
   }
 }
 

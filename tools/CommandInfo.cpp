@@ -20,7 +20,7 @@ std::string Describe(const std::string& input, const ReadOptions& options, Conso
   const auto line = [&](const char* label, const std::string& text) {
     report += std::string("  ") + label + std::string(12 - std::char_traits<char>::length(label), ' ') + text + "\n";
   };
-  line("format", picture.container);
+  line("format", reader->Source());
   line("size", std::to_string(picture.width) + " x " + std::to_string(picture.height) + " pixels");
   line("depth", picture.depth);
   line("resolution", picture.xDpi == 0 || picture.yDpi == 0

@@ -57,6 +57,14 @@ void Options::Size(const char* name, uint64_t& target, const char* help) {
 
 void Options::Flag(const char* name, bool& target, const char* help) { app_.add_flag(name, target, help); }
 
+Options Options::Action(const char* name, const char* help, const std::function<void()>& chosen) {
+  CLI::App* const entry = app_.add_subcommand(name, help);
+  entry->callback(chosen);
+  entry->fallthrough();  // to options of the command itself
+  app_.require_subcommand(1);
+  return Options(*entry);
+}
+
 void Options::OneOf(const char* name, const std::vector<std::string>& words, const std::function<void(size_t)>& choose,
                     const char* type, const char* help) {
   const auto take = [words, choose](const std::string& word) {

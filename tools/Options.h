@@ -29,6 +29,8 @@ class Options {
   /// Bytes; K, M and G count in 1024s.
   void Size(const char* name, uint64_t& target, const char* help);
   void Flag(const char* name, bool& target, const char* help);
+  /// A word after which options of its own follow; one of them must be given. `chosen` is called when it is.
+  Options Action(const char* name, const char* help, const std::function<void()>& chosen);
   /// One of several words, each with its value.
   template <class Value>
   void Choice(const char* name, Value& target, const std::vector<std::pair<std::string, Value>>& choices,

@@ -65,6 +65,11 @@ constexpr uint32_t kJpegMaxSide = 65500;
 
 }  // namespace
 
+std::string Reader::Source() const {
+  if (Pages() == 1) return picture_.container;
+  return picture_.container + ", page " + std::to_string(page_) + " of " + std::to_string(Pages());
+}
+
 std::unique_ptr<Reader> OpenPicture(InputFile& file, Console& console, int page) {
   unsigned char head[8] = {};
   const size_t got = file.Read(head, sizeof head);

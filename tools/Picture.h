@@ -23,6 +23,8 @@ class OutputFile;
 class Progress;
 struct Layout;
 
+enum class TiffCompression { kDefault, kNone, kLzw, kDeflate, kPackBits, kG4 };
+
 struct Picture {
   std::string container;  // format and variant of the file: "PNG, interlaced"
   std::string depth;      // what the file holds: "8-bit palette, 200 colours"
@@ -32,8 +34,9 @@ struct Picture {
   std::vector<T_PaletteEntry> palette;  // 1 << bits entries up to 8 bits, else empty
   int32_t xDpi = 0;                     // 0: the file does not say
   int32_t yDpi = 0;
-  uint32_t orientation = 1;      // view perspective: 1 the top row first, left to right
-  std::vector<uint8_t> profile;  // ICC colour profile, empty when there is none
+  uint32_t orientation = 1;                                 // view perspective: 1 the top row first, left to right
+  std::vector<uint8_t> profile;                             // ICC colour profile, empty when there is none
+  TiffCompression compression = TiffCompression::kDefault;  // of a TIFF page, where it is one that can be written
 
   uint32_t Order() const noexcept;
   uint64_t RowBytes() const noexcept { return (static_cast<uint64_t>(width) * static_cast<uint64_t>(bits) + 7) / 8; }
@@ -84,6 +87,9 @@ class Bitmap {
   void PutPart(int32_t row, uint32_t column, const uint8_t* source, uint64_t bytes);
   void GetPart(int32_t row, uint32_t column, uint8_t* target, uint64_t bytes);
 
+  /// The record's storage is somebody else's from here on.
+  void Release() noexcept { handle_ = {}; }
+
   uint32_t BytesPerLine() const noexcept { return handle_.BytesPerLine; }
   BitmapHandle& Handle() noexcept { return handle_; }
   const BitmapHandle& Handle() const noexcept { return handle_; }
@@ -110,19 +116,29 @@ class Reader {
   /// Calls of Progress::Step that ReadInto makes.
   virtual uint64_t Steps() const noexcept { return static_cast<uint64_t>(picture_.height); }
 
+  virtual int Pages() const noexcept { return 1; }
+  int Page() const noexcept { return page_; }
+  /// Info() and ReadInto are those of another page, 1 to Pages(), from here on. Throws Failure.
+  virtual void TurnTo(int) {}
+  /// Format, variant and, of several, the page.
+  std::string Source() const;
+
  protected:
   Picture picture_;
+  int page_ = 1;
 };
 
 enum class Format { kPng, kJpeg, kTiff, kBmp };
-enum class TiffCompression { kDefault, kNone, kLzw, kDeflate, kPackBits, kG4 };
 
 struct WriteOptions {
   int jpegQuality = 90;
   TiffCompression compression = TiffCompression::kDefault;
 };
 
-/// Recognises the file by its first bytes. `page` counts from 1; 0: the file's only page.
+constexpr int kEveryPage = -1;
+
+/// Recognises the file by its first bytes. `page` counts from 1; 0: the file's only page; kEveryPage: the first one of
+/// any number.
 std::unique_ptr<Reader> OpenPicture(InputFile& file, Console& console, int page);
 /// The format of an output file by its extension; throws Failure.
 Format FormatOf(const std::string& name);
@@ -130,6 +146,15 @@ Format FormatOf(const std::string& name);
 void RequireHolds(Format format, const WriteOptions& options, const Picture& picture, const std::string& name);
 void WritePicture(Format format, const WriteOptions& options, const Picture& picture, Bitmap& bitmap, OutputFile& file,
                   Console& console, Progress& progress);
+
+/// Pages of a TIFF file, one after another.
+class PageWriter {
+ public:
+  virtual ~PageWriter() = default;
+  virtual void Add(const Picture& picture, Bitmap& bitmap, Progress& progress, TiffCompression compression) = 0;
+};
+/// @param pixelBytes of all pages
+std::unique_ptr<PageWriter> WriteTiffPages(OutputFile& file, Console& console, uint64_t pixelBytes, int pages);
 
 // One pair for each codec, behind the functions above.
 std::unique_ptr<Reader> OpenBmp(InputFile& file);

@@ -142,6 +142,25 @@ std::string CompressionName(uint16_t compression) {
   }
 }
 
+/// The scheme as one that is written; kDefault for others.
+TiffCompression WritableScheme(uint16_t compression) {
+  switch (compression) {
+    case COMPRESSION_NONE:
+      return TiffCompression::kNone;
+    case COMPRESSION_CCITTFAX4:
+      return TiffCompression::kG4;
+    case COMPRESSION_LZW:
+      return TiffCompression::kLzw;
+    case COMPRESSION_ADOBE_DEFLATE:
+    case COMPRESSION_DEFLATE:
+      return TiffCompression::kDeflate;
+    case COMPRESSION_PACKBITS:
+      return TiffCompression::kPackBits;
+    default:
+      return TiffCompression::kDefault;
+  }
+}
+
 // ---- Samples -------------------------------------------------------------------------------------------------------
 
 /// Writes sample `sample` of the file's pixels into the bitmap's channels; source has `stride` samples a pixel.
@@ -182,10 +201,8 @@ class TiffReader final : public Reader {
     tiff_ = TiffCalls<InputFile>::Open(file, "rm", context_);
     if (!tiff_) Damaged();
     try {
+      FindPages();
       ChoosePage(page);
-      ReadHeader();
-      // libtiff makes up for a tag whose value is cut off, a colour map for instance.
-      if (file_.RanOut()) throw Failure(Exit::kDamaged, file_.Name(), "damaged TIFF: the file is cut off");
     } catch (...) {
       TiffCalls<InputFile>::Close(tiff_, context_);
       throw;
@@ -193,6 +210,8 @@ class TiffReader final : public Reader {
   }
   ~TiffReader() override { TiffCalls<InputFile>::Close(tiff_, context_); }
 
+  int Pages() const noexcept override { return static_cast<int>(pages_.size()); }
+  void TurnTo(int page) override;
   uint64_t Steps() const noexcept override { return Reader::Steps() * static_cast<uint64_t>(planes_); }
 
   void ReadInto(Bitmap& bitmap, Progress& progress) override {
@@ -226,6 +245,7 @@ class TiffReader final : public Reader {
     return value;
   }
 
+  void FindPages();
   void ChoosePage(int page);
   void ReadHeader();
   void ReadSamples();
@@ -239,8 +259,9 @@ class TiffReader final : public Reader {
   InputFile& file_;
   TiffContext context_;
   TIFF* tiff_ = nullptr;
-  int samples_ = 1;  // of a pixel in the file
-  int planes_ = 1;   // 1: samples lie together
+  std::vector<uint64_t> pages_;  // offsets of their directories
+  int samples_ = 1;              // of a pixel in the file
+  int planes_ = 1;               // 1: samples lie together
   bool grayWithOpacity_ = false;
   bool multiplied_ = false;  // colours come multiplied with their opacity
   bool invertGray16_ = false;
@@ -248,17 +269,18 @@ class TiffReader final : public Reader {
 };
 
 /// Pages are the directories but for reduced copies and masks.
-void TiffReader::ChoosePage(int page) {
-  int pages = 0;
-  int chosen = -1;
+void TiffReader::FindPages() {
+  const uint64_t first = TIFFCurrentDirOffset(tiff_);
   do {
     const auto kind = Tag<uint32_t>(TIFFTAG_SUBFILETYPE);
-    if ((kind & (FILETYPE_REDUCEDIMAGE | FILETYPE_MASK)) != 0) continue;
-    ++pages;
-    if (pages == std::max(page, 1)) chosen = TIFFCurrentDirectory(tiff_);
+    if ((kind & (FILETYPE_REDUCEDIMAGE | FILETYPE_MASK)) == 0) pages_.push_back(TIFFCurrentDirOffset(tiff_));
   } while (context_.Call([&] { return TIFFReadDirectory(tiff_); }) == 1);
   if (context_.error[0]) Damaged();
-  if (pages == 0) pages = 1;  // nothing but reduced copies: the first directory
+  if (pages_.empty()) pages_.push_back(first);  // nothing but reduced copies
+}
+
+void TiffReader::ChoosePage(int page) {
+  const int pages = Pages();
   if (page > pages) {
     throw Failure(Exit::kUsage, file_.Name(),
                   "has " + std::to_string(pages) + (pages == 1 ? " page" : " pages") + " only");
@@ -266,9 +288,20 @@ void TiffReader::ChoosePage(int page) {
   if (page == 0 && pages > 1) {
     throw Failure(Exit::kUsage, file_.Name(), "has " + std::to_string(pages) + " pages; choose one with --page");
   }
-  const auto directory = static_cast<tdir_t>(std::max(chosen, 0));
-  if (context_.Call([&] { return TIFFSetDirectory(tiff_, directory); }) != 1) Damaged();
-  if (pages > 1) picture_.container = ", page " + std::to_string(page) + " of " + std::to_string(pages);
+  TurnTo(std::max(page, 1));
+}
+
+void TiffReader::TurnTo(int page) {
+  page_ = page;
+  picture_ = {};
+  samples_ = planes_ = 1;
+  grayWithOpacity_ = multiplied_ = invertGray16_ = false;
+  context_.Clear();
+  const uint64_t directory = pages_[static_cast<size_t>(page - 1)];
+  if (context_.Call([&] { return TIFFSetSubDirectory(tiff_, directory); }) != 1) Damaged();
+  ReadHeader();
+  // libtiff makes up for a tag whose value is cut off, a colour map for instance.
+  if (file_.RanOut()) throw Failure(Exit::kDamaged, file_.Name(), "damaged TIFF: the file is cut off");
 }
 
 void TiffReader::ReadHeader() {
@@ -282,7 +315,8 @@ void TiffReader::ReadHeader() {
   picture_.width = static_cast<int32_t>(width);
   picture_.height = static_cast<int32_t>(height);
   picture_.container = std::string(TIFFIsBigTIFF(tiff_) ? "BigTIFF, " : "TIFF, ") + CompressionName(compression) +
-                       (TIFFIsTiled(tiff_) ? ", tiles" : ", strips") + picture_.container;
+                       (TIFFIsTiled(tiff_) ? ", tiles" : ", strips");
+  picture_.compression = WritableScheme(compression);
   ReadSamples();
 
   const uint64_t block = TIFFIsTiled(tiff_) ? TIFFTileSize64(tiff_) : TIFFScanlineSize64(tiff_);
@@ -466,21 +500,22 @@ void TiffReader::ReadTiles(Bitmap& bitmap, Progress& progress) {
 
 // ---- Writing -------------------------------------------------------------------------------------------------------
 
-class TiffWriter {
+class TiffWriter final : public PageWriter {
  public:
-  TiffWriter(OutputFile& file, Console& console, uint64_t pixelBytes) : file_(file), context_{&console, &file.Name()} {
+  TiffWriter(OutputFile& file, Console& console, uint64_t pixelBytes, int pages)
+      : file_(file), context_{&console, &file.Name()}, pages_(pages) {
     constexpr uint64_t kClassicLimit = 0xF0000000;  // offsets have 32 bits; leaves room for what compression may add
     tiff_ = TiffCalls<OutputFile>::Open(file, pixelBytes > kClassicLimit ? "w8" : "w", context_);
     if (!tiff_) Fail();
   }
-  ~TiffWriter() {
+  ~TiffWriter() override {
     if (tiff_) TIFFSetMode(tiff_, O_RDONLY);  // given up: closing must not write
     TiffCalls<OutputFile>::Close(tiff_, context_);
   }
   TiffWriter(const TiffWriter&) = delete;
   TiffWriter& operator=(const TiffWriter&) = delete;
 
-  void Write(const Picture& picture, Bitmap& bitmap, Progress& progress, TiffCompression compression) {
+  void Add(const Picture& picture, Bitmap& bitmap, Progress& progress, TiffCompression compression) override {
     WriteHeader(picture, bitmap.Handle(), compression);
     std::vector<uint8_t> line(bitmap.BytesPerLine());
     const int channels = picture.bits == 32 || picture.bits == 64 ? 4 : 3;
@@ -494,8 +529,9 @@ class TiffWriter {
       Check(context_.Call([&] { return TIFFWriteScanline(tiff_, line.data(), static_cast<uint32_t>(row), 0); }) == 1);
       progress.Step();
     }
-    // Everything is written here; closing frees.
+    // All of the page is written here; closing frees.
     Check(context_.Call([&] { return TIFFWriteDirectory(tiff_); }) == 1);
+    ++page_;
   }
 
  private:
@@ -521,6 +557,8 @@ class TiffWriter {
   OutputFile& file_;
   TiffContext context_;
   TIFF* tiff_ = nullptr;
+  int pages_;
+  int page_ = 0;  // the next one, counted from 0
 };
 
 uint16_t Scheme(TiffCompression compression, bool blackAndWhite) {
@@ -590,6 +628,10 @@ void TiffWriter::WriteHeader(const Picture& picture, const BitmapHandle& bitmap,
   if (!picture.profile.empty()) {
     Set(TIFFTAG_ICCPROFILE, static_cast<uint32_t>(picture.profile.size()), picture.profile.data());
   }
+  if (pages_ > 1) {
+    Set(TIFFTAG_SUBFILETYPE, FILETYPE_PAGE);
+    Set(TIFFTAG_PAGENUMBER, page_, pages_);
+  }
   constexpr uint64_t kStripBytes = 256 * 1024;
   const uint64_t rows = std::clamp<uint64_t>(kStripBytes / std::max<uint64_t>(picture.RowBytes(), 1), 1,
                                              static_cast<uint64_t>(picture.height));
@@ -605,7 +647,11 @@ std::unique_ptr<Reader> OpenTiff(InputFile& file, Console& console, int page) {
 void WriteTiff(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress,
                TiffCompression compression) {
   const uint64_t pixelBytes = picture.RowBytes() * static_cast<uint64_t>(picture.height);
-  TiffWriter(file, console, pixelBytes).Write(picture, bitmap, progress, compression);
+  TiffWriter(file, console, pixelBytes, 1).Add(picture, bitmap, progress, compression);
+}
+
+std::unique_ptr<PageWriter> WriteTiffPages(OutputFile& file, Console& console, uint64_t pixelBytes, int pages) {
+  return std::make_unique<TiffWriter>(file, console, pixelBytes, pages);
 }
 
 }  // namespace tarn::tool

@@ -579,7 +579,11 @@ TEST_F(Tool, CommandsSurviveRefusedMemoryAndFailingFiles) {
   MakePng(In("a.png"), 90, 70, {PNG_COLOR_TYPE_RGB, 8, false, false});
   MakePng(In("p.png"), 90, 70, {PNG_COLOR_TYPE_PALETTE, 4, false, false});
   const std::string a = In("a.png"), out = Out("a.png");
-  const Words commands[] = {{"convert", a, out, "--bits", "7", "--storage", "tiled", "--tile-size", "4K"},
+  const std::string pages = In("pages.tif"), tif = Out("a.tif");
+  ASSERT_EQ(Run({"pages", "insert", a, "end", In("p.png"), pages}).code, 0);
+  const Words commands[] = {{"pages", "insert", pages, "2", In("p.png"), tif, "--storage", "disk"},
+                            {"colors", pages, tif, "--bits", "4", "--storage", "tiled", "--tile-size", "4K"},
+                            {"convert", a, out, "--bits", "7", "--storage", "tiled", "--tile-size", "4K"},
                             {"colors", a, out, "--bits", "4", "--storage", "tiled", "--tile-size", "4K"},
                             {"crop", a, out, "-5,-5,50x50"},
                             {"pixel", a, "1,1", out, "--set", "#000000"},
@@ -597,6 +601,7 @@ TEST_F(Tool, CommandsSurviveRefusedMemoryAndFailingFiles) {
         EXPECT_EQ(ended.signal, 0) << ended;
         if (ended.code == 0 || (ended.code == 8 && !writes)) {  // done without
           fs::remove(out);
+          fs::remove(tif);
           continue;
         }
         ++failed;
@@ -606,6 +611,7 @@ TEST_F(Tool, CommandsSurviveRefusedMemoryAndFailingFiles) {
       }
       EXPECT_GT(failed, 3) << words[0];
       fs::remove(out);
+      fs::remove(tif);
     }
   }
 }

@@ -330,9 +330,25 @@ Pixels MakeTiff(const std::string& name, int width, int height, const TiffKind& 
   return truth;
 }
 
-Pixels DecodeTiff(const std::string& name, TiffKind* kindOut, Meta* meta) {
+int TiffPageCount(const std::string& name) {
   TIFF* tiff = TIFFOpen(name.c_str(), "r");
   if (!tiff) Throw("cannot read " + name);
+  const int pages = static_cast<int>(TIFFNumberOfDirectories(tiff));
+  for (int page = 0; page < pages; ++page) {
+    uint16_t number = 0, count = 0;
+    const bool set = TIFFSetDirectory(tiff, static_cast<tdir_t>(page)) == 1;
+    const bool numbered = TIFFGetField(tiff, TIFFTAG_PAGENUMBER, &number, &count) == 1;
+    if (!set || numbered != (pages > 1) || (numbered && (number != page || count != pages))) {
+      Throw("wrong page numbers in " + name);
+    }
+  }
+  TIFFClose(tiff);
+  return pages;
+}
+
+Pixels DecodeTiff(const std::string& name, TiffKind* kindOut, Meta* meta, int page) {
+  TIFF* tiff = TIFFOpen(name.c_str(), "r");
+  if (!tiff || TIFFSetDirectory(tiff, static_cast<tdir_t>(page)) != 1) Throw("cannot read " + name);
   uint32_t width = 0, height = 0, profileBytes = 0;
   uint16_t bits = 1, samples = 1, photometric = 0, compression = 1, orientation = 1, planar = 1, unit = 0;
   float resolution = 0;

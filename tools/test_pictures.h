@@ -49,7 +49,10 @@ struct TiffKind {
   int pages = 1;
 };
 Pixels MakeTiff(const std::string& name, int width, int height, const TiffKind& kind, const Meta& meta = {});
-Pixels DecodeTiff(const std::string& name, TiffKind* kind = nullptr, Meta* meta = nullptr);
+/// @param page counted from 0
+Pixels DecodeTiff(const std::string& name, TiffKind* kind = nullptr, Meta* meta = nullptr, int page = 0);
+/// Throws when the pages are not numbered, or a single one is.
+int TiffPageCount(const std::string& name);
 
 struct JpegKind {
   int components = 3;  // 1 gray, 3 colour, 4 inks
