@@ -39,7 +39,8 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
                     .pixels = &kPixelsPortable,
                     .dither = &kDitherPortable,
                     .countKeys = CountKeys_Portable,
-                    .turn = &kTurnPortable};
+                    .turn = &kTurnPortable,
+                    .scale = &kScalePortable};
   if (limit >= Isa::kAvx2) {
     table.compressRuns = CompressRuns_Avx2;  // expanding goes run by run: wider registers do not help it
     table.shiftBits = ShiftBits_Avx2;

@@ -7,6 +7,7 @@
 #include "Kernels/Dither.h"
 #include "Kernels/Histogram.h"
 #include "Kernels/Pixels.h"
+#include "Kernels/Scale.h"
 #include "Kernels/Turn.h"
 
 namespace tarn {
@@ -54,6 +55,7 @@ struct KernelTable {
   const DitherKernels* dither;
   CountKeys* countKeys;
   const TurnKernels* turn;
+  const ScaleKernels* scale;
 };
 
 /// The rule of long runs, for the rare run of more than 65535 pixels: writes the words up to its last piece and moves

@@ -20,6 +20,7 @@
 #include "memory.h"
 #include "palette.h"
 #include "pixel.h"
+#include "resize.h"
 #include "rows.h"
 #include "settings.h"
 #include "types.h"

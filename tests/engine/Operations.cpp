@@ -32,6 +32,7 @@ const std::vector<Operation>& Operations() {
     AddPixelOperations(rows);
     AddColorOperations(rows);
     AddGeometryOperations(rows);
+    AddScaleOperations(rows);
     AddMemoryOperations(rows);
     AddFileOperations(rows);
     return rows;

@@ -107,6 +107,7 @@ void AddDibOperations(std::vector<Operation>& table);
 void AddPixelOperations(std::vector<Operation>& table);
 void AddColorOperations(std::vector<Operation>& table);
 void AddGeometryOperations(std::vector<Operation>& table);
+void AddScaleOperations(std::vector<Operation>& table);
 void AddMemoryOperations(std::vector<Operation>& table);
 void AddFileOperations(std::vector<Operation>& table);
 

@@ -1,0 +1,85 @@
+#pragma once
+// Rows of a bitmap averaged or interpolated to another size.
+
+#include <cstdint>
+
+#include "Common/Internal/DitherRun.h"
+#include "Common/Internal/LineConverter.h"
+#include "Common/Internal/Rows.h"
+#include "Common/Internal/Status.h"
+#include "Common/Internal/TrackedBuffer.h"
+#include "Kernels/Kernels.h"
+#include "tarn/types.h"
+
+namespace tarn {
+
+/// Where the samples of one direction come from. One of the tables is filled, or none when nothing changes.
+struct ScaleAxis {
+  /// @param rounded steps of box averaging are rounded to 1/4096, else truncated
+  Status Open(int32_t from, int32_t to, bool spline, bool rounded, Here here) noexcept;
+
+  TrackedBuffer<BoxCell> cells;
+  TrackedBuffer<LinearSpot> spots;
+  TrackedBuffer<SplineSpot> places;
+  int32_t source = 0;
+  int32_t target = 0;
+  uint64_t largestTotal = 0;  // of cells
+};
+
+Status MakeBoxCells(ScaleAxis& axis, bool rounded, Here here) noexcept;
+Status MakeLinearSpots(ScaleAxis& axis, Here here) noexcept;
+Status MakeSplinePlaces(ScaleAxis& axis, Here here) noexcept;
+
+/// Some kilobytes. The source stays locked and unchanged meanwhile.
+class Resampler {
+ public:
+  explicit Resampler(BitmapHandle& source) noexcept : source_(source), reader_(source, TARN_HERE) {}
+  ~Resampler() { DitherRun::Destroy(dither_); }
+  Resampler(const Resampler&) = delete;
+  Resampler& operator=(const Resampler&) = delete;
+
+  /// @param format the bitmap whose depth and palette the rows have; its depth and order are the source's
+  Status Open(const BitmapHandle& format, int32_t width, int32_t height, bool spline) noexcept;
+  Status Make(uint8_t* target, uint64_t bytes, int32_t row) noexcept;
+
+ private:
+  static constexpr int kHeld = 4;  // rows that a place of the spline needs
+
+  Status ChooseFormat() noexcept;
+  Status OpenBuffers(Here here) noexcept;
+  Status StartDithering() noexcept;
+  Status Samples(void* target, int32_t row) noexcept;
+  const void* SourceRow(int32_t row) noexcept;
+  void Across(void* target, const void* line) noexcept;
+  Status AverageRows(void* target, const BoxCell& cell) noexcept;
+  Status DitherTo(uint8_t* target, uint64_t bytes, int32_t row) noexcept;
+
+  BitmapHandle& source_;
+  RowReader reader_;
+  BitmapHandle format_{};
+  T_PaletteEntry sourcePalette_[256];
+  T_PaletteEntry palette_[256];  // of the result
+  uint32_t colors_ = 0;
+  const SampleKernels* kernels_ = nullptr;
+  int32_t channels_ = 1;
+  uint32_t sampleBytes_ = 1;
+  bool dithered_ = false;
+  bool converted_ = false;  // through in_ and, unless dithered, out_
+  LineConverter in_;
+  LineConverter out_;
+  DitherRun* dither_ = nullptr;
+  int32_t nextDithered_ = 0;
+  ScaleAxis columns_;
+  ScaleAxis rows_;
+  int64_t rowSamples_ = 0;       // of a result row
+  uint64_t stride_ = 0;          // bytes between held rows
+  TrackedBuffer<uint8_t> line_;  // a source row in samples
+  TrackedBuffer<uint8_t> held_;  // source rows of the new width
+  TrackedBuffer<uint8_t> made_;  // a result row in samples, where the result is something else
+  TrackedBuffer<uint8_t> sums_;
+  TrackedBuffer<uint8_t> second_;  // derivatives of the spline
+  TrackedBuffer<uint8_t> work_;
+  int32_t heldRow_[kHeld] = {-1, -1, -1, -1};
+};
+
+}  // namespace tarn

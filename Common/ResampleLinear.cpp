@@ -1,0 +1,26 @@
+// Between which samples each sample of a growing direction lies, linearly: source sample j spans the run of samples
+// floor(j D / S) .. floor((j + 1) D / S) - 1, and all runs begin half a run late, so that the picture stays in the
+// middle.
+
+#include "Common/Internal/Resampler.h"
+
+namespace tarn {
+
+Status MakeLinearSpots(ScaleAxis& axis, Here here) noexcept {
+  const int64_t from = axis.source;
+  const int64_t to = axis.target;
+  axis.spots = TrackedBuffer<LinearSpot>(static_cast<uint64_t>(to), here);
+  if (!axis.spots) return ERR_NO_MEMORY;
+  int64_t i = 0;
+  const int64_t late = to / from / 2;
+  for (; i < late; ++i) axis.spots[static_cast<uint64_t>(i)] = {0, 0, 0, 1};
+  for (int64_t j = 0; i < to; ++j) {
+    const auto n = static_cast<int32_t>((j + 1) * to / from - j * to / from);
+    const int64_t next = j + 1 < from ? j + 1 : j;
+    for (int32_t k = 0; k < n && i < to; ++k, ++i)
+      axis.spots[static_cast<uint64_t>(i)] = {static_cast<int32_t>(j), static_cast<int32_t>(next), k, n};
+  }
+  return SUCCESS;
+}
+
+}  // namespace tarn

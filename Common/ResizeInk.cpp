@@ -1,0 +1,121 @@
+// One-bit pictures made smaller without losing thin lines: a pixel is ink when enough of what it covers is.
+
+#include <cstring>
+
+#include "Common/Internal/Scaling.h"
+#include "Kernels/Kernels.h"
+#include "tarn/palette.h"
+#include "tarn/resize.h"
+
+namespace tarn {
+namespace {
+
+/// Newton's steps from n / 2 until two approximations are at most one apart.
+int64_t SquareRoot(int64_t n) noexcept {
+  if (n < 1) return 0;
+  if (n < 4) return 1;
+  int64_t x = n / 2;
+  for (;;) {
+    const int64_t q = n / x;
+    const int64_t half = (x > q ? x - q : q - x) / 2;
+    x = (x < q ? x : q) + half;
+    if (half == 0) return x;
+  }
+}
+
+int64_t Threshold(int64_t cellWidth, int64_t cellHeight) noexcept {
+  const int64_t root = SquareRoot(cellWidth * cellHeight);
+  if (root >= 5) return root;
+  return root > 2 ? root - 1 : 1;
+}
+
+int64_t CellStart(int64_t i, int32_t from, int32_t to) noexcept { return i * from / to; }
+
+/// Displayed rows: those of a bitmap whose first stored row is the lowest count from its end.
+class InkRows {
+ public:
+  InkRows(BitmapHandle& source, const BitmapHandle& target) noexcept
+      : reader_(source, TARN_HERE),
+        lineBytes_(source.BytesPerLine),
+        fromWidth_(source.Width),
+        fromHeight_(source.Height),
+        width_(target.Width),
+        height_(target.Height),
+        upwards_(source.ViewPerspective == 4),
+        inkIsOne_(T_IsGrayScaleBitmap(&source) == 2) {
+    const auto extent = [](int32_t from, int32_t to) { return from / to > 1 ? from / to : 1; };
+    threshold_ = Threshold(extent(fromWidth_, width_), extent(fromHeight_, height_));
+  }
+
+  Status Open(Here here) noexcept {
+    TARN_TRY(reader_.Open());
+    const auto count = static_cast<uint64_t>(width_);
+    starts_ = TrackedBuffer<uint32_t>(count + 1, here);
+    counters_ = TrackedBuffer<uint32_t>(count, here);
+    ink_ = TrackedBuffer<uint8_t>(count, here);
+    if (!starts_ || !counters_ || !ink_) return ERR_NO_MEMORY;
+    for (int64_t i = 0; i <= width_; ++i)
+      starts_[static_cast<uint64_t>(i)] = static_cast<uint32_t>(CellStart(i, fromWidth_, width_));
+    return SUCCESS;
+  }
+
+  Status Make(uint8_t* target, uint64_t bytes, int32_t row) noexcept {
+    const int64_t first = CellStart(row, fromHeight_, height_);
+    if (first != counted_) {
+      // A picture that grows has one row a cell.
+      const int64_t end = CellStart(int64_t{row} + 1, fromHeight_, height_);
+      TARN_TRY(Count(first, end > first ? end : first + 1));
+      counted_ = first;
+    }
+    for (uint64_t i = 0; i < static_cast<uint64_t>(width_); ++i)
+      ink_[i] = (counters_[i] >= threshold_) == inkIsOne_ ? 1 : 0;
+    Kernels().pixels->packIndices(target, ink_.data(), width_, 1);
+    const uint64_t used = (static_cast<uint64_t>(width_) + 7) / 8;
+    std::memset(target + used, 0, bytes - used);
+    return SUCCESS;
+  }
+
+ private:
+  Status Count(int64_t first, int64_t end) noexcept {
+    std::memset(counters_.data(), 0, static_cast<uint64_t>(width_) * sizeof(uint32_t));
+    for (int64_t y = first; y < end; ++y) {
+      const uint8_t* const line = reader_.Row(static_cast<int32_t>(upwards_ ? fromHeight_ - 1 - y : y));
+      if (!line) return reader_.status();
+      if (width_ < fromWidth_) {
+        Kernels().scale->countInk(counters_.data(), line, lineBytes_, starts_.data(), width_, !inkIsOne_);
+        continue;
+      }
+      for (uint64_t i = 0; i < static_cast<uint64_t>(width_); ++i) {
+        const uint32_t at = starts_[i];
+        counters_[i] += (line[at / 8] >> (7 - at % 8) & 1) == (inkIsOne_ ? 1 : 0);
+      }
+    }
+    return SUCCESS;
+  }
+
+  RowReader reader_;
+  uint64_t lineBytes_;
+  int32_t fromWidth_;
+  int32_t fromHeight_;
+  int32_t width_;
+  int32_t height_;
+  bool upwards_;
+  bool inkIsOne_;
+  int64_t threshold_ = 1;
+  int64_t counted_ = -1;  // first row of what the counters hold
+  TrackedBuffer<uint32_t> starts_;
+  TrackedBuffer<uint32_t> counters_;
+  TrackedBuffer<uint8_t> ink_;
+};
+
+}  // namespace
+
+Status ScaleInk(BitmapHandle& target, BitmapHandle& source) noexcept {
+  InkRows rows(source, target);
+  TARN_TRY(rows.Open(TARN_HERE));
+  return WriteRows(target, rows, target.ViewPerspective == 4);
+}
+
+}  // namespace tarn
+
+int32_t T_SQRT(int32_t n) noexcept { return static_cast<int32_t>(tarn::SquareRoot(n)); }

@@ -1,0 +1,430 @@
+// Nearest resizing, ink count, regions and overlays, rows that pass by.
+
+#include "tarn/resize.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "Common/Internal/Overlays.h"
+#include "Platform/Here.h"
+#include "Scope.h"
+#include "engine/Picture.h"
+#include "engine/Random.h"
+
+using namespace tarn::test;
+namespace engine = tarn::engine;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+/// A pixel's bits as a number; 12 bits count from the low end of the line, fewer than 8 from the high end of a byte.
+uint64_t PixelOf(const Bytes& line, int64_t column, int32_t bits) {
+  uint64_t value = 0;
+  for (int i = 0; i < bits; ++i) {
+    const int64_t bit = column * bits + i;
+    const uint8_t byte = line[static_cast<size_t>(bit / 8)];
+    if (bits < 8)
+      value = value << 1 | (byte >> (7 - bit % 8) & 1);
+    else
+      value |= uint64_t(byte >> (bit % 8) & 1) << i;
+  }
+  return value;
+}
+
+/// Source positions, walked with an accumulator.
+std::vector<int32_t> Walk(int32_t from, int32_t to) {
+  std::vector<int32_t> positions;
+  int32_t whole = from / to, remainder = from % to, accumulator = 0, at = 0;
+  if (to >= from && remainder == 0) whole = 0, remainder = to;
+  for (int32_t i = 0; i < to; ++i) {
+    positions.push_back(at);
+    at += whole;
+    accumulator += remainder;
+    if (accumulator >= to) accumulator -= to, ++at;
+  }
+  return positions;
+}
+
+struct Extents {
+  int32_t width, height;
+};
+constexpr Extents kOld = {37, 9};
+constexpr Extents kNew[] = {{20, 5}, {80, 21}, {37, 18}, {12, 9}, {1, 1}, {300, 2}, {36, 40}};
+
+TEST(Resize, NearestTakesWhatTheStepsReach) {
+  for (const int32_t bits : engine::kDepths) {
+    for (const Extents& size : kNew) {
+      SCOPED_TRACE(testing::Message() << bits << " bits to " << size.width << " x " << size.height);
+      engine::Picture picture;
+      ASSERT_EQ(picture.Make(engine::Kind::kMixedTiles, {kOld.width, kOld.height, bits}, 3), "");
+      BitmapHandle& b = picture.record;
+      std::vector<Bytes> old;
+      for (uint32_t row = 0; row < 9; ++row) old.push_back(Row(b, row));
+      ASSERT_EQ(T_SizeBitmap(&b, size.width, size.height, RESIZE_NEAREST), SUCCESS);
+      ASSERT_EQ(V(b.Width), size.width);
+      ASSERT_EQ(V(b.Height), size.height);
+      const auto columns = Walk(kOld.width, size.width), rows = Walk(kOld.height, size.height);
+      for (size_t y = 0; y < rows.size(); ++y) {
+        const Bytes got = Row(b, static_cast<uint32_t>(y));
+        const Bytes& from = old[static_cast<size_t>(rows[y])];
+        for (int32_t x = 0; x < size.width; ++x)
+          ASSERT_EQ(PixelOf(got, x, bits), PixelOf(from, columns[static_cast<size_t>(x)], bits)) << x << ", " << y;
+        Bytes clean = got;
+        engine::ClearPadding(clean.data(), {size.width, size.height, bits});
+        EXPECT_EQ(got, clean);
+      }
+    }
+  }
+}
+
+TEST(Resize, MissingExtentsKeepTheShape) {
+  struct Case {
+    Extents old;
+    Extents asked;
+    Extents wanted;  // width 0: refused
+  };
+  const Case cases[] = {
+      {{200, 100}, {0, 50}, {100, 50}},   {{200, 100}, {100, 0}, {100, 50}}, {{100, 200}, {0, 150}, {75, 150}},
+      {{100, 200}, {250, 0}, {250, 500}}, {{200, 100}, {0, 0}, {0, 0}},      {{200, 100}, {-1, 5}, {0, 0}},
+      {{200, 100}, {5, -1}, {0, 0}},      {{200, 1}, {100, 0}, {0, 0}},      {{200, 100}, {200, 100}, {200, 100}}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.asked.width << " x " << c.asked.height);
+    Bitmap b(c.old.width, c.old.height, 8);
+    ASSERT_EQ(T_AllocateBitmap(&b, TYPE_CONV), SUCCESS);
+    ResizeRowState* state = nullptr;
+    const int32_t started = T_StartResize(c.old.width, c.old.height, c.asked.width, c.asked.height, &state);
+    EXPECT_EQ(T_SizeBitmap(&b, c.asked.width, c.asked.height, 0), c.wanted.width ? SUCCESS : ERR_INVALID_PARAMETER);
+    EXPECT_EQ(started, c.wanted.width ? SUCCESS : ERR_INVALID_PARAMETER);
+    const Extents& now = c.wanted.width ? c.wanted : c.old;
+    EXPECT_EQ(V(b.Width), now.width);
+    EXPECT_EQ(V(b.Height), now.height);
+    if (state) {
+      EXPECT_EQ(state->NewWidth, now.width);
+      EXPECT_EQ(state->NewHeight, now.height);
+      EXPECT_EQ(T_StopResize(state), SUCCESS);
+    }
+  }
+}
+
+TEST(Resize, RefusesInOrder) {
+  Bitmap b(20, 10, 8), other(20, 10, 4), same(7, 7, 8);
+  EXPECT_EQ(T_SizeBitmap(nullptr, 5, 5, 0), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_SizeBitmap(&b, 5, 5, 0), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_ResampleBitmap(nullptr, 5, 5), ERR_NO_BITMAP);
+  EXPECT_EQ(T_BicubicResampleBitmap(nullptr, 5, 5), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_ResizeBitmap(nullptr, &b, 0), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_ResizeBitmap(&b, &same, 0), ERR_NO_BITMAP);
+  EXPECT_EQ(T_ResampleBitmapInt(&b, &same, 212), ERR_NO_BITMAP);
+  for (Bitmap* each : {&b, &other, &same}) ASSERT_EQ(T_AllocateBitmap(each, TYPE_CONV), SUCCESS);
+  EXPECT_EQ(T_ResizeBitmap(&b, &other, 0), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_BicubicResampleBitmapInt(&b, &other, 212), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_ResampleBitmapInt(&b, &same, 211), ERR_BAD_STRUCT_SIZE);
+  EXPECT_EQ(T_ResampleBitmap(&b, 0, 5), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_SizeBitmap(&b, INT32_MAX, INT32_MAX, 0), ERR_IMAGE_TOO_LARGE);
+  b.StructSize = 211;
+  EXPECT_EQ(T_SizeBitmap(&b, 5, 5, 0), ERR_BAD_STRUCT_SIZE);
+  EXPECT_EQ(T_ResizeBitmap(&b, &same, 0), ERR_BAD_STRUCT_SIZE);
+  b.StructSize = 212;
+}
+
+// ---- Ink count -----------------------------------------------------------------------------------------------------
+
+/// Ink of a picture, from the top; counted cell by cell.
+std::vector<std::vector<bool>> CountedInk(const std::vector<std::vector<bool>>& ink, Extents size) {
+  const auto oldWidth = static_cast<int32_t>(ink[0].size()), oldHeight = static_cast<int32_t>(ink.size());
+  const int32_t sx = std::max(oldWidth / size.width, 1), sy = std::max(oldHeight / size.height, 1);
+  const int32_t root = T_SQRT(sx * sy);
+  const int32_t threshold = std::max(root < 5 ? root - 1 : root, 1);
+  std::vector<std::vector<bool>> result;
+  const auto columns = Walk(oldWidth, size.width), rows = Walk(oldHeight, size.height);
+  for (int32_t y = 0; y < size.height; ++y) {
+    std::vector<int32_t> counts(static_cast<size_t>(size.width), 0);
+    const int32_t first = rows[static_cast<size_t>(y)];
+    int32_t last = y + 1 < size.height ? rows[static_cast<size_t>(y) + 1] : oldHeight;
+    if (size.height >= oldHeight) last = first + 1;
+    for (int32_t row = first; row < last; ++row) {
+      const auto& line = ink[static_cast<size_t>(row)];
+      for (int32_t x = 0; x < std::max(oldWidth, size.width); ++x) {
+        if (size.width >= oldWidth) {
+          if (x < size.width)
+            counts[static_cast<size_t>(x)] += line[static_cast<size_t>(columns[static_cast<size_t>(x)])];
+        } else {
+          const int64_t cell = (int64_t{x} * size.width + size.width - 1) / oldWidth;
+          counts[static_cast<size_t>(cell)] += line[static_cast<size_t>(x)];
+        }
+      }
+    }
+    std::vector<bool> made;
+    for (const int32_t count : counts) made.push_back(count >= threshold);
+    result.push_back(made);
+  }
+  return result;
+}
+
+std::vector<std::vector<bool>> InkOf(BitmapHandle& b, bool inkIsOne) {
+  std::vector<std::vector<bool>> ink;
+  for (int32_t y = 0; y < b.Height; ++y) {
+    const Bytes line = Row(b, static_cast<uint32_t>(b.ViewPerspective == 4 ? b.Height - 1 - y : y));
+    std::vector<bool> pixels;
+    for (int32_t x = 0; x < b.Width; ++x) pixels.push_back((PixelOf(line, x, 1) == 1) == inkIsOne);
+    ink.push_back(pixels);
+  }
+  return ink;
+}
+
+TEST(Resize, InkCountKeepsThinLines) {
+  EXPECT_EQ(T_SQRT(-3), 0);
+  EXPECT_EQ(T_SQRT(3), 1);
+  EXPECT_EQ(T_SQRT(25), 5);
+  EXPECT_EQ(T_SQRT(1 << 30), 1 << 15);
+  for (const bool whiteFirst : {false, true}) {
+    for (const uint32_t perspective : {1u, 4u}) {
+      for (const Extents& size : {Extents{100, 41}, {66, 27}, {50, 20}, {40, 16}, {7, 3}, {150, 30}, {333, 200}}) {
+        SCOPED_TRACE(testing::Message() << size.width << " x " << size.height << " perspective " << perspective);
+        engine::Picture picture;
+        ASSERT_EQ(picture.Make(engine::Kind::kCompressed, {200, 83, 1}, 8), "");
+        BitmapHandle& b = picture.record;
+        b.ViewPerspective = perspective;
+        const T_PaletteEntry black = {0, 0, 0, 0}, white = {255, 255, 255, 0};
+        const T_PaletteEntry palette[2] = {whiteFirst ? white : black, whiteFirst ? black : white};
+        T_SetBitmapNewPalette(&b, palette, 2);
+        ASSERT_EQ(T_IsGrayScaleBitmap(&b), whiteFirst ? 2 : 1);
+        const auto wanted = CountedInk(InkOf(b, whiteFirst), size);
+        BitmapHandle copy{};
+        ASSERT_EQ(T_CopyBitmap(&copy, &b, sizeof copy), SUCCESS);
+        ASSERT_EQ(T_SizeBitmap(&copy, size.width, size.height, RESIZE_INK_COUNT | RESIZE_AREA), SUCCESS);
+        EXPECT_EQ(InkOf(copy, whiteFirst), wanted);
+        copy.ViewPerspective = 5 - perspective;
+        ASSERT_EQ(T_ResizeBitmap(&b, &copy, RESIZE_INK_COUNT), SUCCESS);
+        EXPECT_EQ(InkOf(copy, whiteFirst), wanted);
+        T_FreeBitmap(&copy);
+      }
+    }
+  }
+  // Colours: nearest instead.
+  Bitmap colored(4, 1, 1);
+  const T_PaletteEntry palette[2] = {{0, 0, 255, 0}, {255, 255, 255, 0}};
+  ASSERT_EQ(T_CreateBitmap(&colored, 212, TYPE_CONV, 4, 1, 1, 0, palette, 1, nullptr, 0), SUCCESS);
+  const uint32_t line = 0x60;  // 0110
+  T_PutBitmapRow(&colored, &line, 0, 4);
+  ASSERT_EQ(T_SizeBitmap(&colored, 2, 1, RESIZE_INK_COUNT), SUCCESS);
+  EXPECT_EQ(Row(colored, 0)[0], 0x40);  // pixels 0 and 2
+}
+
+// ---- Perspectives, regions, overlays -------------------------------------------------------------------------------
+
+TEST(Resize, PictureComesOutInTheDestinationsPerspective) {
+  // Stored rows 1 2 3 / 4 5 6; where each perspective stores what perspective 1 shows so.
+  const struct {
+    uint32_t perspective;
+    std::vector<Bytes> rows;
+  } cases[] = {{1, {{1, 2, 3}, {4, 5, 6}}},   {2, {{3, 2, 1}, {6, 5, 4}}},   {3, {{6, 5, 4}, {3, 2, 1}}},
+               {4, {{4, 5, 6}, {1, 2, 3}}},   {5, {{1, 4}, {2, 5}, {3, 6}}}, {6, {{3, 6}, {2, 5}, {1, 4}}},
+               {7, {{6, 3}, {5, 2}, {4, 1}}}, {8, {{4, 1}, {5, 2}, {6, 3}}}};
+  for (const int32_t bits : {3, 4, 8, 12, 24}) {
+    for (const auto& from : cases) {
+      for (const auto& to : cases) {
+        SCOPED_TRACE(testing::Message() << bits << " bits, " << from.perspective << " to " << to.perspective);
+        const auto make = [bits](Bitmap& b, const auto& c) {
+          const auto width = static_cast<int32_t>(c.rows[0].size()), height = static_cast<int32_t>(c.rows.size());
+          ASSERT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, width, height, bits, bits == 12 ? 2 : 0, nullptr, c.perspective,
+                                   nullptr, 0),
+                    SUCCESS);
+          for (int32_t y = 0; y < height; ++y) {
+            uint8_t line[12] = {};
+            for (int32_t x = 0; x < width; ++x) {
+              for (int bit = 0; bit < bits; ++bit) {
+                const int value = c.rows[static_cast<size_t>(y)][static_cast<size_t>(x)];
+                const int at = x * bits + bit;
+                const int one = bits < 8 ? value >> (bits - 1 - bit) & 1 : value >> bit & 1;
+                line[at / 8] = static_cast<uint8_t>(line[at / 8] | one << (bits < 8 ? 7 - at % 8 : at % 8));
+              }
+            }
+            T_PutBitmapRow(&b, line, static_cast<uint32_t>(y), b.BytesPerLine);
+          }
+        };
+        Bitmap source, destination, wanted;
+        make(source, from);
+        make(destination, to);
+        make(wanted, to);
+        T_ClearBitmap(&destination);
+        ASSERT_EQ(T_ResizeBitmap(&source, &destination, RESIZE_NEAREST), SUCCESS);
+        for (int32_t y = 0; y < wanted.Height; ++y)
+          EXPECT_EQ(Row(destination, static_cast<uint32_t>(y)), Row(wanted, static_cast<uint32_t>(y)));
+      }
+    }
+  }
+}
+
+int32_t regionAnswer;
+int32_t ScaleRegion(BitmapHandle* bitmap, int32_t newWidth, int32_t newHeight) {
+  bitmap->Region = bitmap->Region * 1000000 + static_cast<uint32_t>(newWidth) * 1000 + static_cast<uint32_t>(newHeight);
+  return regionAnswer;
+}
+
+TEST(Resize, RegionsAndOverlaysGoAlong) {
+  T_RegionHooks hooks{};
+  hooks.StructSize = sizeof hooks;
+  hooks.Scale = ScaleRegion;
+  const T_RegionHooks* const before = T_SetRegionHooks(&hooks);
+  Bitmap b(20, 10, 8), destination(40, 30, 8);
+  ASSERT_EQ(T_AllocateBitmap(&b, TYPE_CONV), SUCCESS);
+  ASSERT_EQ(T_AllocateBitmap(&destination, TYPE_CONV), SUCCESS);
+  const tarn::Here here = TARN_HERE;
+  b.Overlays = static_cast<T_OverlayList*>(
+      T_LocalAllocInit(1, sizeof(T_OverlayList) + sizeof(tarn::Overlay), here.line, here.file));
+  b.Overlays->count = 1;
+  tarn::Overlay& overlay = b.Overlays->Items()[0];
+  overlay.left = -3;
+  overlay.top = 4;
+  T_CreateBitmap(&overlay.bitmap, 212, TYPE_CONV, 5, 4, 8, 0, nullptr, 1, nullptr, 0);
+  for (const uint32_t flags : {0u, uint32_t{RESIZE_AREA}, uint32_t{RESIZE_SMOOTH}}) {
+    regionAnswer = SUCCESS;
+    b.Region = 7;
+    destination.Region = 5;
+    ASSERT_EQ(T_ResizeBitmap(&b, &destination, flags), SUCCESS);
+    EXPECT_EQ(V(b.Region), 7u);
+    EXPECT_EQ(V(destination.Region), 5040030u);
+    EXPECT_EQ(destination.Overlays->Items()[0].left, -6);
+    EXPECT_EQ(destination.Overlays->Items()[0].top, 12);
+    EXPECT_EQ(V(destination.Overlays->Items()[0].bitmap.Width), 10);
+    EXPECT_EQ(V(destination.Overlays->Items()[0].bitmap.Height), 12);
+  }
+  regionAnswer = -77;
+  EXPECT_EQ(T_SizeBitmap(&b, 10, 5, 0), -77);
+  EXPECT_EQ(V(b.Width), 20);
+  EXPECT_EQ(b.Overlays->Items()[0].left, -3);
+  regionAnswer = SUCCESS;
+  b.Region = 7;
+  ASSERT_EQ(T_SizeBitmap(&b, 10, 5, 0), SUCCESS);
+  EXPECT_EQ(V(b.Region), 7010005u);
+  EXPECT_EQ(b.Overlays->Items()[0].left, -2);  // floor of -1.5
+  EXPECT_EQ(V(b.Overlays->Items()[0].bitmap.Width), 2);
+  EXPECT_EQ(T_KrnSizeBitmapRgn(nullptr, 1, 1), ERR_INVALID_PARAMETER);
+  T_SetRegionHooks(before);
+  b.Region = destination.Region = 0;
+}
+
+// ---- Cancelling ----------------------------------------------------------------------------------------------------
+
+TEST(Resize, EveryCallOfTheCallbackCanStop) {
+  for (const uint32_t flags : {0u, uint32_t{RESIZE_INK_COUNT}, uint32_t{RESIZE_AREA}, uint32_t{RESIZE_SMOOTH}}) {
+    for (const int32_t newHeight : {17, 130}) {
+      Bitmap b;
+      ASSERT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, 40, 30, 1, 0, nullptr, 1, nullptr, 0), SUCCESS);
+      Fill(b, 2);
+      struct Stop {
+        int left;
+        int32_t answer;
+        int32_t last;
+        int calls;
+      };
+      const auto callback = [](int32_t percent, void* userData) {
+        Stop& at = *static_cast<Stop*>(userData);
+        EXPECT_GE(percent, at.last);
+        at.last = percent;
+        ++at.calls;
+        return --at.left == 0 ? at.answer : static_cast<int32_t>(SUCCESS);
+      };
+      const int32_t answers[] = {0, -1, -100, 2, INT32_MIN};
+      for (int stop = 1;; ++stop) {
+        Stop data{stop, answers[stop % 5], 0, 0};
+        T_SetStatusCallBack(callback, &data, nullptr, nullptr);
+        BitmapHandle before = b;
+        const int32_t status = T_SizeBitmap(&b, 25, newHeight, flags);
+        T_SetStatusCallBack(nullptr, nullptr, nullptr, nullptr);
+        if (data.calls < stop) {
+          EXPECT_EQ(status, SUCCESS);
+          EXPECT_EQ(data.last, 100);
+          EXPECT_EQ(stop - 1, newHeight > 100 ? 101 : newHeight + 1);
+          break;
+        }
+        ASSERT_EQ(status, data.answer);
+        ASSERT_EQ(std::memcmp(&before, &b, sizeof before), 0);
+        ASSERT_EQ(FirstDifference(b, 2, 30), -1);
+      }
+    }
+  }
+}
+
+// ---- Rows that pass by ---------------------------------------------------------------------------------------------
+
+TEST(ResizeRows, AreTheRowsOfTheResizedBitmap) {
+  for (const int32_t bits : engine::kDepths) {
+    for (const Extents& size : kNew) {
+      SCOPED_TRACE(testing::Message() << bits << " bits to " << size.width << " x " << size.height);
+      engine::Picture picture;
+      ASSERT_EQ(picture.Make(engine::Kind::kBlock, {kOld.width, kOld.height, bits}, 6), "");
+      BitmapHandle copy{};
+      ASSERT_EQ(T_CopyBitmap(&copy, &picture.record, sizeof copy), SUCCESS);
+      ASSERT_EQ(T_SizeBitmap(&copy, size.width, size.height, 0), SUCCESS);
+      ResizeRowState* state = nullptr;
+      ASSERT_EQ(T_StartResize(kOld.width, kOld.height, size.width, size.height, &state), SUCCESS);
+      const size_t used = (static_cast<size_t>(size.width) * static_cast<size_t>(bits) + 7) / 8;
+      uint32_t total = 0;
+      // A row is written where the sum of the counts says: floor((row + 1) D / S) rows are done behind it.
+      for (int32_t row = 0; row < kOld.height; ++row) {
+        Bytes line = Row(picture.record, static_cast<uint32_t>(row));
+        line.resize(std::max(line.size(), used) + 8, 0xAA);
+        int32_t width = 0, count = 0;
+        const int32_t result = T_Resize(line.data(), row, bits, &width, &count, state);
+        ASSERT_EQ(result, count);
+        EXPECT_EQ(width, size.width);
+        total += static_cast<uint32_t>(count);
+        EXPECT_EQ(total, static_cast<uint32_t>((row + 1) * size.height / kOld.height));
+        for (int32_t y = 0; count && y < size.height; ++y) {
+          if (y * kOld.height / size.height != row) continue;
+          Bytes wanted = Row(copy, static_cast<uint32_t>(y));
+          wanted.resize(used);
+          ASSERT_EQ(Bytes(line.begin(), line.begin() + static_cast<ptrdiff_t>(used)), wanted) << row;
+        }
+      }
+      EXPECT_EQ(total, static_cast<uint32_t>(size.height));
+      T_StopResize(state);
+      T_FreeBitmap(&copy);
+    }
+  }
+}
+
+TEST(ResizeRows, UpwardsCountsAreThoseOfTheRowAbove) {
+  for (const int32_t newHeight : {4, 7, 15, 33}) {
+    ResizeRowState* state = nullptr;
+    ASSERT_EQ(T_StartResize(8, 10, 8, newHeight, &state), SUCCESS);
+    uint64_t pixels = 0;
+    int32_t width = 0, count = 0;
+    std::vector<int32_t> down;
+    for (int32_t row = 0; row < 10; ++row) down.push_back(T_Resize(&pixels, row, 8, &width, &count, state));
+    for (size_t row = 9; row-- > 1;)
+      EXPECT_EQ(T_Resize(&pixels, static_cast<int32_t>(row), 8, &width, &count, state), down[row - 1]) << row;
+    EXPECT_EQ(state->Backward, 1);
+    EXPECT_EQ(T_Resize(&pixels, 6, 8, &width, &count, state), down[6]);  // a jump
+    EXPECT_EQ(state->Backward, 0);
+    EXPECT_EQ(T_Resize(&pixels, 7, 8, &width, &count, state), down[7]);
+    EXPECT_EQ(T_Resize(nullptr, 7, 8, &width, &count, state), ERR_INVALID_PARAMETER);
+    T_StopResize(state);
+  }
+  EXPECT_EQ(T_StopResize(nullptr), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_StartResize(8, 8, 4, 4, nullptr), ERR_INVALID_PARAMETER);
+}
+
+TEST(ResizeRows, LinesFromAnyPixelAndInPlace) {
+  const Bytes source = {0x12, 0x34, 0x56};
+  Bytes target(3, 0xEE);
+  T_GetResizedScanLine(4, 0, 1, 0, 0, 3, source.data(), target.data(), 4, 6, 1);  // doubled from the second nibble on
+  EXPECT_EQ(target, (Bytes{0x22, 0x33, 0xEE}));
+  target.assign(3, 0xEE);
+  T_GetResizedScanLine(1, 3, 0, 2, 0, 0, source.data(), target.data(), 12, 12, 0);  // every other bit
+  EXPECT_EQ(target, (Bytes{0x14, 0x10, 0}));  // 0001 0010 0011 0100 0101 0110: 0 1 0 1 ..
+  target.assign(3, 0xEE);
+  T_GetResizedScanLine(9, 3, 0, 1, 0, 0, source.data(), target.data(), 2, 2, 0);
+  T_ReverseGetResizedScanLine(8, 3, 0, 1, 0, 0, nullptr, target.data(), 2, 2, 0);
+  EXPECT_EQ(target, Bytes(3, 0xEE));
+  Bytes line(700);
+  for (size_t i = 0; i < 300; ++i) line[i] = static_cast<uint8_t>(i * 7);
+  const Bytes old = line;
+  T_ReverseGetResizedScanLine(8, 0, 0, 0, 0, 300, line.data(), line.data(), 700, 700, 1);
+  for (size_t i = 0; i < 700; ++i) ASSERT_EQ(line[i], old[i * 300 / 700]) << i;
+}
+
+}  // namespace
