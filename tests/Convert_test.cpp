@@ -184,6 +184,23 @@ TEST_P(Convert, AlphaAndRanges) {
   });
 }
 
+TEST_P(Convert, ManyColorsFindWhatOneFinds) {
+  Random random(35);
+  for (const int bits : {2, 8}) {
+    for (int round = 0; round < 4; ++round) {
+      Palette palette = RandomPalette(random, bits);
+      // Close to each other, equal ones, grays, black and white: what ties are made of.
+      for (size_t i = 0; round && i < palette.size(); ++i)
+        palette[i] = {static_cast<uint8_t>(palette[i].blue / 16 * 16), static_cast<uint8_t>(palette[i].green / 16 * 16),
+                      static_cast<uint8_t>(palette[i].red / 16 * 16), 0};
+      if (round == 2) palette[1] = {0, 0, 0, 0}, palette[2] = {255, 255, 255, 0};
+      Bytes line(3 * 20000);
+      for (uint8_t& byte : line) byte = round == 3 ? static_cast<uint8_t>(100 + random.Byte() % 24) : random.Byte();
+      Expect(line, 20000, {24, 1}, {bits, 0, &palette}, {});
+    }
+  }
+}
+
 TEST_P(Convert, SamePaletteKeepsIndices) {
   Random random(34);
   for (const int bits : {1, 4, 8}) {
