@@ -10,7 +10,7 @@
 namespace tarn {
 
 constexpr uint32_t kEntries = 256;
-constexpr uint32_t kSlotBits = 15;
+constexpr uint32_t kSlotBits = 16;
 constexpr uint32_t kSlots = 1u << kSlotBits;
 constexpr uint32_t kColorMask = 0xFFFFFF;
 // Cells of 8 x 8 x 8 colours, and lists of the entries that can be nearest to a colour of the cell.
