@@ -287,9 +287,10 @@ tr:last-child td { border-bottom: 0; }
 td.rate { background: linear-gradient(var(--bar), var(--bar)) no-repeat right center / var(--part) 70%; }
 td.yes { color: var(--good); }
 h1 + p { margin-top: 12px; }
-article + h1 { margin-top: 56px; }
-.depths { display: grid; grid-template-columns: repeat(auto-fill, minmax(230px, 1fr)); gap: 24px; margin-top: 24px; }
-.depths img { width: 100%; }
+article + h1, .gallery + h1 { margin-top: 56px; }
+.gallery + h2, p + h2 { margin-top: 32px; }
+.gallery { display: grid; grid-template-columns: repeat(auto-fill, minmax(230px, 1fr)); gap: 24px; margin-top: 24px; }
+.gallery img { width: 100%; }
 figcaption { margin-top: 6px; font-size: 13px; }
 code { font-size: 12px; overflow-wrap: anywhere; }
 @media (max-width: 760px) { article { grid-template-columns: minmax(0, 1fr); padding: 16px; } }
@@ -319,51 +320,71 @@ std::string Card(const Shown& shown, double most) {
   return html + "</table></div>\n</div>\n</article>\n";
 }
 
-// ---- One photograph in every depth ---------------------------------------------------------------------------------
+// ---- One photograph in every depth, and in few colours --------------------------------------------------------------
 
-struct DepthShown {
+struct Made {
   std::string image;     // file beside the page
   std::string command;   // that made it
   std::string distance;  // decibels
   std::string holds;     // what the file holds
   uint64_t bytes = 0;    // of the file
 };
+struct Group {
+  std::string heading;
+  std::vector<Made> made;
+};
 
-/// Lines of an image, its command and its distance, with tabs between.
-std::vector<DepthShown> ReadDepths(const std::string& list, const std::filesystem::path& directory) {
-  std::vector<DepthShown> depths;
+/// Lines of an image, its command and its distance, with tabs between; lines without tabs are headings.
+std::vector<Group> ReadGroups(const std::string& list, const std::filesystem::path& directory) {
+  std::vector<Group> groups;
   std::ifstream in(list);
-  DepthShown shown;
-  while (std::getline(in, shown.image, '\t') && std::getline(in, shown.command, '\t') &&
-         std::getline(in, shown.distance)) {
+  for (std::string line; std::getline(in, line);) {
+    const size_t first = line.find('\t'), last = line.rfind('\t');
+    if (first == std::string::npos || groups.empty()) groups.emplace_back();
+    if (first == std::string::npos) {
+      groups.back().heading = line;
+      continue;
+    }
+    Made made{line.substr(0, first), line.substr(first + 1, last - first - 1), line.substr(last + 1), "", 0};
     Console console(false, true);
-    InputFile file(directory / shown.image);
-    shown.bytes = file.Size();
-    shown.holds = OpenPicture(file, console, 0)->Info().depth;
-    depths.push_back(shown);
+    InputFile file(directory / made.image);
+    made.bytes = file.Size();
+    made.holds = OpenPicture(file, console, 0)->Info().depth;
+    groups.back().made.push_back(made);
   }
-  return depths;
+  return groups;
 }
 
-std::string DepthSection(const std::vector<DepthShown>& depths) {
-  if (depths.empty()) return "";
-  std::string html =
-      "<h1>One photograph in every depth</h1>\n<p>Each picture was made from the same photograph by the command below "
-      "it, with the nearest colours and without dithering. Depths that no file format has are shown in the next one "
-      "that holds the same pixels. The decibels are the distance from the photograph as <code>tarn diff</code> "
-      "measures it.</p>\n<div class=\"depths\">\n";
-  for (const DepthShown& shown : depths) {
-    html += "<figure><a href=\"" + Escaped(shown.image) + "\"><img loading=\"lazy\" src=\"" + Escaped(shown.image) +
-            "\" alt=\"" + Escaped(shown.command) + "\"></a><figcaption><code>" + Escaped(shown.command) +
-            "</code><div class=\"soft\">" + Escaped(shown.holds) + ", " + Grouped(shown.bytes) + " bytes; " +
-            (shown.distance == "inf" ? "no difference" : Escaped(shown.distance) + " dB") +
-            "</div></figcaption></figure>\n";
+/// @param text HTML
+std::string GallerySection(const std::string& title, const std::string& text, const std::vector<Group>& groups) {
+  if (groups.empty()) return "";
+  std::string html = "<h1>" + title + "</h1>\n<p>" + text + "</p>\n";
+  for (const Group& group : groups) {
+    if (!group.heading.empty()) html += "<h2>" + Escaped(group.heading) + "</h2>\n";
+    html += "<div class=\"gallery\">\n";
+    for (const Made& made : group.made) {
+      html += "<figure><a href=\"" + Escaped(made.image) + "\"><img loading=\"lazy\" src=\"" + Escaped(made.image) +
+              "\" alt=\"" + Escaped(made.command) + "\"></a><figcaption><code>" + Escaped(made.command) +
+              "</code><div class=\"soft\">" + Escaped(made.holds) + ", " + Grouped(made.bytes) + " bytes; " +
+              (made.distance == "inf" ? "no difference" : Escaped(made.distance) + " dB") +
+              "</div></figcaption></figure>\n";
+    }
+    html += "</div>\n";
   }
-  return html + "</div>\n";
+  return html;
 }
 
-std::string Page(const std::vector<Shown>& all, const std::vector<DepthShown>& depths, const std::string& origin,
-                 size_t trips, size_t wrong) {
+constexpr char kDepthsText[] =
+    "Each picture was made from the same photograph by the command below it, with the nearest colours and without "
+    "dithering. Depths that no file format has are shown in the next one that holds the same pixels. The decibels are "
+    "the distance from the photograph as <code>tarn diff</code> measures it.";
+constexpr char kColorsText[] =
+    "The same photograph dithered, and with palettes of several origins. Dithering moves single pixels away from the "
+    "photograph to bring areas near: the decibels, taken pixel by pixel, fall where the eye sees a gain. Open a "
+    "picture to see its pixels as they are.";
+
+std::string Page(const std::vector<Shown>& all, const std::string& galleries, const std::string& origin, size_t trips,
+                 size_t wrong) {
   double most = 1;
   for (const Shown& shown : all) {
     for (const Result& result : shown.results) most = std::max({most, result.writeRate, result.readRate});
@@ -381,7 +402,7 @@ std::string Page(const std::vector<Shown>& all, const std::vector<DepthShown>& d
       " Rates are the best of several passes on this machine, bars are logarithmic; files go through the system's "
       "cache.</p>\n";
   for (const Shown& shown : all) html += Card(shown, most);
-  return html + DepthSection(depths) + "</main>\n</body>\n</html>\n";
+  return html + galleries + "</main>\n</body>\n</html>\n";
 }
 
 void WriteText(const std::filesystem::path& name, const std::string& text) {
@@ -392,12 +413,13 @@ void WriteText(const std::filesystem::path& name, const std::string& text) {
 
 int Run(int argc, char** argv) {
   CLI::App app("Takes pictures through every kind of storage and back.", "tarn_demo");
-  std::string directory, origin, depths;
+  std::string directory, origin, depths, colors;
   std::vector<std::string> files;
   app.add_option("directory", directory, "where the page goes")->required()->check(CLI::ExistingDirectory);
   app.add_option("files", files, "PNG, JPEG, TIFF or BMP files")->required();
   app.add_option("--origin", origin, "a sentence about where the pictures come from");
   app.add_option("--depths", depths, "list of images of one photograph: image, command and distance a line");
+  app.add_option("--colors", colors, "the same of images in few colours; headings are lines without tabs");
   CLI11_PARSE(app, argc, argv);
   InstallSignalCleanup();
 
@@ -413,7 +435,10 @@ int Run(int argc, char** argv) {
   PrintTable(all);
   std::printf("%zu of %zu round trips gave the same bytes\n", trips - wrong, trips);
   const std::filesystem::path page = std::filesystem::absolute(directory) / "index.html";
-  WriteText(page, Page(all, ReadDepths(depths, directory), origin, trips, wrong));
+  const std::string galleries =
+      GallerySection("One photograph in every depth", kDepthsText, ReadGroups(depths, directory)) +
+      GallerySection("One photograph in few colours", kColorsText, ReadGroups(colors, directory));
+  WriteText(page, Page(all, galleries, origin, trips, wrong));
   std::printf("%s\n", page.c_str());
   return wrong == 0 ? 0 : 1;
 }

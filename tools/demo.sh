@@ -62,16 +62,22 @@ else
 fi
 rm -f "$out/page.ps" "$out/page.log" "$out/page.print.png"
 
-# ---- One photograph in every depth -----------------------------------------------------------------------------------
+# ---- One photograph in every depth, and in few colours ----------------------------------------------------------------
 
-# depth NAME OPTION...: converts the photograph and notes the file, the command, and the distance from the photograph.
-depth() {
-  image=depth-$1.png
-  shift
-  "$programs/tarn" convert "$photograph" "$out/$image" "$@" || return 1
+# show LIST IMAGE COMMAND OPTION...: makes an image of the photograph and notes the file, the command, and the distance
+# from the photograph.
+show() {
+  list=$out/$1 image=$2 command=$3
+  shift 3
+  "$programs/tarn" "$command" "$photograph" "$out/$image" "$@" || return 1
   distance=$("$programs/tarn" diff "$photograph" "$out/$image" | awk '$1 == "all" { print $4 }')
   [ -n "$distance" ] || return 1
-  printf '%s\t%s\t%s\n' "$image" "tarn convert $(basename "$photograph") $image $*" "$distance" >>"$out/depths.txt"
+  printf '%s\t%s\t%s\n' "$image" "tarn $command $(basename "$photograph") $image $*" "$distance" >>"$list"
+}
+depth() {
+  name=$1
+  shift
+  show depths.txt "depth-$name.png" convert "$@"
 }
 
 for bits in 1 2 3 4 5 6 7 8; do depth "$bits" --bits "$bits" --palette fixed || exit 1; done
@@ -80,4 +86,17 @@ depth gray12 --bits 12 || exit 1
 depth gray16 --bits 16 --gray || exit 1
 for bits in 16 24 32 48 64; do depth "$bits" --bits "$bits" || exit 1; done
 
-"$programs/tarn_demo" --origin "$origin" --depths "$out/depths.txt" "$out" "$@"
+# Lines without tabs are headings.
+methods="none floyd-steinberg stucki burkes sierra stevenson-arce jarvis ordered clustered"
+echo "Black and white, nine methods" >>"$out/colors.txt"
+for method in $methods; do
+  show colors.txt "colors-1-$method.png" colors --bits 1 --palette fixed --dither "$method" || exit 1
+done
+echo "16 colours chosen for the photograph, nine methods" >>"$out/colors.txt"
+for method in $methods; do show colors.txt "colors-4-$method.png" colors --bits 4 --dither "$method" || exit 1; done
+echo "256 colours, three palettes" >>"$out/colors.txt"
+for palette in fixed web optimized; do
+  show colors.txt "colors-8-$palette.png" colors --bits 8 --palette "$palette" || exit 1
+done
+
+"$programs/tarn_demo" --origin "$origin" --depths "$out/depths.txt" --colors "$out/colors.txt" "$out" "$@"
