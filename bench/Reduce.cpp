@@ -154,7 +154,7 @@ Group ReduceGroup(const Job& job, const std::string& directory) {
   const bool gray = job.colours == Colours::kBlackWhite;
   const auto picture = std::make_shared<Picture>(gray ? Converted(mosaic, kGray8) : std::move(mosaic));
   Group group{std::string("reduce-") + job.key,
-              "Fewer colours, 4096 x 4096 pixels: " + origin,
+              "Fewer colours, 4096 x 4096 pixels, at most 7 rounds: " + origin,
               {"ms", "Mpixel/s", "PSNR, dB", "of means of 8 x 8, dB"},
               {},
               {}};
@@ -196,7 +196,11 @@ Group PaletteGroup(const std::string& directory) {
   std::string origin;
   const auto picture = std::make_shared<Picture>(Mosaic(directory, kSide, kSide, &origin));
   const Pixels& source = picture->pixels;
-  Group group{"reduce-palette", "Colours of 4096 x 4096 pixels: " + origin, {"ms", "Mpixel/s", "PSNR, dB"}, {}, {}};
+  Group group{"reduce-palette",
+              "Colours of 4096 x 4096 pixels, at most 7 rounds: " + origin,
+              {"ms", "Mpixel/s", "PSNR, dB"},
+              {},
+              {}};
   group.mostRounds = kRounds;
   const auto add = [&](const char* job, const std::string& who, const std::function<void()>& pass, double most,
                        Figure rate, Figure quality) {
@@ -224,27 +228,31 @@ Group PaletteGroup(const std::string& directory) {
   const char* const both = "256 colours chosen and mapped";
   add(
       both, "T_ColorResBitmap", [=] { resolve(nullptr); }, 60, {}, Constant(PeakSignalToNoise(source, mapped, 1)));
+  const auto peers = Peers();
+  for (const auto& peer : peers) {
+    for (const PeerJob& their : peer->Reduce(source, {Reduction::Way::kChosen, {}})) {
+      their.pass();
+      const double quality = PeakSignalToNoise(source, their.result(), 1);
+      add(both, peer->Name() + " " + their.call, their.pass, 0, {}, Constant(quality));
+    }
+  }
   const auto count = [picture] {
     uint32_t colours = 0;
     Require(T_GetBitmapColorCountExt(&picture->bitmap, &colours, nullptr) == SUCCESS && colours > 1,
             "T_GetBitmapColorCountExt");
   };
-  add("distinct colours", "T_GetBitmapColorCountExt", count, 30, {}, {});
+  const char* const distinct = "distinct colours";
+  add(distinct, "T_GetBitmapColorCountExt", count, 30, {}, {});
+  for (const auto& peer : peers) {
+    const PeerJob counting = peer->CountColours(source);
+    if (counting.pass) add(distinct, peer->Name() + " " + counting.call, counting.pass, 0, {}, {});
+  }
   const Palette palette = Optimized(*picture, 256);
   const auto table = [palette] {
     uint32_t* const made = T_CreateUserMatchTable(palette.data(), static_cast<uint32_t>(palette.size()));
     Require(made != nullptr, "T_CreateUserMatchTable");
     T_FreeUserMatchTable(made);
   };
-  for (const auto& peer : Peers()) {
-    for (const PeerJob& their : peer->Reduce(source, {Reduction::Way::kChosen, {}})) {
-      their.pass();
-      add(both, peer->Name() + " " + their.call, their.pass, 0, {},
-          Constant(PeakSignalToNoise(source, their.result(), 1)));
-    }
-    const PeerJob counting = peer->CountColours(source);
-    if (counting.pass) add("distinct colours", peer->Name() + " " + counting.call, counting.pass, 0, {}, {});
-  }
   const size_t at = group.Add("table", table);
   group.lines.push_back(
       {"match table, 32768 keys, 256 entries", "T_CreateUserMatchTable", {Scaled(at, 1e3, AtMost(2)), {}, {}}});
