@@ -70,7 +70,7 @@ Status Resampler::ChooseFormat() noexcept {
       colors_ = 1u << bits;
     }
   }
-  kernels_ = &Kernels().scale->samples[static_cast<int>(sample)];
+  kernels_ = Kernels().scale->samples[static_cast<int>(sample)];
   return SUCCESS;
 }
 

@@ -51,6 +51,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.dither = &kDitherAvx2;
     table.countKeys = CountKeys_Avx2;
     table.turn = &kTurnAvx2;
+    table.scale = &kScaleAvx2;
   }
   return table;
 }

@@ -77,9 +77,10 @@ struct ScaleKernels {
   /// most significant bits first.
   void (*countInk)(uint32_t* counters, const uint8_t* line, uint64_t bytes, const uint32_t* starts, int64_t count,
                    bool zeros) noexcept;
-  SampleKernels samples[static_cast<int>(Sample::kCount)];
+  const SampleKernels* samples[static_cast<int>(Sample::kCount)];
 };
 
+extern const SampleKernels kSamplesPortable[static_cast<int>(Sample::kCount)];
 extern const ScaleKernels kScalePortable;
 extern const ScaleKernels kScaleAvx2;
 

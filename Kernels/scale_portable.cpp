@@ -316,9 +316,12 @@ void CountInk(uint32_t* counters, const uint8_t* line, uint64_t bytes, const uin
 
 }  // namespace
 
-const ScaleKernels kScalePortable = {
+constinit const SampleKernels kSamplesPortable[] = {Samples<uint8_t>(), Samples<uint16_t>(), Samples<int16_t>(),
+                                                    Samples<uint32_t>(), Samples<int32_t>()};
+constinit const ScaleKernels kScalePortable = {
     .gather = Gather,
     .countInk = CountInk,
-    .samples = {Samples<uint8_t>(), Samples<uint16_t>(), Samples<int16_t>(), Samples<uint32_t>(), Samples<int32_t>()}};
+    .samples = {&kSamplesPortable[0], &kSamplesPortable[1], &kSamplesPortable[2], &kSamplesPortable[3],
+                &kSamplesPortable[4]}};
 
 }  // namespace tarn

@@ -1,0 +1,197 @@
+// Combining rows of bytes, 8 samples at a time, and taking pixels by index. Divisions are multiplications by a
+// rounded-up reciprocal, exact in the stated ranges; what lies outside goes through the portable version, as do the
+// ends of lines.
+
+#include <immintrin.h>
+
+#include <cstdint>
+
+#include "Kernels/Scale.h"
+
+namespace tarn {
+namespace {
+
+using V = __m256i;
+
+const SampleKernels& Portable8() noexcept { return kSamplesPortable[static_cast<int>(Sample::kU8)]; }
+
+V LoadBytes(const uint8_t* at) noexcept {
+  return _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(at)));
+}
+/// 32-bit lanes below 256 to bytes.
+void StoreBytes(uint8_t* at, V lanes) noexcept {
+  const V words = _mm256_packus_epi32(lanes, lanes);
+  const V bytes = _mm256_packus_epi16(words, words);
+  const __m128i low = _mm256_castsi256_si128(bytes);
+  const __m128i high = _mm256_extracti128_si256(bytes, 1);
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(at), _mm_unpacklo_epi32(low, high));
+}
+
+void WeighRow8(void* to, const void* from, uint32_t weight, int64_t samples, bool add) noexcept {
+  auto* const sums = static_cast<uint32_t*>(to);
+  const auto* const row = static_cast<const uint8_t*>(from);
+  // Both factors are below 2^15, and so one multiply-add of words gives the product.
+  const V factor = _mm256_set1_epi32(static_cast<int32_t>(weight));
+  int64_t i = 0;
+  for (; i + 8 <= samples; i += 8) {
+    V sum = _mm256_madd_epi16(LoadBytes(row + i), factor);
+    V* const at = reinterpret_cast<V*>(sums + i);
+    if (add) sum = _mm256_add_epi32(sum, _mm256_loadu_si256(at));
+    _mm256_storeu_si256(at, sum);
+  }
+  Portable8().weighRow(sums + i, row + i, weight, samples - i, add);
+}
+
+void DivideRow8(void* to, const void* from, uint64_t total, int64_t samples) noexcept {
+  auto* const target = static_cast<uint8_t*>(to);
+  const auto* const sums = static_cast<const uint32_t*>(from);
+  int64_t i = 0;
+  // Sums are at most 255 * total: below 2^24. Exact while sum * (total - 1) < 2^40.
+  if (total >= 4096 && total < 65536) {
+    const V reciprocal = _mm256_set1_epi64x(static_cast<int64_t>(((UINT64_C(1) << 40) + total - 1) / total));
+    for (; i + 8 <= samples; i += 8) {
+      const V sum = _mm256_loadu_si256(reinterpret_cast<const V*>(sums + i));
+      const V even = _mm256_srli_epi64(_mm256_mul_epu32(sum, reciprocal), 40);
+      const V odd = _mm256_srli_epi64(_mm256_mul_epu32(_mm256_srli_epi64(sum, 32), reciprocal), 40);
+      StoreBytes(target + i, _mm256_or_si256(even, _mm256_slli_epi64(odd, 32)));
+    }
+  }
+  Portable8().divideRow(target + i, sums + i, total, samples - i);
+}
+
+void LinearRow8(void* to, const void* first, const void* second, int32_t k, int32_t n, int64_t samples) noexcept {
+  auto* const target = static_cast<uint8_t*>(to);
+  const auto* const a = static_cast<const uint8_t*>(first);
+  const auto* const b = static_cast<const uint8_t*>(second);
+  int64_t i = 0;
+  // k (b - a) + 255 n is 0 .. 510 n - 1, its quotient 255 too large. Exact while 510 n (n - 1) < 2^22, and the product
+  // then stays below 2^32.
+  if (n <= 90) {
+    const V factor = _mm256_set1_epi32(k);
+    const V shift = _mm256_set1_epi32(255 * n);
+    const V reciprocal = _mm256_set1_epi32(((1 << 22) + n - 1) / n);
+    const V back = _mm256_set1_epi32(255);
+    for (; i + 8 <= samples; i += 8) {
+      const V from = LoadBytes(a + i);
+      const V difference = _mm256_sub_epi32(LoadBytes(b + i), from);
+      const V shifted = _mm256_add_epi32(_mm256_mullo_epi32(difference, factor), shift);
+      const V quotient = _mm256_srli_epi32(_mm256_mullo_epi32(shifted, reciprocal), 22);
+      StoreBytes(target + i, _mm256_add_epi32(_mm256_sub_epi32(quotient, back), from));
+    }
+  }
+  Portable8().linearRow(target + i, a + i, b + i, k, n, samples - i);
+}
+
+/// Words of 4 or 8 bytes. Eight or four are read before any is written.
+void Gather(uint8_t* target, const uint8_t* source, const uint32_t* indices, int64_t count, int32_t bytes) noexcept {
+  int64_t i = 0;
+  if (bytes == 4) {
+    for (; i + 8 <= count; i += 8) {
+      const V at = _mm256_loadu_si256(reinterpret_cast<const V*>(indices + i));
+      const V pixels = _mm256_i32gather_epi32(reinterpret_cast<const int*>(source), at, 4);
+      _mm256_storeu_si256(reinterpret_cast<V*>(target + i * 4), pixels);
+    }
+  } else if (bytes == 8) {
+    for (; i + 4 <= count; i += 4) {
+      const __m128i at = _mm_loadu_si128(reinterpret_cast<const __m128i*>(indices + i));
+      const V pixels = _mm256_i32gather_epi64(reinterpret_cast<const long long*>(source), at, 8);
+      _mm256_storeu_si256(reinterpret_cast<V*>(target + i * 8), pixels);
+    }
+  }
+  kScalePortable.gather(target + i * bytes, source, indices + i, count - i, bytes);
+}
+
+void CountInk(uint32_t* counters, const uint8_t* line, uint64_t bytes, const uint32_t* starts, int64_t count,
+              bool zeros) noexcept {
+  kScalePortable.countInk(counters, line, bytes, starts, count, zeros);
+}
+
+// ---- Lines of bytes ------------------------------------------------------------------------------------------------
+
+/// Nearly all cells have one total: its reciprocal is kept.
+template <int kChannels>
+void BoxPixels(uint8_t* target, const uint8_t* source, const BoxCell* cells, int64_t count) noexcept {
+  uint64_t known = 0;
+  uint64_t reciprocal = 0;
+  for (int64_t i = 0; i < count; ++i, target += kChannels) {
+    const BoxCell cell = cells[i];
+    const uint64_t total = uint64_t{4096} * static_cast<uint32_t>(cell.whole) + cell.firstWeight + cell.endWeight;
+    const uint8_t* at = source + static_cast<int64_t>(cell.first) * kChannels;
+    uint32_t sums[kChannels];
+    uint32_t whole[kChannels] = {};
+    for (int c = 0; c < kChannels; ++c) sums[c] = at[c] * uint32_t{cell.firstWeight};
+    for (int32_t n = 0; n < cell.whole; ++n) {
+      at += kChannels;
+      for (int c = 0; c < kChannels; ++c) whole[c] += at[c];
+    }
+    at += kChannels;
+    for (int c = 0; cell.endWeight && c < kChannels; ++c) sums[c] += at[c] * uint32_t{cell.endWeight};
+    if (total >= 65536) {
+      for (int c = 0; c < kChannels; ++c)
+        target[c] = static_cast<uint8_t>((sums[c] + whole[c] * 4096) / static_cast<uint32_t>(total));
+      continue;
+    }
+    if (total != known) {
+      known = total;
+      reciprocal = ((UINT64_C(1) << 40) + total - 1) / total;
+    }
+    for (int c = 0; c < kChannels; ++c)
+      target[c] = static_cast<uint8_t>((sums[c] + whole[c] * 4096) * reciprocal >> 40);
+  }
+}
+
+void BoxLine8(void* to, const void* from, const BoxCell* cells, int64_t count, int32_t channels) noexcept {
+  auto* const target = static_cast<uint8_t*>(to);
+  const auto* const source = static_cast<const uint8_t*>(from);
+  if (channels == 1) return BoxPixels<1>(target, source, cells, count);
+  if (channels == 3) return BoxPixels<3>(target, source, cells, count);
+  BoxPixels<4>(target, source, cells, count);
+}
+void BoxLineWide8(void* to, const void* from, const BoxCell* cells, int64_t count, int32_t channels) noexcept {
+  Portable8().boxLineWide(to, from, cells, count, channels);
+}
+void WeighRowWide8(void* sums, const void* row, uint32_t weight, int64_t samples, bool add) noexcept {
+  Portable8().weighRowWide(sums, row, weight, samples, add);
+}
+void DivideRowWide8(void* to, const void* sums, uint64_t total, int64_t samples) noexcept {
+  Portable8().divideRowWide(to, sums, total, samples);
+}
+void LinearLine8(void* to, const void* from, const LinearSpot* spots, int64_t count, int32_t channels) noexcept {
+  Portable8().linearLine(to, from, spots, count, channels);
+}
+void SplineDerivatives8(void* derivatives, const void* source, int64_t pixels, int32_t channels,
+                        uint8_t* work) noexcept {
+  Portable8().splineDerivatives(derivatives, source, pixels, channels, work);
+}
+void SplineLine8(void* to, const void* from, const void* derivatives, const SplineSpot* spots, int64_t count,
+                 int32_t channels) noexcept {
+  Portable8().splineLine(to, from, derivatives, spots, count, channels);
+}
+void SplineRow8(void* to, const void* const* rows, const SplineSpot& spot, int64_t samples) noexcept {
+  Portable8().splineRow(to, rows, spot, samples);
+}
+
+constinit const SampleKernels kBytes = {.narrowTotal = 1 << 24,
+                                        .narrowSumBytes = 4,
+                                        .wideSumBytes = 8,
+                                        .realBytes = 4,
+                                        .boxLine = BoxLine8,
+                                        .boxLineWide = BoxLineWide8,
+                                        .weighRow = WeighRow8,
+                                        .weighRowWide = WeighRowWide8,
+                                        .divideRow = DivideRow8,
+                                        .divideRowWide = DivideRowWide8,
+                                        .linearLine = LinearLine8,
+                                        .linearRow = LinearRow8,
+                                        .splineDerivatives = SplineDerivatives8,
+                                        .splineLine = SplineLine8,
+                                        .splineRow = SplineRow8};
+
+}  // namespace
+
+constinit const ScaleKernels kScaleAvx2 = {
+    .gather = Gather,
+    .countInk = CountInk,
+    .samples = {&kBytes, &kSamplesPortable[1], &kSamplesPortable[2], &kSamplesPortable[3], &kSamplesPortable[4]}};
+
+}  // namespace tarn
