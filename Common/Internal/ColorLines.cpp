@@ -52,10 +52,11 @@ Status ColorLines::Open(const BitmapHandle& bitmap) noexcept {
     if ((bitmap.Flags & T_FLAG_LUT_IN_USE) && bitmap.LUT) return TakeTable(bitmap);
     return SUCCESS;
   }
-  gray_ = grayRange;
-  const bool indexed = bits_ <= 8;
+  gray_ = grayOrder;  // up to 8 bits too: levels, whatever the palette
+  const bool indexed = bits_ <= 8 && !grayOrder;
   if (indexed) TakePalette(bitmap);
-  const LineFormat source = {bits_, indexed ? uint32_t{T_ORDER_RGB} : bitmap.Order, indexed ? palette_ : nullptr};
+  const bool named = bits_ > 8 || grayOrder;
+  const LineFormat source = {bits_, named ? bitmap.Order : uint32_t{T_ORDER_RGB}, indexed ? palette_ : nullptr};
   if (gray_) TARN_TRY(toLevels_.Open(source, {0, T_ORDER_RGB, nullptr}, options));
   return toColors_.Open(source, {32, T_ORDER_BGR, nullptr}, options);
 }

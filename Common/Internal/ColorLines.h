@@ -9,9 +9,9 @@
 
 namespace tarn {
 
-/// Palette indices through the bitmap's palette (the fixed one of the depth without any), 12- and 16-bit gray through
-/// the lookup table in use or as value * 255 / maximum of its significant bits, 32-bit gray by its top eight bits,
-/// colour as the buffer converter has it. Some kilobytes.
+/// Palette indices through the bitmap's palette (the fixed one of the depth without any; the gray ramp with order 2),
+/// 12- and 16-bit gray through the lookup table in use or as value * 255 / maximum of its significant bits, 32-bit gray
+/// by its top eight bits, colour as the buffer converter has it. Some kilobytes.
 class ColorLines {
  public:
   /// ERR_INVALID_PARAMETER for a format that has no colours; ERR_BAD_LUT_LENGTH. The record's palette and lookup table

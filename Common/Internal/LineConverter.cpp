@@ -112,9 +112,24 @@ void LineConverter::ChooseStages(const LineFormat& source, const LineFormat& tar
     k_.form = target.bits > 8 ? Form::kValues : Form::kBytes;
   }
   k_.nearest = k_.form == Form::kBytes && !k_.target.gray && target.bits != 0;
+  if (k_.domain == Domain::kIndex && !k_.nearest && IndicesAreLevels(source)) k_.domain = Domain::kLevel8;
   read_ = LineReader(k_.source.bits, k_.source.color);
   step_ = LineStepOf(k_.domain, k_.form);
   write_ = LineWriter(k_.target.bits, k_.target.color);
+}
+
+/// Indices of 8 bits whose palette is the gray ramp are their own levels.
+bool LineConverter::IndicesAreLevels(const LineFormat& source) const noexcept {
+  if (source.bits != 8 || k_.source.ranged) return false;
+  if (k_.source.gray) return true;
+  uint32_t differs = 0;
+  const auto* const palette = reinterpret_cast<const uint8_t*>(PaletteOf(source));
+  for (uint32_t i = 0; i < 256; ++i) {
+    uint32_t entry;
+    std::memcpy(&entry, palette + size_t{4} * i, 4);
+    differs |= (entry ^ i * 0x010101) & 0xFFFFFF;
+  }
+  return differs == 0;
 }
 
 /// Tables from indices or 8-bit levels to colours and to what the target stores.
@@ -139,6 +154,7 @@ void LineConverter::MakeTables(const LineFormat& source, const LineFormat& targe
       k_.bytesSame = k_.bytesSame && k_.bytes[i] == i;
     }
   } else if (k_.form == Form::kValues && k_.domain != Domain::kDeep && k_.domain != Domain::kColor16) {
+    if (k_.domain == Domain::kLevel8 && target.bits == 16 && !k_.target.ranged) return;  // one kernel, see FuseLine
     for (uint32_t i = 0; i < count; ++i) k_.values[i] = SampleOf(indexed ? GrayOf(k_.colors[i]) : i, k_.samples);
   }
 }

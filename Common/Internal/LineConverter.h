@@ -47,6 +47,7 @@ class LineConverter {
  private:
   Status OpenSides(const LineFormat& source, const LineFormat& target, const LineOptions& options) noexcept;
   void ChooseStages(const LineFormat& source, const LineFormat& target) noexcept;
+  [[nodiscard]] bool IndicesAreLevels(const LineFormat& source) const noexcept;
   void MakeTables(const LineFormat& source, const LineFormat& target) noexcept;
   [[nodiscard]] bool FindIdentity() const noexcept;
   int64_t ConvertEnd(uint8_t* target, const uint8_t* source, int64_t width) const noexcept;

@@ -98,16 +98,6 @@ void PackColors(LineContext& k) noexcept {
   }
 }
 
-/// Bytes that are their own gray levels.
-bool AreLevels(const LineContext& k) noexcept {
-  if (k.domain == Domain::kLevel8) return true;
-  if (k.domain != Domain::kIndex || k.source.bits != 8) return false;
-  for (uint32_t i = 0; i < 256; ++i) {
-    if ((k.colors[i] & 0xFFFFFF) != i * 0x010101) return false;
-  }
-  return true;
-}
-
 LineFused FuseColors(const LineContext& k) noexcept {
   const bool keeps = k.keepAlpha;
   switch (k.source.bits << 8 | k.target.bits) {
@@ -141,7 +131,7 @@ LineFused FuseColors(const LineContext& k) noexcept {
 /// To 24 or 32 bits of colour.
 LineFused FuseLevels(LineContext& k) noexcept {
   const bool to24 = k.target.bits == 24;
-  if (AreLevels(k)) return {to24 ? FromGrayTo24 : FromGrayTo32, false};
+  if (k.domain == Domain::kLevel8) return {to24 ? FromGrayTo24 : FromGrayTo32, false};
   if (k.domain != Domain::kIndex || (k.source.bits != 1 && k.source.bits != 8)) return {nullptr, false};
   PackColors(k);
   if (k.source.bits == 1) return {to24 ? BitsTo24 : BitsTo32, false};
@@ -157,7 +147,7 @@ LineFused FuseLine(LineContext& k) noexcept {
   if (k.source.color && k.target.color) return FuseColors(k);
   if (k.form == Form::kColor8 && to >= 24) return FuseLevels(k);
   if (k.form == Form::kValues) {
-    const bool plain = to == 16 && !k.target.ranged && AreLevels(k);
+    const bool plain = to == 16 && !k.target.ranged && k.domain == Domain::kLevel8;
     return plain ? LineFused{Gray8To16, false} : none;
   }
   if (k.form != Form::kBytes || to != 8) return none;
