@@ -1,8 +1,12 @@
-// View perspectives: what leads from one to another, and where points and rectangles come to lie.
+// View perspectives: what leads from one to another, for points, rectangles and pixels.
 
 #include "Common/Internal/Checks.h"
-#include "Common/Internal/Turn.h"
+#include "Common/Internal/Geometry.h"
+#include "Common/Internal/Hooks.h"
+#include "Common/Internal/Rotate.h"
+#include "tarn/copy.h"
 #include "tarn/flip.h"
+#include "tarn/rotate.h"
 
 namespace tarn {
 namespace {
@@ -97,6 +101,52 @@ int32_t ReplacePerspective(BitmapHandle* bitmap, const uint32_t (&next)[9]) noex
   return SUCCESS;
 }
 
+// ---- Pixels that move ----------------------------------------------------------------------------------------------
+
+/// A change of perspective that is under way.
+struct Change {
+  Move move;
+  uint32_t perspective;
+};
+
+Status FinishChange(BitmapHandle& bitmap, void* context) noexcept {
+  const auto& change = *static_cast<const Change*>(context);
+  const T_RegionHooks* const hooks = RegionHooks();
+  const bool flips = change.move.flip && hooks && hooks->Flip;
+  if (flips) TARN_TRY(hooks->Flip(&bitmap));
+  if (change.move.angle != 0 && hooks && hooks->Rotate) {
+    const Status turned = hooks->Rotate(&bitmap, change.move.angle * 100, ROTATE_RESIZE);
+    if (!turned.Ok()) {
+      if (flips) (void)hooks->Flip(&bitmap);  // back
+      return turned;
+    }
+  }
+  bitmap.ViewPerspective = change.perspective;
+  return SUCCESS;
+}
+
+/// A flip and a turn in one, so that it is done or not.
+Status ChangePixels(BitmapHandle& bitmap, uint32_t perspective) noexcept {
+  Change change{MoveBetween(bitmap.ViewPerspective, perspective), perspective};
+  const bool flip = change.move.flip;
+  switch (change.move.angle) {
+    case 90:
+      return TransposeStored(bitmap, flip ? kMainDiagonal : kTurnRight, 0, 100, FinishChange, &change);
+    case 270:
+      return TransposeStored(bitmap, flip ? kOtherDiagonal : kTurnLeft, 0, 100, FinishChange, &change);
+    case 180:
+      return TurnStored(bitmap, flip ? Turn::kReverse : Turn::kHalf, 0, 100, FinishChange, &change);
+    default:
+      return TurnStored(bitmap, Turn::kFlip, 0, 100, FinishChange, &change);
+  }
+}
+
+Status ChangePerspective(BitmapHandle& bitmap, uint32_t perspective) noexcept {
+  if (bitmap.ViewPerspective == perspective) return SUCCESS;
+  if (!IsPerspective(bitmap.ViewPerspective) || !IsPerspective(perspective)) return ERR_INVALID_PARAMETER;
+  return ChangePixels(bitmap, perspective);
+}
+
 }  // namespace
 }  // namespace tarn
 
@@ -152,4 +202,31 @@ int32_t T_ChangeRectViewPerspective(uint32_t from, uint32_t to, int32_t width, i
   if (!rect || !IsPerspective(from) || !IsPerspective(to)) return ERR_INVALID_PARAMETER;
   MoveRect(MoveBetween(from, to), {width, height}, *rect);
   return SUCCESS;
+}
+
+int32_t T_IntChangeBitmapViewPerspective(BitmapHandle* destination, BitmapHandle* source, uint32_t structSize,
+                                         uint32_t viewPerspective, uint32_t mode) noexcept {
+  if (!source || !GeometryHolds(*source)) return ERR_INVALID_PARAMETER;
+  const QuietCallback quiet;
+  if (!destination || destination == source) return ChangePerspective(*source, viewPerspective).code;
+  const uint32_t own = mode | DUP_STORAGE;
+  TARN_TRY(
+      T_DupBitmapNewDim(destination, source, structSize, source->Width, source->Height, source->BitsPerPixel, own));
+  Status status = T_CopyBitmapData(destination, source);
+  if (status.Ok()) status = ChangePerspective(*destination, viewPerspective);
+  if (!status.Ok()) {
+    T_FreeDuplicateBitmap(destination, own);
+    destination->Flags &= ~static_cast<uint32_t>(T_FLAG_ALLOCATED);
+  }
+  return status.code;
+}
+
+int32_t T_ChangeBitmapViewPerspective(BitmapHandle* destination, BitmapHandle* source, uint32_t structSize,
+                                      uint32_t viewPerspective) noexcept {
+  TARN_TRY(RequireAllocatedThenSize(source, ERR_INVALID_PARAMETER));
+  if (!destination || destination == source)
+    return T_IntChangeBitmapViewPerspective(nullptr, source, source->StructSize, viewPerspective, 0);
+  if (structSize != sizeof(BitmapHandle)) return ERR_BAD_STRUCT_SIZE;
+  constexpr uint32_t kAll = DUP_STORAGE | DUP_PALETTE | DUP_REGION | DUP_OVERLAYS;
+  return T_IntChangeBitmapViewPerspective(destination, source, structSize, viewPerspective, kAll);
 }

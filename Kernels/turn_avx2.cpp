@@ -1,5 +1,5 @@
-// Pixels exchanged and mirrored, 32 to 64 bytes from either end at a time. What is left in the middle of a line goes
-// through the portable version.
+// Pixels exchanged, mirrored and transposed. Mirrored: 32 to 64 bytes from either end at a time. What is left in the
+// middle of a line goes through the portable version.
 
 #include <immintrin.h>
 
@@ -178,6 +178,173 @@ void MirrorBits(uint8_t* line, int64_t pixels, int32_t bits) noexcept {
   line[at] = static_cast<uint8_t>(static_cast<uint32_t>(line[at]) << spare | kept);
 }
 
+// ---- Transposed ----------------------------------------------------------------------------------------------------
+
+// Lines are taken kLines at a time, and pixels kPixels at a time; edges go through the portable versions.
+
+using Transposing = TurnKernels::Transpose;
+
+struct Lines {
+  uint8_t* target;
+  int64_t targetStride;
+  const uint8_t* source;
+  int64_t sourceStride;
+};
+
+template <int kLines, int kPixels, int kBits, class Square>
+void InSquares(const Lines& lines, int64_t pixels, int64_t count, Transposing rest, Square square) noexcept {
+  constexpr int64_t kAhead = 64 * 8 / kBits / kLines < 1 ? 1 : 64 * 8 / kBits / kLines;  // squares to a cache line
+  const int64_t innerPixels = pixels / kPixels * kPixels;
+  const int64_t innerLines = count / kLines * kLines;
+  constexpr int64_t kBand = kAhead * kLines;
+  for (int64_t top = 0; top < innerLines; top += kBand) {
+    const int64_t bottom = top + kBand < innerLines ? top + kBand : innerLines;
+    for (int64_t x = 0; x < innerPixels; x += kPixels)
+      for (int64_t y = top; y < bottom; y += kLines)
+        square(lines.target + x * lines.targetStride + y * kBits / 8, lines.targetStride,
+               lines.source + y * lines.sourceStride + x * kBits / 8, lines.sourceStride);
+  }
+  if (innerPixels < pixels)
+    rest(lines.target + innerPixels * lines.targetStride, lines.targetStride, lines.source + innerPixels * kBits / 8,
+         lines.sourceStride, pixels - innerPixels, innerLines);
+  if (innerLines < count)
+    rest(lines.target + innerLines * kBits / 8, lines.targetStride, lines.source + innerLines * lines.sourceStride,
+         lines.sourceStride, pixels, count - innerLines);
+}
+
+struct Half16 {
+  __m128i row[16];
+};
+
+/// 16 rows of 16 bytes to 16 columns.
+void TransposeBytes(Half16& square) noexcept {
+  __m128i(&r)[16] = square.row;
+  __m128i t[16];
+  // Four times the same deal of first half and second half puts every byte in its place.
+  for (int pass = 0; pass < 2; ++pass) {
+    for (int i = 0; i < 8; ++i) {
+      t[2 * i] = _mm_unpacklo_epi8(r[i], r[i + 8]);
+      t[2 * i + 1] = _mm_unpackhi_epi8(r[i], r[i + 8]);
+    }
+    for (int i = 0; i < 8; ++i) {
+      r[2 * i] = _mm_unpacklo_epi8(t[i], t[i + 8]);
+      r[2 * i + 1] = _mm_unpackhi_epi8(t[i], t[i + 8]);
+    }
+  }
+}
+
+void Transpose8(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                int64_t lines) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+    Half16 bytes;
+    for (int i = 0; i < 16; ++i) bytes.row[i] = LoadHalf(from + i * fromStride);
+    TransposeBytes(bytes);
+    for (int i = 0; i < 16; ++i) StoreHalf(to + i * toStride, bytes.row[i]);
+  };
+  InSquares<16, 16, 8>({target, targetStride, source, sourceStride}, pixels, lines, kTurnPortable.transpose8, square);
+}
+
+void Transpose16(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                 int64_t lines) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+    __m128i r[8], t[8];
+    for (int i = 0; i < 8; ++i) r[i] = LoadHalf(from + i * fromStride);
+    for (int pass = 0; pass < 3; ++pass) {
+      for (int i = 0; i < 4; ++i) {
+        t[2 * i] = _mm_unpacklo_epi16(r[i], r[i + 4]);
+        t[2 * i + 1] = _mm_unpackhi_epi16(r[i], r[i + 4]);
+      }
+      for (int i = 0; i < 8; ++i) r[i] = t[i];
+    }
+    for (int i = 0; i < 8; ++i) StoreHalf(to + i * toStride, r[i]);
+  };
+  InSquares<8, 8, 16>({target, targetStride, source, sourceStride}, pixels, lines, kTurnPortable.transpose16, square);
+}
+
+void TransposeWords(__m128i (&r)[4]) noexcept {
+  const __m128i a = _mm_unpacklo_epi32(r[0], r[1]), b = _mm_unpackhi_epi32(r[0], r[1]);
+  const __m128i c = _mm_unpacklo_epi32(r[2], r[3]), d = _mm_unpackhi_epi32(r[2], r[3]);
+  r[0] = _mm_unpacklo_epi64(a, c);
+  r[1] = _mm_unpackhi_epi64(a, c);
+  r[2] = _mm_unpacklo_epi64(b, d);
+  r[3] = _mm_unpackhi_epi64(b, d);
+}
+
+void Transpose32(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                 int64_t lines) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+    __m128i r[4];
+    for (int i = 0; i < 4; ++i) r[i] = LoadHalf(from + i * fromStride);
+    TransposeWords(r);
+    for (int i = 0; i < 4; ++i) StoreHalf(to + i * toStride, r[i]);
+  };
+  InSquares<4, 4, 32>({target, targetStride, source, sourceStride}, pixels, lines, kTurnPortable.transpose32, square);
+}
+
+/// 16 source lines of 4 pixels: the target's 48 bytes a line are whole pixels. Loads stay within 12 bytes.
+void Transpose24(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                 int64_t lines) noexcept {
+  const __m128i widen = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
+  const __m128i narrow = _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+  const auto load = [widen](const uint8_t* at) noexcept {
+    const __m128i first = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(at));
+    const __m128i last = _mm_loadu_si32(at + 8);
+    return _mm_shuffle_epi8(_mm_unpacklo_epi64(first, last), widen);
+  };
+  const auto square = [&](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+    __m128i part[4][4];
+    for (int group = 0; group < 4; ++group) {
+      for (int i = 0; i < 4; ++i) part[group][i] = load(from + (4 * group + i) * fromStride);
+      TransposeWords(part[group]);
+      for (int i = 0; i < 4; ++i) part[group][i] = _mm_shuffle_epi8(part[group][i], narrow);
+    }
+    for (int i = 0; i < 4; ++i) {
+      const __m128i a = part[0][i], b = part[1][i], c = part[2][i], d = part[3][i];
+      uint8_t* const line = to + i * toStride;
+      StoreHalf(line, _mm_or_si128(a, _mm_slli_si128(b, 12)));
+      StoreHalf(line + 16, _mm_or_si128(_mm_srli_si128(b, 4), _mm_slli_si128(c, 8)));
+      StoreHalf(line + 32, _mm_or_si128(_mm_srli_si128(c, 8), _mm_slli_si128(d, 4)));
+    }
+  };
+  InSquares<16, 4, 24>({target, targetStride, source, sourceStride}, pixels, lines, kTurnPortable.transpose24, square);
+}
+
+// Wide pixels: nothing is gained beside whole loads and stores.
+void Transpose48(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                 int64_t lines) noexcept {
+  kTurnPortable.transpose48(target, targetStride, source, sourceStride, pixels, lines);
+}
+
+void Transpose64(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                 int64_t lines) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+    const __m128i a = LoadHalf(from), b = LoadHalf(from + fromStride);
+    StoreHalf(to, _mm_unpacklo_epi64(a, b));
+    StoreHalf(to + toStride, _mm_unpackhi_epi64(a, b));
+  };
+  InSquares<2, 2, 64>({target, targetStride, source, sourceStride}, pixels, lines, kTurnPortable.transpose64, square);
+}
+
+/// 16 lines of 128 pixels: bytes of one column beside each other, whose top bits are collected eight times.
+void Transpose1(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                int64_t lines) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+    Half16 bytes;
+    // The first line's bit is to be the most significant one of its byte.
+    for (int i = 0; i < 16; ++i) bytes.row[i ^ 7] = LoadHalf(from + i * fromStride);
+    TransposeBytes(bytes);
+    for (int column = 0; column < 16; ++column) {
+      __m128i value = bytes.row[column];
+      for (int bit = 0; bit < 8; ++bit, to += toStride) {
+        const auto word = static_cast<uint16_t>(_mm_movemask_epi8(value));
+        __builtin_memcpy(to, &word, 2);
+        value = _mm_add_epi8(value, value);
+      }
+    }
+  };
+  InSquares<16, 128, 1>({target, targetStride, source, sourceStride}, pixels, lines, kTurnPortable.transpose1, square);
+}
+
 }  // namespace
 
 constinit const TurnKernels kTurnAvx2 = {.exchange = Exchange,
@@ -187,6 +354,13 @@ constinit const TurnKernels kTurnAvx2 = {.exchange = Exchange,
                                          .mirror32 = Mirror<4>,
                                          .mirror48 = Mirror48<6>,
                                          .mirror64 = Mirror<8>,
-                                         .mirrorBits = MirrorBits};
+                                         .mirrorBits = MirrorBits,
+                                         .transpose8 = Transpose8,
+                                         .transpose16 = Transpose16,
+                                         .transpose24 = Transpose24,
+                                         .transpose32 = Transpose32,
+                                         .transpose48 = Transpose48,
+                                         .transpose64 = Transpose64,
+                                         .transpose1 = Transpose1};
 
 }  // namespace tarn

@@ -1,4 +1,4 @@
-// Pixels exchanged and mirrored, one at a time or a word at a time.
+// Pixels exchanged, mirrored and transposed, one at a time or a word at a time.
 
 #include <cstring>
 
@@ -80,6 +80,48 @@ void MirrorBits(uint8_t* line, int64_t pixels, int32_t bits) noexcept {
   line[at] = static_cast<uint8_t>(line[at] << spare | kept);
 }
 
+// Squares of pixels, so that lines of the target are written a cache line at a time.
+template <int kBytes>
+void Transpose(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+               int64_t lines) noexcept {
+  constexpr int64_t kSide = 32;
+  for (int64_t top = 0; top < lines; top += kSide) {
+    const int64_t bottom = top + kSide < lines ? top + kSide : lines;
+    for (int64_t x = 0; x < pixels; ++x) {
+      const uint8_t* from = source + top * sourceStride + x * kBytes;
+      uint8_t* to = target + x * targetStride + top * kBytes;
+      for (int64_t y = top; y < bottom; ++y, from += sourceStride, to += kBytes) std::memcpy(to, from, kBytes);
+    }
+  }
+}
+
+/// Eight bytes of eight bits, the first byte lowest: bit 7 - i of byte j and bit 7 - j of byte i change places.
+uint64_t TransposeBits(uint64_t x) noexcept {
+  uint64_t t = (x ^ x >> 7) & 0x00AA00AA00AA00AA;
+  x ^= t ^ t << 7;
+  t = (x ^ x >> 14) & 0x0000CCCC0000CCCC;
+  x ^= t ^ t << 14;
+  t = (x ^ x >> 28) & 0x00000000F0F0F0F0;
+  return x ^ t ^ t << 28;
+}
+
+void Transpose1(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                int64_t lines) noexcept {
+  for (int64_t y = 0; y < lines; y += 8) {
+    const int64_t rows = lines - y < 8 ? lines - y : 8;
+    for (int64_t x = 0; x < pixels; x += 8) {
+      // Bytes in reverse order exchange across the other diagonal, as most significant bits first wants it.
+      const uint8_t* from = source + y * sourceStride + x / 8;
+      uint64_t square = 0;
+      for (int64_t i = 0; i < rows; ++i, from += sourceStride) square |= uint64_t{*from} << 8 * (7 - i);
+      square = TransposeBits(square);
+      uint8_t* to = target + x * targetStride + y / 8;
+      const int64_t columns = pixels - x < 8 ? pixels - x : 8;
+      for (int64_t i = 0; i < columns; ++i, to += targetStride) *to = static_cast<uint8_t>(square >> 8 * (7 - i));
+    }
+  }
+}
+
 }  // namespace
 
 constinit const TurnKernels kTurnPortable = {.exchange = Exchange,
@@ -89,6 +131,13 @@ constinit const TurnKernels kTurnPortable = {.exchange = Exchange,
                                              .mirror32 = Mirror<4>,
                                              .mirror48 = Mirror<6>,
                                              .mirror64 = Mirror<8>,
-                                             .mirrorBits = MirrorBits};
+                                             .mirrorBits = MirrorBits,
+                                             .transpose8 = Transpose<1>,
+                                             .transpose16 = Transpose<2>,
+                                             .transpose24 = Transpose<3>,
+                                             .transpose32 = Transpose<4>,
+                                             .transpose48 = Transpose<6>,
+                                             .transpose64 = Transpose<8>,
+                                             .transpose1 = Transpose1};
 
 }  // namespace tarn

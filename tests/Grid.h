@@ -1,6 +1,8 @@
 #pragma once
 // Pictures as one number a pixel, and what the turns do to them, stated pixel by pixel.
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <functional>
 #include <vector>
@@ -66,12 +68,15 @@ inline Grid TurnedRight(const Grid& g) {
 
 inline Grid GridOf(BitmapHandle& bitmap) {
   Grid grid{bitmap.Width, bitmap.Height, {}};
+  const int32_t locked = T_LockBitmap(&bitmap);
   for (int32_t y = 0; y < grid.height; ++y) {
     const std::vector<uint8_t> line = Row(bitmap, static_cast<uint32_t>(y));
-    if (line.empty()) return {};
+    EXPECT_FALSE(line.empty()) << "row " << y;
+    if (line.empty()) break;
     for (int32_t x = 0; x < grid.width; ++x)
       grid.pixels.push_back(PixelAt(line.data(), static_cast<size_t>(x), bitmap.BitsPerPixel));
   }
+  T_UnlockBitmap(&bitmap, locked);
   return grid;
 }
 

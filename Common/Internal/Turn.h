@@ -54,6 +54,10 @@ void MirrorPixels(uint8_t* line, int64_t pixels, int32_t bits) noexcept;
 
 /// The displayed picture has the stored columns as its rows.
 constexpr bool IsTransposed(uint32_t viewPerspective) noexcept { return viewPerspective >= 5 && viewPerspective <= 8; }
+/// The displayed picture is a mirror image of the stored rows.
+constexpr bool IsMirrored(uint32_t viewPerspective) noexcept {
+  return viewPerspective == 2 || viewPerspective == 4 || viewPerspective == 5 || viewPerspective == 7;
+}
 inline int32_t DisplayedWidth(const BitmapHandle& bitmap) noexcept {
   return IsTransposed(bitmap.ViewPerspective) ? bitmap.Height : bitmap.Width;
 }

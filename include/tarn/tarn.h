@@ -21,6 +21,7 @@
 #include "palette.h"
 #include "pixel.h"
 #include "resize.h"
+#include "rotate.h"
 #include "rows.h"
 #include "settings.h"
 #include "types.h"
