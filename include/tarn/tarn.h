@@ -4,6 +4,7 @@
 #ifndef TARN_TARN_H
 #define TARN_TARN_H
 
+#include "alpha.h"
 #include "bitmap.h"
 #include "colors.h"
 #include "convert.h"
@@ -24,6 +25,7 @@
 #include "rotate.h"
 #include "rows.h"
 #include "settings.h"
+#include "shear.h"
 #include "types.h"
 
 #endif

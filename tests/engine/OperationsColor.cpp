@@ -65,6 +65,20 @@ Operation Resolve(const char* name, int32_t bits, uint32_t flags) {
           }};
 }
 
+/// A list of two copies of the subject.
+T_BitmapList* ListOf(Work& w) {
+  T_BitmapList* list = nullptr;
+  T_CreateBitmapList(&list);
+  for (int i = 0; i < 2; ++i) {
+    BitmapHandle copy;
+    T_CopyBitmap(&copy, &w.subject.record, sizeof copy);
+    T_InsertBitmapListItem(list, T_LIST_END, &copy);
+  }
+  w.block = list;
+  w.Later([list] { T_DestroyBitmapList(list); });
+  return list;
+}
+
 }  // namespace
 
 void AddColorOperations(std::vector<Operation>& table) {
@@ -84,6 +98,65 @@ void AddColorOperations(std::vector<Operation>& table) {
   decodedCopy.depths = DepthBit(12) | DepthBit(16);
   decodedCopy.prepare = GiveTable;
   table.push_back(decodedCopy);
+  table.push_back({.name = "T_GetBitmapAlpha", .kinds = kAllKinds, .failures = kFailures, .call = [](Work& w) {
+                     return T_GetBitmapAlpha(&w.subject.record, &w.made, sizeof w.made);
+                   }});
+  table.push_back({.name = "T_SetBitmapAlpha",
+                   .kinds = kAllKinds,
+                   .failures = kFailures,
+                   .prepare =
+                       [](Work& w) {
+                         w.other.Make(Kind::kBlock, {w.shape.width - 2, w.shape.height + 1, 8}, 7);
+                       },
+                   .call = [](Work& w) { return T_SetBitmapAlpha(&w.subject.record, &w.other.record); }});
+  table.push_back({.name = "T_ShearBitmap", .kinds = kAllKinds, .failures = kFailures, .call = [](Work& w) {
+                     return T_ShearBitmap(&w.subject.record, -1200, 1, 0);
+                   }});
+  table.push_back({.name = "T_ShearBitmap, columns", .kinds = kAllKinds, .failures = kFailures, .call = [](Work& w) {
+                     return T_ShearBitmap(&w.subject.record, 1200, 0, 0);
+                   }});
+  Operation decodedColors = Resolve("T_ColorResBitmap 24 through a table", 24, 0);
+  decodedColors.depths = DepthBit(12) | DepthBit(16);
+  decodedColors.prepare = GiveTable;
+  table.push_back(decodedColors);
+  table.push_back({.name = "T_CopyBitmapListItems",
+                   .kinds = Bit(Kind::kBlock),
+                   .failures = kFailures,
+                   .prepare = [](Work& w) { ListOf(w); },
+                   .call =
+                       [](Work& w) {
+                         T_BitmapList* copied = nullptr;
+                         const int32_t status =
+                             T_CopyBitmapListItems(&copied, static_cast<T_BitmapList*>(w.block), 0, T_LIST_END);
+                         if (status == SUCCESS) T_DestroyBitmapList(copied);
+                         return status;
+                       }});
+  table.push_back({.name = "T_ColorResBitmapList",
+                   .kinds = Bit(Kind::kBlock),
+                   .depths = DepthBit(24),
+                   .failures = kFailures,
+                   .prepare =
+                       [](Work& w) {
+                         T_ColorResBitmap(&w.subject.record, nullptr, sizeof(BitmapHandle), 24, 0, nullptr, nullptr, 0,
+                                          nullptr, nullptr);
+                       },
+                   .call =
+                       [](Work& w) {
+                         T_BitmapList* list = nullptr;
+                         int32_t status = T_CreateBitmapList(&list);
+                         if (status != SUCCESS) return status;
+                         BitmapHandle copy;
+                         status = T_CopyBitmap(&copy, &w.subject.record, sizeof copy);
+                         if (status == SUCCESS) status = T_InsertBitmapListItem(list, 0, &copy);
+                         if (status == SUCCESS) {
+                           status =
+                               T_ColorResBitmapList(list, 8, T_RES_PALETTE, T_IntGetNetscapePalette(), nullptr, 200);
+                         } else if (copy.Flags & T_FLAG_ALLOCATED) {
+                           T_FreeBitmap(&copy);
+                         }
+                         T_DestroyBitmapList(list);
+                         return status;
+                       }});
   table.push_back(Resolve("T_ColorResBitmap 1", 1, T_RES_FIXED | T_RES_DITHER(DITHER_FLOYD_STEINBERG)));
   table.push_back(Resolve("T_ColorResBitmap 4, optimized", 4, T_RES_OPTIMIZED | T_RES_DITHER(DITHER_STUCKI)));
   table.push_back(Resolve("T_ColorResBitmap 8, web", 8, T_RES_WEB | T_RES_DITHER(DITHER_ORDERED)));
