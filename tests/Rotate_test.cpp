@@ -345,7 +345,7 @@ TEST(Rotate, StoppedBitmapsAreAsTheyWere) {
         }
         ASSERT_EQ(status, -100 - stop);
         ASSERT_EQ(b.ViewPerspective, 2u);
-        ASSERT_EQ(b.Data, record.Data);
+        ASSERT_EQ(V(b.Data), V(record.Data));
         ASSERT_EQ(GridOf(b), before);
       }
     }
