@@ -24,8 +24,8 @@ struct Source {
   bool gray;  // a gray palette
 };
 constexpr Source kSources[] = {{24, 1, false}, {24, 0, false}, {8, 0, true},   {8, 0, false},  {1, 0, false},
-                               {3, 0, true},   {12, 2, true},  {16, 2, true},  {8, 2, false}, {16, 1, false}, {32, 0, false},
-                               {32, 2, true},  {48, 1, false}, {64, 0, false}, {24, 5, false}};
+                               {3, 0, true},   {12, 2, true},  {16, 2, true},  {8, 2, false},  {16, 1, false},
+                               {32, 0, false}, {32, 2, true},  {48, 1, false}, {64, 0, false}, {24, 5, false}};
 
 /// A described bitmap with a palette of its own, and the colours of its lines as the rules have them.
 struct Described : Bitmap {

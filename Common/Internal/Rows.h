@@ -81,7 +81,8 @@ class Progress {
   int64_t remainder_ = 0;
 };
 
-/// Address of a row of a locked bitmap that lies in memory for as long as the storage does; null when rows must be moved.
+/// Address of a row of a locked bitmap that lies in memory for as long as the storage does; null when rows must be
+/// moved.
 uint8_t* DirectRow(BitmapHandle& bitmap, int32_t row) noexcept;
 /// First row of a bitmap whose rows lie behind each other in memory; null for any other.
 uint8_t* BlockOf(BitmapHandle& bitmap) noexcept;

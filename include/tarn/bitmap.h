@@ -75,7 +75,8 @@ T_API void T_UnlockBitmap(BitmapHandle* handle, int32_t previous) T_NOTHROW;
 
 /** Adds or removes rows at the end of the storage; new rows are zero.
  *  @return SUCCESS; ERR_NO_BITMAP (null or no storage); ERR_BAD_STRUCT_SIZE; ERR_INVALID_PARAMETER (caller memory,
- *          locked, height below 1, or a DataOffset outside the movable block); ERR_IMAGE_TOO_LARGE; ERR_NO_MEMORY. After a failure the bitmap is unchanged. */
+ *          locked, height below 1, or a DataOffset outside the movable block); ERR_IMAGE_TOO_LARGE; ERR_NO_MEMORY.
+ *          After a failure the bitmap is unchanged. */
 T_API int32_t T_ChangeBitmapHeight(BitmapHandle* handle, int32_t height) T_NOTHROW;
 
 /** Sets the pixels of a caller-memory bitmap. For any other bitmap a non-null pointer needs size == Size.

@@ -76,9 +76,9 @@ struct Operation {
   uint64_t depths = kAllDepths;
   std::vector<int64_t> failures{};
   uint32_t leaves = kNothing;
-  int64_t wanted = SUCCESS;    // the result of success; kByteCount: the size of `buffer`
-  bool shortCounts = false;    // fewer bytes than asked for are a documented failure
-  bool endsAtNothing = false;  // a read that gives nothing is the end of the file
+  int64_t wanted = SUCCESS;      // the result of success; kByteCount: the size of `buffer`
+  bool shortCounts = false;      // fewer bytes than asked for are a documented failure
+  bool endsAtNothing = false;    // a read that gives nothing is the end of the file
   bool dependsOnKind = false;    // what it gives is not the same for every storage kind
   bool dependsOnSystem = false;  // or on every system
   std::function<void(Work&)> prepare{};
