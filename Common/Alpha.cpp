@@ -168,10 +168,7 @@ Status SetAlpha(BitmapHandle& target, BitmapHandle& given) noexcept {
     result.live = true;
   }
   TARN_TRY(PutRows(result.record, *alpha));
-  void* const dithering = target.DitherContext;
-  T_FreeBitmap(&target);
-  target = result.record;
-  target.DitherContext = dithering;
+  ReplaceWhole(target, result.record);
   result.live = false;
   return SUCCESS;
 }

@@ -7,6 +7,7 @@
 #include "Common/Internal/ColorLines.h"
 #include "Common/Internal/ColorRes.h"
 #include "Common/Internal/Geometry.h"
+#include "Common/Internal/PackedPixels.h"
 #include "Common/Internal/Rows.h"
 #include "Common/Internal/TrackedBuffer.h"
 #include "tarn/colors.h"
@@ -122,10 +123,7 @@ class LineColors {
 
  private:
   [[nodiscard]] uint32_t SampleAt(const uint8_t* line, int64_t pixel) const noexcept {
-    const uint8_t* const at = line + (bits_ == 12 ? pixel * 3 / 2 : pixel * 2);
-    const uint32_t word = at[0] | at[1] * 256u;
-    const uint32_t raw = bits_ == 16 ? word : pixel % 2 ? word >> 4 : word & 4095;
-    return raw >> samples_.shift & samples_.mask;
+    return DeepSample(line, pixel, bits_) >> samples_.shift & samples_.mask;
   }
   void AddColors(uint8_t* part, const uint8_t* line, int64_t first, int64_t count, ColorSet& set) noexcept {
     lines_.Colors(part, line, first, count);

@@ -6,9 +6,9 @@
 
 #include "Common/Internal/BitmapList.h"
 #include "Common/Internal/Checks.h"
-#include "Common/Internal/ColorLines.h"
 #include "Common/Internal/DitherRun.h"
 #include "Common/Internal/Duplicate.h"
+#include "Common/Internal/FormatLines.h"
 #include "Common/Internal/Geometry.h"
 #include "Common/Internal/Rows.h"
 #include "Common/Internal/Storage.h"
@@ -224,7 +224,7 @@ Status DitherRows(BitmapHandle& target, BitmapHandle& source, uint32_t method, c
       {chosen.fixed ? nullptr : chosen.entries, chosen.count, static_cast<uint32_t>(target.BitsPerPixel), chosen.lent},
       status);
   if (!owner.run) return status;
-  TARN_TRY(owner.run->OpenGroups());
+  (void)owner.run->OpenGroups();  // without, it only takes longer
   const BitmapLock lock(source);
   RowBatch from(source, TARN_HERE);
   IndexBatch to(target, TARN_HERE);
@@ -242,52 +242,14 @@ Status DitherRows(BitmapHandle& target, BitmapHandle& source, uint32_t method, c
   return SUCCESS;
 }
 
-/// More than 8 bits: lines through the converter, or through the lookup table first.
+/// More than 8 bits.
 Status ConvertRows(BitmapHandle& target, BitmapHandle& source) noexcept {
-  const int32_t from = source.BitsPerPixel, to = target.BitsPerPixel;
-  const bool grayOrder = source.Order == T_ORDER_GRAY && from > 8;
-  const bool table = grayOrder && (from == 12 || from == 16) && (source.Flags & T_FLAG_LUT_IN_USE) && source.LUT;
-  const bool alpha = !grayOrder && (from == 32 || from == 64);
-  const uint32_t flags =
-      (alpha ? 0 : uint32_t{T_CONVERT_OPAQUE}) | (grayOrder && !table ? uint32_t{T_CONVERT_SOURCE_RANGE} : 0);
-  ColorLines decoded;
-  LineConverter converter;
-  T_PaletteEntry palette[256] = {};
-  LineFormat format = {from, from > 8 ? source.Order : uint32_t{T_ORDER_RGB}, nullptr};
-  TrackedBuffer<uint8_t> line;
-  const int64_t width = source.Width;
-  if (table) {
-    TARN_TRY(decoded.Open(source));
-    line = TrackedBuffer<uint8_t>(static_cast<uint64_t>(width) * 4, TARN_HERE);
-    if (!line) return ERR_NO_MEMORY;
-    format = {32, T_ORDER_BGR, nullptr};
-  } else if (from <= 8 && source.Palette) {
-    T_GetBitmapPaletteEntries(&source, 0, 256, palette);
-    format.palette = palette;
-  }
-  TARN_TRY(converter.Open(format, {to, target.Order, nullptr}, {flags, source.LowBit, source.HighBit}));
-  const BitmapLock lock(source);
-  RowReader reader(source, TARN_HERE);
-  RowWriter writer(target, TARN_HERE);
-  TARN_TRY(reader.Open());
-  TARN_TRY(writer.Open());
-  const int32_t height = source.Height;
-  const uint64_t used = (static_cast<uint64_t>(width) * static_cast<uint32_t>(to) + 7) / 8;
-  Progress progress(height);
-  for (int32_t row = 0; row < height; ++row) {
-    const uint8_t* pixels = reader.Row(row);
-    if (!pixels) return reader.status();
-    if (table) {
-      decoded.Colors(line.data(), pixels, 0, width);
-      pixels = line.data();
-    }
-    uint8_t* const place = writer.Row(row);
-    converter.Convert(place, pixels, width);
-    std::memset(place + used, 0, target.BytesPerLine - used);
-    TARN_TRY(writer.Commit());
-    TARN_TRY(progress.Step());
-  }
-  return SUCCESS;
+  const int32_t bits = source.BitsPerPixel;
+  const bool alpha = source.Order != T_ORDER_GRAY && (bits == 32 || bits == 64);
+  FormatLines lines;
+  TARN_TRY(lines.Open(source, {target.BitsPerPixel, target.Order, nullptr}, alpha ? 0 : uint32_t{T_CONVERT_OPAQUE},
+                      TARN_HERE));
+  return MakeRows(target, source, lines);
 }
 
 // ---- Bitmaps -------------------------------------------------------------------------------------------------------

@@ -150,6 +150,13 @@ Status CopyWhole(BitmapHandle& target, BitmapHandle& source) noexcept {
   return CopyAll(target, source, nullptr);
 }
 
+void ReplaceWhole(BitmapHandle& bitmap, const BitmapHandle& result) noexcept {
+  void* const dithering = bitmap.DitherContext;
+  T_FreeBitmap(&bitmap);
+  bitmap = result;
+  bitmap.DitherContext = dithering;
+}
+
 void DescribeSamples(BitmapHandle& result, uint32_t order) noexcept {
   const Here here = TARN_HERE;
   if (result.LUT) T_GlobalFree(result.LUT, here.line, here.file);

@@ -123,13 +123,6 @@ void MoveOverlays(BitmapHandle& target, const Rectangle& rectangle) noexcept {
   }
 }
 
-void Replace(BitmapHandle& bitmap, const BitmapHandle& result) noexcept {
-  void* const dithering = bitmap.DitherContext;
-  T_FreeBitmap(&bitmap);
-  bitmap = result;
-  bitmap.DitherContext = dithering;
-}
-
 // A null destination: the source is replaced.
 Status CopyRectangle(BitmapHandle* destination, BitmapHandle& source, const Rectangle& rectangle,
                      const uint32_t* memoryType) noexcept {
@@ -149,7 +142,7 @@ Status CopyRectangle(BitmapHandle* destination, BitmapHandle& source, const Rect
   if (discarded) {
     T_FreeBitmap(&target);
   } else if (!destination) {
-    Replace(source, result);
+    ReplaceWhole(source, result);
   }
   return copied;
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "Common/Internal/Dib.h"
+#include "Common/Internal/PackedPixels.h"
 #include "Common/Internal/Rows.h"
 #include "Common/Internal/Storage.h"
 #include "Kernels/Kernels.h"
@@ -92,10 +93,7 @@ uint32_t SampleAt(const uint8_t* row, int64_t column, int32_t bits) noexcept {
     std::memcpy(&sample, row + 4 * column, sizeof sample);
     return sample;
   }
-  uint16_t word;
-  std::memcpy(&word, row + (bits == 16 ? 2 * column : column * 3 / 2), sizeof word);
-  if (bits == 16) return word;
-  return column % 2 ? word >> 4 : word & 0xFFF;
+  return DeepSample(row, column, bits);
 }
 
 /// Rows of a bitmap, one at a time, as rows of a DIB with the columns as they are stored.

@@ -12,9 +12,7 @@ using namespace tarn;
 int32_t T_StartDithering(BitmapHandle* bitmap, const T_PaletteEntry* palette, uint32_t count) noexcept {
   TARN_TRY(RequireSize(bitmap, ERR_INVALID_PARAMETER));
   if (count == 0 || count > 256) return ERR_INVALID_PARAMETER;
-  uint32_t bits = 1;
-  while (1u << bits < count) ++bits;
-  return T_StartDitheringExt(bitmap, palette, count, bits, nullptr);
+  return T_StartDitheringExt(bitmap, palette, count, BitsFor(count), nullptr);
 }
 
 int32_t T_StartDitheringExt(BitmapHandle* bitmap, const T_PaletteEntry* palette, uint32_t count, uint32_t bits,

@@ -7,6 +7,7 @@
 #include "Common/Internal/Checks.h"
 #include "Common/Internal/Geometry.h"
 #include "Common/Internal/Hooks.h"
+#include "Common/Internal/PackedPixels.h"
 #include "Common/Internal/Runs.h"
 #include "Common/Internal/Storage.h"
 #include "Common/Internal/Turn.h"
@@ -16,43 +17,16 @@
 namespace tarn {
 namespace {
 
-// ---- Lines whose pixels share bytes
-// ----------------------------------------------------------------------------------
+// ---- Lines whose pixels share bytes --------------------------------------------------------------------------------
 
 constexpr int64_t kBlock = 512;  // pixels taken from either end at a time, a multiple of 8
-
-void Unpack12(uint8_t* samples, const uint8_t* packed, int64_t pixels) noexcept {
-  for (int64_t i = 0; i < pixels; ++i) {
-    const uint8_t* const at = packed + i * 3 / 2;
-    const auto sample = static_cast<uint16_t>(i % 2 ? at[0] >> 4 | at[1] << 4 : at[0] | (at[1] & 15) << 8);
-    std::memcpy(samples + 2 * i, &sample, 2);
-  }
-}
-
-void Pack12(uint8_t* packed, const uint8_t* samples, int64_t pixels) noexcept {
-  int64_t i = 0;
-  for (; i + 2 <= pixels; i += 2, samples += 4, packed += 3) {
-    packed[0] = samples[0];
-    packed[1] = static_cast<uint8_t>(samples[1] | samples[2] << 4);
-    packed[2] = static_cast<uint8_t>(samples[2] >> 4 | samples[3] << 4);
-  }
-  if (i == pixels) return;
-  packed[0] = samples[0];
-  packed[1] = samples[1];
-}
 
 /// Packed pixels that begin at a byte, in reverse order; bits behind the last one become 0.
 void MirrorPacked(uint8_t* packed, int64_t pixels, int32_t bits) noexcept {
   uint8_t values[2 * 2 * kBlock];
-  if (bits == 12) {
-    Unpack12(values, packed, pixels);
-    Kernels().turn->mirror16(values, values, pixels);
-    Pack12(packed, values, pixels);
-  } else {
-    Kernels().pixels->unpackIndices(values, packed, pixels, bits);
-    Kernels().turn->mirror8(values, values, pixels);
-    Kernels().pixels->packIndices(packed, values, pixels, bits);
-  }
+  UnpackPixels(values, packed, pixels, bits);
+  (bits == 12 ? Kernels().turn->mirror16 : Kernels().turn->mirror8)(values, values, pixels);
+  PackPixels(packed, values, pixels, bits);
 }
 
 /// Blocks from both ends change places; the middle is a block of its own.

@@ -4,12 +4,9 @@
 
 #include "Common/Internal/Checks.h"
 #include "Common/Internal/Duplicate.h"
+#include "Common/Internal/FormatLines.h"
 #include "Common/Internal/Geometry.h"
-#include "Common/Internal/GrayParams.h"
-#include "Common/Internal/LineConverter.h"
 #include "Common/Internal/Rows.h"
-#include "Common/Internal/Storage.h"
-#include "tarn/convert.h"
 #include "tarn/gray.h"
 #include "tarn/memory.h"
 #include "tarn/palette.h"
@@ -34,37 +31,19 @@ class GrayLines {
     if (!GeometryHolds(source)) return ERR_INVALID_PARAMETER;
     width_ = source.Width;
     bits_ = bits;
+    if ((source.Flags & T_FLAG_SIGNED_DATA) && !UsesTable(source)) return ERR_SIGNED_DATA;
     const LineFormat target = {bits == 8 ? 0 : bits, bits == 8 ? uint32_t{T_ORDER_RGB} : uint32_t{T_ORDER_GRAY},
                                nullptr};
-    const bool deep = source.Order == T_ORDER_GRAY && (source.BitsPerPixel == 12 || source.BitsPerPixel == 16);
-    if (deep && (source.Flags & T_FLAG_LUT_IN_USE) && source.LUT) {
-      TARN_TRY(OpenTable(source, here));
-      return converter_.Open({0, T_ORDER_RGB, nullptr}, target, {});
-    }
-    if (source.Flags & T_FLAG_SIGNED_DATA) return ERR_SIGNED_DATA;
-    const int32_t sourceBits = source.BitsPerPixel;
-    const bool gray = source.Order == T_ORDER_GRAY && sourceBits > 8;
-    // Orders say nothing of a palette; a damaged count of colours does not lead beyond the palette's block.
-    const uint32_t order = sourceBits > 8 ? source.Order : uint32_t{T_ORDER_RGB};
-    const T_PaletteEntry* palette = nullptr;
-    if (sourceBits <= 8 && source.Palette) {
-      std::memset(palette_, 0, sizeof palette_);
-      T_GetBitmapPaletteEntries(&source, 0, 256, palette_);
-      palette = palette_;
-    }
-    return converter_.Open({sourceBits, order, palette}, target,
-                           {gray ? uint32_t{T_CONVERT_SOURCE_RANGE} : 0, source.LowBit, source.HighBit});
+    return lines_.Open(source, target, 0, here);
   }
 
   void Make(uint8_t* target, const uint8_t* source, uint32_t targetBytes) noexcept {
-    if (table_) {
-      Decode(source);
-      source = levels_.data();
+    lines_.Make(target, source, targetBytes);
+    for (int32_t i = 0; bits_ == 32 && i < width_; ++i) {
+      const uint32_t value = Load32(target, i);
+      least_ = value < least_ ? value : least_;
+      most_ = value > most_ ? value : most_;
     }
-    converter_.Convert(target, source, width_);
-    const size_t used = (static_cast<size_t>(width_) * static_cast<size_t>(bits_) + 7) / 8;
-    std::memset(target + used, 0, targetBytes - used);
-    if (bits_ == 32) Record(target);
   }
 
   void SetLimits(BitmapHandle& result) const noexcept {
@@ -73,49 +52,9 @@ class GrayLines {
   }
 
  private:
-  Status OpenTable(const BitmapHandle& source, Here here) noexcept {
-    if (source.LUTLength == 0 || source.LUTLength > HeldEntries(source.LUT)) return ERR_BAD_LUT_LENGTH;
-    table_ = source.LUT;
-    length_ = source.LUTLength;
-    packed12_ = source.BitsPerPixel == 12;
-    isSigned_ = (source.Flags & T_FLAG_SIGNED_DATA) != 0;
-    params_ = GrayParamsOf(source.BitsPerPixel, 16, source.LowBit, source.HighBit);
-    levels_ = TrackedBuffer<uint8_t>(static_cast<uint64_t>(width_), here);
-    return levels_ ? SUCCESS : ERR_NO_MEMORY;
-  }
-
-  /// Samples to 8-bit gray of their entries; one beyond the table is its last.
-  void Decode(const uint8_t* line) noexcept {
-    const int32_t half = static_cast<int32_t>(params_.mask >> 1) + 1;
-    for (int32_t i = 0; i < width_; ++i) {
-      const size_t at = packed12_ ? static_cast<size_t>(i) * 3 / 2 : static_cast<size_t>(i) * 2;
-      uint32_t sample = line[at] | line[at + 1] * 256u;
-      if (packed12_) sample = i % 2 ? sample >> 4 : sample & 4095;
-      int64_t entry = sample >> params_.shift & params_.mask;
-      if (isSigned_) entry = (entry < half ? entry : entry - params_.mask - 1) + length_ / 2;
-      const T_PaletteEntry& color = table_[entry < 0 ? 0 : entry < length_ ? entry : length_ - 1];
-      levels_[static_cast<size_t>(i)] = static_cast<uint8_t>((5 * color.Green + 2 * color.Red + color.Blue + 4) >> 3);
-    }
-  }
-
-  void Record(const uint8_t* line) noexcept {
-    for (int32_t i = 0; i < width_; ++i) {
-      const uint32_t value = Load32(line, i);
-      least_ = value < least_ ? value : least_;
-      most_ = value > most_ ? value : most_;
-    }
-  }
-
   int32_t width_ = 0;
   int32_t bits_ = 0;
-  LineConverter converter_;
-  T_PaletteEntry palette_[256];
-  const T_PaletteEntry* table_ = nullptr;  // a lookup table in use
-  int64_t length_ = 0;
-  bool packed12_ = false;
-  bool isSigned_ = false;
-  GrayParams params_{};
-  TrackedBuffer<uint8_t> levels_;
+  FormatLines lines_;
   uint32_t least_ = UINT32_MAX;
   uint32_t most_ = 0;
 };
@@ -160,22 +99,9 @@ class NarrowLines {
 // ---- Bitmaps -------------------------------------------------------------------------------------------------------
 
 template <class Lines>
-Status MakeRows(BitmapHandle& target, BitmapHandle& source, Lines& lines) noexcept {
-  const BitmapLock lock(source);
-  RowReader from(source, TARN_HERE);
-  RowWriter to(target, TARN_HERE);
-  TARN_TRY(from.Open());
-  TARN_TRY(to.Open());
-  const int32_t height = source.Height;
-  Progress progress(height);
-  for (int32_t row = 0; row < height; ++row) {
-    const uint8_t* const line = from.Row(row);
-    if (!line) return from.status();
-    lines.Make(to.Row(row), line, target.BytesPerLine);
-    TARN_TRY(to.Commit());
-    TARN_TRY(progress.Step());
-  }
-  lines.SetLimits(target);
+Status FillResult(BitmapHandle& result, BitmapHandle& source, Lines& lines) noexcept {
+  TARN_TRY(MakeRows(result, source, lines));
+  lines.SetLimits(result);
   return SUCCESS;
 }
 
@@ -191,7 +117,7 @@ Status ReplaceBy(BitmapHandle& bitmap, int32_t bits, Lines& lines) noexcept {
   ScratchBitmap result;
   TARN_TRY(result.Create(bitmap, bitmap.Width, bitmap.Height, bits));
   DescribeSamples(result.Record(), OrderOf(bits));
-  TARN_TRY(MakeRows(result.Record(), bitmap, lines));
+  TARN_TRY(FillResult(result.Record(), bitmap, lines));
   T_PaletteEntry* ramp = nullptr;
   TARN_TRY(MakeRamp(bits, ramp));
   result.Commit(bitmap);
@@ -211,7 +137,7 @@ Status MakeGrayCopy(BitmapHandle& destination, BitmapHandle& source, int32_t bit
     made.Palette = ramp;
     made.Colors = ramp ? 256 : 0;
     DescribeSamples(made, OrderOf(bits));
-    status = MakeRows(made, source, lines);
+    status = FillResult(made, source, lines);
     if (status.Ok()) {
       destination = made;
       return SUCCESS;

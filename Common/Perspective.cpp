@@ -1,5 +1,7 @@
 // View perspectives: what leads from one to another, for points, rectangles and pixels.
 
+#include <cstring>
+
 #include "Common/Internal/Checks.h"
 #include "Common/Internal/Geometry.h"
 #include "Common/Internal/Hooks.h"
@@ -125,29 +127,54 @@ Status FinishChange(BitmapHandle& bitmap, void* context) noexcept {
   return SUCCESS;
 }
 
+Status FinishPixels(BitmapHandle& bitmap, void* context) noexcept {
+  bitmap.ViewPerspective = static_cast<const Change*>(context)->perspective;
+  return SUCCESS;
+}
+
 /// A flip and a turn in one, so that it is done or not.
-Status ChangePixels(BitmapHandle& bitmap, uint32_t perspective) noexcept {
+Status ChangePixels(BitmapHandle& bitmap, uint32_t perspective, TurnEnd end) noexcept {
   Change change{MoveBetween(bitmap.ViewPerspective, perspective), perspective};
   const bool flip = change.move.flip;
   switch (change.move.angle) {
     case 90:
-      return TransposeStored(bitmap, flip ? kMainDiagonal : kTurnRight, 0, 100, FinishChange, &change);
+      return TransposeStored(bitmap, flip ? kMainDiagonal : kTurnRight, 0, 100, end, &change);
     case 270:
-      return TransposeStored(bitmap, flip ? kOtherDiagonal : kTurnLeft, 0, 100, FinishChange, &change);
+      return TransposeStored(bitmap, flip ? kOtherDiagonal : kTurnLeft, 0, 100, end, &change);
     case 180:
-      return TurnStored(bitmap, flip ? Turn::kReverse : Turn::kHalf, 0, 100, FinishChange, &change);
+      return TurnStored(bitmap, flip ? Turn::kReverse : Turn::kHalf, 0, 100, end, &change);
     default:
-      return TurnStored(bitmap, Turn::kFlip, 0, 100, FinishChange, &change);
+      return TurnStored(bitmap, Turn::kFlip, 0, 100, end, &change);
   }
 }
 
-Status ChangePerspective(BitmapHandle& bitmap, uint32_t perspective) noexcept {
+Status ChangePerspective(BitmapHandle& bitmap, uint32_t perspective, TurnEnd end) noexcept {
   if (bitmap.ViewPerspective == perspective) return SUCCESS;
   if (!IsPerspective(bitmap.ViewPerspective) || !IsPerspective(perspective)) return ERR_INVALID_PARAMETER;
-  return ChangePixels(bitmap, perspective);
+  return ChangePixels(bitmap, perspective, end);
 }
 
 }  // namespace
+
+Status CopyInPerspective(ScratchBitmap& copy, BitmapHandle& source, uint32_t perspective) noexcept {
+  const QuietCallback quiet;
+  TARN_TRY(copy.Create(source, source.Width, source.Height, source.BitsPerPixel));
+  {
+    const BitmapLock lock(source);
+    RowReader from(source, TARN_HERE);
+    RowWriter to(copy.Record(), TARN_HERE);
+    TARN_TRY(from.Open());
+    TARN_TRY(to.Open());
+    for (int32_t row = 0; row < source.Height; ++row) {
+      const uint8_t* const line = from.Row(row);
+      if (!line) return from.status();
+      std::memcpy(to.Row(row), line, copy.Record().BytesPerLine);
+      TARN_TRY(to.Commit());
+    }
+  }
+  return ChangePerspective(copy.Record(), perspective, FinishPixels);
+}
+
 }  // namespace tarn
 
 using namespace tarn;
@@ -208,12 +235,12 @@ int32_t T_IntChangeBitmapViewPerspective(BitmapHandle* destination, BitmapHandle
                                          uint32_t viewPerspective, uint32_t mode) noexcept {
   if (!source || !GeometryHolds(*source)) return ERR_INVALID_PARAMETER;
   const QuietCallback quiet;
-  if (!destination || destination == source) return ChangePerspective(*source, viewPerspective).code;
+  if (!destination || destination == source) return ChangePerspective(*source, viewPerspective, FinishChange).code;
   const uint32_t own = mode | DUP_STORAGE;
   TARN_TRY(
       T_DupBitmapNewDim(destination, source, structSize, source->Width, source->Height, source->BitsPerPixel, own));
   Status status = T_CopyBitmapData(destination, source);
-  if (status.Ok()) status = ChangePerspective(*destination, viewPerspective);
+  if (status.Ok()) status = ChangePerspective(*destination, viewPerspective, FinishChange);
   if (!status.Ok()) {
     T_FreeDuplicateBitmap(destination, own);
     destination->Flags &= ~static_cast<uint32_t>(T_FLAG_ALLOCATED);

@@ -8,8 +8,9 @@
 #include "Common/Internal/Geometry.h"
 #include "Common/Internal/Hooks.h"
 #include "Common/Internal/Overlays.h"
-#include "Common/Internal/PerspectiveCopy.h"
+#include "Common/Internal/PackedPixels.h"
 #include "Common/Internal/Scaling.h"
+#include "Common/Internal/Turn.h"
 #include "Kernels/Kernels.h"
 #include "tarn/palette.h"
 
@@ -75,38 +76,12 @@ class NearestRows {
     } else if (!Packed()) {
       Kernels().scale->gather(target, source, indices_.data(), width_, unitBytes_);
     } else {
-      Spread(source);
+      UnpackPixels(spread_.data(), source, fromWidth_, bits_);
       Kernels().scale->gather(taken_.data(), spread_.data(), indices_.data(), width_, unitBytes_);
-      Pack(target);
+      PackPixels(target, taken_.data(), width_, bits_);
     }
     std::memset(target + used, 0, bytes - used);
     return SUCCESS;
-  }
-
-  void Spread(const uint8_t* source) noexcept {
-    if (bits_ < 8) return Kernels().pixels->unpackIndices(spread_.data(), source, fromWidth_, bits_);
-    for (int64_t i = 0; i < fromWidth_; ++i) {
-      const uint8_t* const at = source + i * 3 / 2;
-      const int pair = at[0] | at[1] << 8;
-      const auto value = static_cast<uint16_t>(i % 2 ? pair >> 4 : pair & 4095);
-      std::memcpy(&spread_[static_cast<uint64_t>(i) * 2], &value, 2);
-    }
-  }
-
-  void Pack(uint8_t* target) noexcept {
-    if (bits_ < 8) return Kernels().pixels->packIndices(target, taken_.data(), width_, bits_);
-    for (int64_t i = 0; i < width_; ++i) {
-      uint16_t value;
-      std::memcpy(&value, &taken_[static_cast<uint64_t>(i) * 2], 2);
-      uint8_t* const at = target + i * 3 / 2;
-      if (i % 2) {
-        at[0] = static_cast<uint8_t>((at[0] & 15) | value << 4);
-        at[1] = static_cast<uint8_t>(value >> 4);
-      } else {
-        at[0] = static_cast<uint8_t>(value);
-        at[1] = static_cast<uint8_t>(value >> 8);
-      }
-    }
   }
 
   RowReader reader_;

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "Common/Internal/Geometry.h"
+#include "Common/Internal/PackedPixels.h"
 #include "Common/Internal/Rotate.h"
 #include "Kernels/Kernels.h"
 #include "tarn/rotate.h"
@@ -349,8 +350,7 @@ class SamplingRun {
       return;
     }
     for (int64_t i = skipped; i < count; ++i, line += 2) {
-      const uint8_t* const at = packed + i * 3 / 2;
-      const auto sample = static_cast<uint16_t>(i % 2 ? at[0] >> 4 | at[1] << 4 : at[0] | (at[1] & 15) << 8);
+      const auto sample = static_cast<uint16_t>(DeepSample(packed, i, 12));
       std::memcpy(line, &sample, 2);
     }
   }
@@ -359,10 +359,8 @@ class SamplingRun {
     for (int64_t row = top; row < bottom; ++row) {
       const uint8_t* const values = strip_.data() + (row - top) * width_ * unit_;
       uint8_t* const line = to_.Row(static_cast<int32_t>(row));
-      if (bits_ == 12) {
-        Pack12(line, values);
-      } else if (shares_) {
-        Kernels().pixels->packIndices(line, values, width_, bits_);
+      if (shares_) {
+        PackPixels(line, values, width_, bits_);
       } else {
         std::memcpy(line, values, static_cast<size_t>(width_ * unit_));
       }
@@ -372,16 +370,6 @@ class SamplingRun {
       TARN_TRY(progress.Step());
     }
     return SUCCESS;
-  }
-
-  void Pack12(uint8_t* packed, const uint8_t* values) const noexcept {
-    int64_t i = 0;
-    for (; i + 2 <= width_; i += 2, values += 4, packed += 3) {
-      packed[0] = values[0];
-      packed[1] = static_cast<uint8_t>(values[1] | values[2] << 4);
-      packed[2] = static_cast<uint8_t>(values[2] >> 4 | values[3] << 4);
-    }
-    if (i < width_) std::memcpy(packed, values, 2);
   }
 
   BitmapHandle& result_;

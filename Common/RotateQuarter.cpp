@@ -4,6 +4,7 @@
 
 #include "Common/Internal/Checks.h"
 #include "Common/Internal/Geometry.h"
+#include "Common/Internal/PackedPixels.h"
 #include "Common/Internal/Rotate.h"
 #include "Kernels/Kernels.h"
 #include "tarn/flip.h"
@@ -26,26 +27,6 @@ struct Lines {
 
 // ---- Blocks --------------------------------------------------------------------------------------------------------
 
-void Unpack(uint8_t* values, const uint8_t* packed, int64_t pixels, int32_t bits) noexcept {
-  if (bits != 12) return Kernels().pixels->unpackIndices(values, packed, pixels, bits);
-  for (int64_t i = 0; i < pixels; ++i, values += 2) {
-    const uint8_t* const at = packed + i * 3 / 2;
-    const auto sample = static_cast<uint16_t>(i % 2 ? at[0] >> 4 | at[1] << 4 : at[0] | (at[1] & 15) << 8);
-    std::memcpy(values, &sample, 2);
-  }
-}
-
-void Pack(uint8_t* packed, const uint8_t* values, int64_t pixels, int32_t bits) noexcept {
-  if (bits != 12) return Kernels().pixels->packIndices(packed, values, pixels, bits);
-  int64_t i = 0;
-  for (; i + 2 <= pixels; i += 2, values += 4, packed += 3) {
-    packed[0] = values[0];
-    packed[1] = static_cast<uint8_t>(values[1] | values[2] << 4);
-    packed[2] = static_cast<uint8_t>(values[2] >> 4 | values[3] << 4);
-  }
-  if (i < pixels) std::memcpy(packed, values, 2);
-}
-
 /// Pixels that share bytes, through squares of whole bytes or words. Columns and lines begin at bytes.
 void TransposePacked(const Plane& target, const Lines& source, int64_t pixels, int64_t lines, int32_t bits) noexcept {
   constexpr int64_t kSide = kBand;
@@ -57,11 +38,11 @@ void TransposePacked(const Plane& target, const Lines& source, int64_t pixels, i
     for (int64_t left = 0; left < pixels; left += kSide) {
       const int64_t columns = pixels - left < kSide ? pixels - left : kSide;
       for (int64_t y = 0; y < rows; ++y)
-        Unpack(before + y * stride, source.data + (top + y) * source.stride + left * bits / 8, columns, bits);
+        UnpackPixels(before + y * stride, source.data + (top + y) * source.stride + left * bits / 8, columns, bits);
       const auto transpose = unit == 1 ? Kernels().turn->transpose8 : Kernels().turn->transpose16;
       transpose(after, stride, before, stride, columns, rows);
       for (int64_t x = 0; x < columns; ++x)
-        Pack(target.data + (left + x) * target.stride + top * bits / 8, after + x * stride, rows, bits);
+        PackPixels(target.data + (left + x) * target.stride + top * bits / 8, after + x * stride, rows, bits);
     }
   }
 }

@@ -123,10 +123,7 @@ Status ShearTurned(BitmapHandle& bitmap, int32_t angle, uint64_t pixel, uint32_t
   TARN_TRY(ShearRows(work, angle, pixel, progress));
   TARN_TRY(T_RotateBitmap(&work, -kQuarter, ROTATE_RESIZE, fill));
   free.Dismiss();
-  void* const dithering = bitmap.DitherContext;
-  T_FreeBitmap(&bitmap);
-  bitmap = work;
-  bitmap.DitherContext = dithering;
+  ReplaceWhole(bitmap, work);
   return SUCCESS;
 }
 

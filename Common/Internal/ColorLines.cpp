@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "Common/Internal/PackedPixels.h"
 #include "Common/Internal/Storage.h"
 #include "tarn/convert.h"
 #include "tarn/palette.h"
@@ -62,10 +63,7 @@ Status ColorLines::Open(const BitmapHandle& bitmap) noexcept {
 }
 
 uint32_t ColorLines::SampleAt(const uint8_t* line, int64_t pixel) const noexcept {
-  const uint8_t* const at = line + (bits_ == 12 ? pixel * 3 / 2 : pixel * 2);
-  const uint32_t word = at[0] | at[1] * 256u;
-  const uint32_t raw = bits_ == 16 ? word : pixel % 2 ? word >> 4 : word & 4095;
-  return raw >> params_.shift & params_.mask;
+  return DeepSample(line, pixel, bits_) >> params_.shift & params_.mask;
 }
 
 /// A sample beyond the table is its last entry.

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "Common/Internal/Geometry.h"
 #include "tarn/memory.h"
@@ -129,13 +130,6 @@ constexpr DitherColors::Channel kSteps[][3] = {{Top(1, 0), Top(1, 1), Top(1, 2)}
                                                {Top(1, 0), Top(2, 1), Top(2, 3)},    {Top(2, 0), Top(2, 2), Top(2, 4)},
                                                {Top(2, 0), Top(3, 2), Top(2, 5)},    {Top(2, 0), Top(3, 2), Top(3, 5)},
                                                {WebStep(1), WebStep(6), WebStep(36)}};
-
-/// Bits of a fixed table that holds `count` colours.
-constexpr uint32_t BitsFor(uint32_t count) noexcept {
-  uint32_t bits = 1;
-  while (1u << bits < count) ++bits;
-  return bits;
-}
 
 constexpr uint32_t KeyOf(const T_PaletteEntry& entry) noexcept {
   return static_cast<uint32_t>(entry.Red >> 3 << 10 | entry.Green >> 3 << 5 | entry.Blue >> 3);
@@ -290,16 +284,16 @@ Status DitherRun::Open(const BitmapHandle& source, uint32_t method, const Dither
 Status DitherRun::MakeRows(int rows) noexcept {
   const int64_t lanes = gray_ ? 1 : 4;
   stride_ = (width_ + 2 * kDitherReach) * lanes;
-  errors_ = TrackedBuffer<int16_t>::Zeroed(static_cast<uint64_t>(stride_) * static_cast<uint64_t>(rows), TARN_HERE);
+  auto fresh = TrackedBuffer<int16_t>::Zeroed(static_cast<uint64_t>(stride_) * static_cast<uint64_t>(rows), TARN_HERE);
+  if (!fresh) return ERR_NO_MEMORY;  // what there is stays in use
+  errors_ = std::move(fresh);
   rows_ = rows;
-  return errors_ ? SUCCESS : ERR_NO_MEMORY;
+  return SUCCESS;
 }
 
 Status DitherRun::OpenGroups() noexcept {
   if (kernel_.rows == 0 || lineNumber_ != 0) return SUCCESS;
-  const int single = rows_;
-  if (MakeRows(kernel_.rows + kDitherGroup).Ok()) return SUCCESS;
-  return MakeRows(single);
+  return MakeRows(kernel_.rows + kDitherGroup);
 }
 
 /// The row of errors of a line, its first pixel.

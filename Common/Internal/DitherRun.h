@@ -14,6 +14,13 @@ namespace tarn {
 
 constexpr uint32_t kMatchKeys = 32768;
 
+/// Bits of the smallest pixel that has room for `count` colours, at least 1.
+constexpr uint32_t BitsFor(uint32_t count) noexcept {
+  uint32_t bits = 1;
+  while (1u << bits < count) ++bits;
+  return bits;
+}
+
 struct DitherTarget {
   const T_PaletteEntry* palette;  // count entries, or null for the fixed table of the count
   uint32_t count;                 // 1..256
@@ -31,7 +38,8 @@ class DitherRun {
 
   /// `line` is in the source's layout. Bits of the last output byte behind the last pixel stay.
   void Line(uint8_t* indices, const uint8_t* line) noexcept;
-  /// Makes Lines as fast as it can be; without it, or when it fails, lines go one by one. The results are the same.
+  /// Makes Lines as fast as it can be, before the first line; without it, or when it fails, lines go one by one. The
+  /// results are the same.
   Status OpenGroups() noexcept;
   /// Lines below each other; the more the better.
   void Lines(uint8_t* const* indices, const uint8_t* const* lines, int count) noexcept;

@@ -20,6 +20,9 @@ Status MakeLike(BitmapHandle& target, const BitmapHandle& source, int32_t width,
 Status CopyCompressedRows(BitmapHandle& target, uint32_t targetRow, BitmapHandle& source, uint32_t sourceRow,
                           uint32_t rows, Progress& progress) noexcept;
 
+/// Frees a bitmap and gives it a result that owns everything; the active dithering run stays the bitmap's.
+void ReplaceWhole(BitmapHandle& bitmap, const BitmapHandle& result) noexcept;
+
 /// Fields of a duplicate whose samples are made new: unsigned, of all bits, without the lookup table it may have got.
 void DescribeSamples(BitmapHandle& result, uint32_t order) noexcept;
 /// Gives a bitmap a palette of T_GlobalAlloc's (null: none) in the place of its own.

@@ -52,6 +52,10 @@ Status TurnStored(BitmapHandle& bitmap, Turn turn, int32_t firstPercent, int32_t
 /// the last pixel stay.
 void MirrorPixels(uint8_t* line, int64_t pixels, int32_t bits) noexcept;
 
+/// Makes `copy` the same picture under another perspective, from a bitmap of sound geometry: pixels only, without hooks
+/// and progress. ERR_INVALID_PARAMETER for a perspective that does not exist.
+Status CopyInPerspective(ScratchBitmap& copy, BitmapHandle& source, uint32_t perspective) noexcept;
+
 /// The displayed picture has the stored columns as its rows.
 constexpr bool IsTransposed(uint32_t viewPerspective) noexcept { return viewPerspective >= 5 && viewPerspective <= 8; }
 /// The displayed picture is a mirror image of the stored rows.
