@@ -53,9 +53,10 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.turn = &kTurnAvx2;
     table.scale = &kScaleAvx2;
   }
+  if (limit >= Isa::kAvx512) table.pixels = &kPixelsAvx512;
   return table;
 }
-constexpr KernelTable kTables[] = {MakeTable(Isa::kPortable), MakeTable(Isa::kAvx2)};
+constexpr KernelTable kTables[] = {MakeTable(Isa::kPortable), MakeTable(Isa::kAvx2), MakeTable(Isa::kAvx512)};
 static_assert(sizeof kTables / sizeof kTables[0] == static_cast<size_t>(Isa::kCount));
 
 /// kCount until somebody asks: asking a processor takes microseconds on a virtual machine. Threads that ask at once
@@ -82,6 +83,17 @@ bool HasAvx2() noexcept {
   return __get_cpuid(0x80000001, &a, &b, &c, &d) && (c & bit_LZCNT);
 }
 
+/// Beyond AVX2: AVX-512 F, CD, BW, DQ, VL, VBMI, VBMI2, VNNI and GFNI; the system saves masks and all of the wide
+/// registers.
+bool HasAvx512() noexcept {
+  constexpr uint32_t kWords = bit_AVX512F | bit_AVX512CD | bit_AVX512BW | bit_AVX512DQ | bit_AVX512VL;
+  constexpr uint32_t kBytes = bit_AVX512VBMI | bit_AVX512VBMI2 | bit_AVX512VNNI | bit_GFNI;
+  constexpr uint64_t kWideState = 0xE6;
+  uint32_t a, b, c, d;
+  if (!HasAvx2() || (SavedRegisters() & kWideState) != kWideState) return false;
+  return __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & kWords) == kWords && (c & kBytes) == kBytes;
+}
+
 Isa Limited(Isa limit) noexcept {
   const Isa most = BestIsa();
   return limit < most ? limit : most;
@@ -92,7 +104,7 @@ Isa Limited(Isa limit) noexcept {
 Isa BestIsa() noexcept {
   Isa known = best.load(std::memory_order_relaxed);
   if (known == Isa::kCount) {
-    known = HasAvx2() ? Isa::kAvx2 : Isa::kPortable;
+    known = HasAvx512() ? Isa::kAvx512 : HasAvx2() ? Isa::kAvx2 : Isa::kPortable;
     best.store(known, std::memory_order_relaxed);
   }
   return known;

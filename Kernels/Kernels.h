@@ -12,7 +12,8 @@
 
 namespace tarn {
 
-enum class Isa : uint8_t { kPortable, kAvx2, kCount };
+/// kAvx512: with byte permutes (VBMI, VBMI2), VNNI and GFNI, as processors have it since 2019.
+enum class Isa : uint8_t { kPortable, kAvx2, kAvx512, kCount };
 
 /// A palette of 1..kPreparedEntries entries, laid out for many searches.
 constexpr uint32_t kPreparedEntries = 256;

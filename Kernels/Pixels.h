@@ -53,5 +53,6 @@ struct PixelKernels {
 
 extern const PixelKernels kPixelsPortable;
 extern const PixelKernels kPixelsAvx2;
+extern const PixelKernels kPixelsAvx512;
 
 }  // namespace tarn

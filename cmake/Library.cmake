@@ -25,10 +25,16 @@ endfunction()
 add_library(tarn_objects OBJECT ${tarn_sources})
 tarn_compile_library_code(tarn_objects)
 # The file suffix chooses the instruction set.
+set(tarn_avx2_options -mavx2 -mbmi -mbmi2 -mlzcnt -mpopcnt -mpclmul)
+if(WIN32)  # the compiler aligns no stack beyond 16 bytes there, yet moves what it keeps on it with aligned moves
+  list(APPEND tarn_avx2_options -Wa,-muse-unaligned-vector-move)
+endif()
+set(tarn_avx512_options ${tarn_avx2_options}
+  -mavx512f -mavx512cd -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi -mavx512vbmi2 -mavx512vnni -mgfni
+  -Wno-uninitialized -Wno-maybe-uninitialized)  # of the compiler's own intrinsics, before g++ 13
 foreach(source IN LISTS tarn_sources)
-  if(source MATCHES "_avx2\\.cpp$")
-    set_source_files_properties(${source} PROPERTIES
-      COMPILE_OPTIONS "-mavx2;-mbmi;-mbmi2;-mlzcnt;-mpopcnt;-mpclmul")
+  if(source MATCHES "_(avx2|avx512)\\.cpp$")
+    set_source_files_properties(${source} PROPERTIES COMPILE_OPTIONS "${tarn_${CMAKE_MATCH_1}_options}")
   endif()
 endforeach()
 

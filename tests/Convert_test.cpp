@@ -9,6 +9,7 @@
 #include "Common/Internal/LineConverter.h"
 #include "ConvertReference.h"
 #include "Kernels/Kernels.h"
+#include "Levels.h"
 #include "Scope.h"
 #include "engine/Random.h"
 
@@ -216,7 +217,7 @@ TEST_P(Convert, SamePaletteKeepsIndices) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, Convert, testing::Values(Isa::kPortable, Isa::kAvx2));
+INSTANTIATE_TEST_SUITE_P(Levels, Convert, testing::ValuesIn(tarn::test::kLevels));
 
 TEST(ConvertBuffer, RefusesAndMeasures) {
   uint8_t line[64] = {1, 2, 3};

@@ -6,6 +6,7 @@
 
 #include "Common/Internal/DitherRun.h"
 #include "DitherReference.h"
+#include "Levels.h"
 #include "Platform/Fault.h"
 #include "Scope.h"
 #include "engine/Random.h"
@@ -218,7 +219,7 @@ TEST_P(Dither, GroupsOfLinesAreTheLines) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, Dither, testing::Values(Isa::kPortable, Isa::kAvx2));
+INSTANTIATE_TEST_SUITE_P(Levels, Dither, testing::ValuesIn(tarn::test::kLevels));
 
 TEST(DitherRun, RefusesAndKeeps) {
   Bitmap b(20, 4, 24);

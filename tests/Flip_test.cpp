@@ -4,6 +4,7 @@
 
 #include "Grid.h"
 #include "Kernels/Kernels.h"
+#include "Levels.h"
 #include "RunReference.h"
 #include "engine/Picture.h"
 #include "engine/Random.h"
@@ -15,8 +16,6 @@ using tarn::Isa;
 using Bytes = std::vector<uint8_t>;
 
 namespace {
-
-constexpr Isa kLevels[] = {Isa::kPortable, Isa::kAvx2};
 
 class ForcedLevel {
  public:

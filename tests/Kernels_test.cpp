@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Levels.h"
 #include "RunReference.h"
 
 using namespace runref;
@@ -157,8 +158,7 @@ TEST_P(Level, ShiftsBitsBetweenAnyBits) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernels, Level, testing::Values(Isa::kPortable, Isa::kAvx2),
-                         [](const auto& info) { return info.param == Isa::kPortable ? "Portable" : "Avx2"; });
+INSTANTIATE_TEST_SUITE_P(Kernels, Level, testing::ValuesIn(tarn::test::kLevels), tarn::test::NameOfLevel);
 
 TEST(Kernels, LevelIsNeverAboveTheProcessor) {
   const Isa best = tarn::BestIsa();

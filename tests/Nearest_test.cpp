@@ -12,6 +12,7 @@
 
 #include "Common/Internal/GrayParams.h"
 #include "Common/Internal/PaletteMap.h"
+#include "Levels.h"
 #include "tarn/palette.h"
 
 namespace {
@@ -75,7 +76,7 @@ Entries Palette(std::mt19937& random, uint32_t count, int step) {
 TEST(Nearest, EveryLevelKeepsTheRule) {
   std::mt19937 random(11);
   const Isa before = tarn::ForceIsa(Isa::kCount);
-  for (const Isa isa : {Isa::kPortable, Isa::kAvx2}) {
+  for (const Isa isa : tarn::test::kLevels) {
     if (isa > tarn::BestIsa()) continue;
     tarn::ForceIsa(isa);
     uint32_t rounds = 0;

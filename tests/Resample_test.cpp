@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "Kernels/Kernels.h"
+#include "Levels.h"
 #include "Scope.h"
 #include "engine/Picture.h"
 #include "engine/Random.h"
@@ -243,7 +244,7 @@ class Resample : public testing::TestWithParam<tarn::Isa> {
   void SetUp() override { tarn::ForceIsa(GetParam()); }
   void TearDown() override { tarn::ForceIsa(tarn::Isa::kCount); }
 };
-INSTANTIATE_TEST_SUITE_P(Levels, Resample, testing::Values(tarn::Isa::kPortable, tarn::Isa::kAvx2));
+INSTANTIATE_TEST_SUITE_P(Levels, Resample, testing::ValuesIn(tarn::test::kLevels));
 
 TEST_P(Resample, EveryFormatFollowsTheRules) {
   struct Size {

@@ -6,6 +6,7 @@
 
 #include "Grid.h"
 #include "Kernels/Kernels.h"
+#include "Levels.h"
 #include "RunReference.h"
 #include "engine/Picture.h"
 #include "engine/Random.h"
@@ -32,7 +33,7 @@ TEST(Rotate, Sines) {
 
 TEST(Rotate, BuffersOfEverySize) {
   engine::Random random(8);
-  for (const Isa level : {Isa::kPortable, Isa::kAvx2}) {
+  for (const Isa level : tarn::test::kLevels) {
     tarn::ForceIsa(level);
     for (const int32_t bits : engine::kDepths) {
       for (int round = 0; round < 40; ++round) {
