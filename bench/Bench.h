@@ -97,6 +97,8 @@ Group CopyGroup();
 std::vector<GroupMaker> ConvertGroups(const std::string& directory);
 /// Dithering and palettes, a group a job.
 std::vector<GroupMaker> ReduceGroups(const std::string& directory);
+/// Flips, mirrors, turns and slants, a group a job.
+std::vector<GroupMaker> TurnGroups(const std::string& directory);
 /// Making and freeing bitmaps.
 Group StorageGroup();
 /// Single pixels in order and anywhere; the nearest entry of a palette; filling.

@@ -135,6 +135,47 @@ class Leptonica : public Peer {
     return {into, Making("pixClipRectangle", clip)};
   }
 
+  std::vector<PeerJob> Turn(const Pixels& source, const TurnTask& task) override {
+    const Shared pix = PixOf(source);
+    if (!pix) return {};
+    using Way = TurnTask::Way;
+    const auto inPlace = [&](const char* name, Pix* (*call)(Pix*, Pix*)) -> std::vector<PeerJob> {
+      return {
+          {std::string(name) + " in place", [=] { call(pix.get(), pix.get()); }, [=] { return PixelsOf(pix.get()); }}};
+    };
+    const auto radians = static_cast<float>(task.degrees * 3.14159265358979323846 / 180);
+    const int32_t width = source.width, height = source.height;
+    const l_int32 zeros = source.format.bits == 1 ? L_BRING_IN_WHITE : L_BRING_IN_BLACK;
+    const auto rotate = [&](const char* name, l_int32 type) -> std::vector<PeerJob> {
+      return {Making(name, [=] { return pixRotate(pix.get(), radians, type, zeros, width, height); })};
+    };
+    switch (task.way) {
+      case Way::kFlip:
+        return inPlace("pixFlipTB", pixFlipTB);
+      case Way::kMirror:
+        return inPlace("pixFlipLR", pixFlipLR);
+      case Way::kHalf:
+        return inPlace("pixRotate180", pixRotate180);
+      case Way::kQuarter:
+        return {Making("pixRotate90", [=] { return pixRotate90(pix.get(), 1); })};
+      case Way::kNearest:
+        return rotate("pixRotate, sampling", L_ROTATE_SAMPLING);
+      case Way::kBilinear:
+        return rotate("pixRotate, area map", L_ROTATE_AREA_MAP);
+      case Way::kShear: {
+        const Shared ready(pixCreate(task.width, task.height, pixGetDepth(pix.get())), Destroy{});
+        const PeerJob into{
+            "pixHShear", [=] { pixHShear(ready.get(), pix.get(), height, radians, L_BRING_IN_WHITE); }, {}};
+        PeerJob made =
+            Making("pixHShear", [=] { return pixHShear(nullptr, pix.get(), height, radians, L_BRING_IN_WHITE); });
+        made.result = nullptr;  // keeps its width
+        return {into, made};
+      }
+      default:
+        return {};
+    }
+  }
+
   std::vector<PeerJob> Reduce(const Pixels& source, const Reduction& reduction) override {
     const Shared pix = PixOf(source);
     if (!pix) return {};

@@ -31,6 +31,11 @@ int Widen(const Byte* source, int sourceStride, Byte* target, int targetStride, 
   return 0;
 }
 
+template <libyuv::RotationMode kMode>
+int Rotate32(const Byte* source, int sourceStride, Byte* target, int targetStride, int width, int height) {
+  return libyuv::ARGBRotate(source, sourceStride, target, targetStride, width, height, kMode);
+}
+
 struct Known {
   Format from, to;
   const char* name;
@@ -86,6 +91,38 @@ class Libyuv : public Peer {
     if (!known) return {};
     const auto pixels = std::make_shared<Pixels>(source);
     return {std::string(known->name) + " in place", [=] { Run(*known, *pixels, *pixels); }, {}};
+  }
+
+  std::vector<PeerJob> Turn(const Pixels& source, const TurnTask& task) override {
+    using Way = TurnTask::Way;
+    const auto from = std::make_shared<Pixels>(source);
+    const auto to = std::make_shared<Pixels>(source.format, task.width, task.height);
+    const auto job = [&](const char* name, auto call) -> std::vector<PeerJob> {
+      return {{name,
+               [=] {
+                 call(from->bytes.data(), static_cast<int>(from->rowBytes), to->bytes.data(),
+                      static_cast<int>(to->rowBytes), from->width, from->height);
+               },
+               [=] { return *to; }}};
+    };
+    const int32_t bits = source.format.bits;
+    switch (task.way) {
+      case Way::kMirror:
+        if (bits == 8) return job("MirrorPlane", libyuv::MirrorPlane);
+        if (bits == 24) return job("RGB24Mirror", libyuv::RGB24Mirror);
+        if (bits == 32) return job("ARGBMirror", libyuv::ARGBMirror);
+        return {};
+      case Way::kHalf:
+        if (bits == 8) return job("RotatePlane180", libyuv::RotatePlane180);
+        if (bits == 32) return job("ARGBRotate", Rotate32<libyuv::kRotate180>);
+        return {};
+      case Way::kQuarter:
+        if (bits == 8) return job("RotatePlane90", libyuv::RotatePlane90);
+        if (bits == 32) return job("ARGBRotate", Rotate32<libyuv::kRotate90>);
+        return {};
+      default:
+        return {};
+    }
   }
 };
 

@@ -1,4 +1,4 @@
-// OpenCV: cvtColor, convertTo, applyColorMap, clone.
+// OpenCV: cvtColor, convertTo, applyColorMap, clone, flip, rotate, warpAffine.
 
 #include <opencv2/core.hpp>
 #include <opencv2/core/version.hpp>
@@ -106,6 +106,37 @@ class OpenCv : public Peer {
       return {"cvtColor in place", [=, code = known.code] { cv::cvtColor(*mat, *mat, code); }, {}};
     }
     return {};
+  }
+
+  std::vector<PeerJob> Turn(const Pixels& source, const TurnTask& task) override {
+    if (TypeOf(source.format) < 0) return {};
+    const auto from = std::make_shared<cv::Mat>(MatOf(source));
+    const auto to = std::make_shared<cv::Mat>();
+    const auto result = [=, format = source.format] { return PixelsOf(*to, format); };
+    using Way = TurnTask::Way;
+    switch (task.way) {
+      case Way::kFlip:
+      case Way::kMirror:
+      case Way::kHalf: {
+        const int code = task.way == Way::kFlip ? 0 : task.way == Way::kMirror ? 1 : -1;
+        return {{"flip in place", [=] { cv::flip(*from, *from, code); },
+                 [=, format = source.format] { return PixelsOf(*from, format); }}};
+      }
+      case Way::kQuarter:
+        return {{"rotate", [=] { cv::rotate(*from, *to, cv::ROTATE_90_CLOCKWISE); }, result}};
+      case Way::kNearest:
+      case Way::kBilinear: {
+        cv::Mat move =
+            cv::getRotationMatrix2D({(source.width - 1) / 2.0F, (source.height - 1) / 2.0F}, -task.degrees, 1);
+        move.at<double>(0, 2) += (task.width - source.width) / 2.0;
+        move.at<double>(1, 2) += (task.height - source.height) / 2.0;
+        const int flags = task.way == Way::kNearest ? cv::INTER_NEAREST : cv::INTER_LINEAR;
+        const cv::Size size(task.width, task.height);
+        return {{"warpAffine", [=] { cv::warpAffine(*from, *to, move, size, flags); }, result}};
+      }
+      default:
+        return {};
+    }
   }
 
   std::vector<PeerJob> Copy(const Pixels& source, int32_t column) override {

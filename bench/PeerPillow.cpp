@@ -94,6 +94,36 @@ class Pillow : public Peer {
         Job(source, "quantize", "im.quantize(palette=wanted, dither=Image.Dither." + dither + ")", reduction.palette)};
   }
 
+  std::vector<PeerJob> Turn(const Pixels& source, const TurnTask& task) override {
+    if (!ModeOf(source.format)) return {};
+    using Way = TurnTask::Way;
+    const auto transpose = [&](const char* method) -> std::vector<PeerJob> {
+      return {Job(source, "transpose", std::string("im.transpose(Image.Transpose.") + method + ")", {})};
+    };
+    const auto rotate = [&](const char* filter) -> std::vector<PeerJob> {
+      return {
+          Job(source, "rotate",
+              "im.rotate(-" + std::to_string(task.degrees) + ", expand=True, resample=Image.Resampling." + filter + ")",
+              {})};
+    };
+    switch (task.way) {
+      case Way::kFlip:
+        return transpose("FLIP_TOP_BOTTOM");
+      case Way::kMirror:
+        return transpose("FLIP_LEFT_RIGHT");
+      case Way::kHalf:
+        return transpose("ROTATE_180");
+      case Way::kQuarter:
+        return transpose("ROTATE_270");
+      case Way::kNearest:
+        return rotate("NEAREST");
+      case Way::kBilinear:
+        return rotate("BILINEAR");
+      default:
+        return {};
+    }
+  }
+
   PeerJob CountColours(const Pixels& source) override {
     PeerJob job = Job(source, "getcolors", "im.getcolors(1 << 24)", {});
     job.result = nullptr;  // not a picture

@@ -13,6 +13,9 @@ std::vector<std::unique_ptr<Peer>> Peers() {
 #ifdef TARN_PEER_LEPTONICA
   peers.push_back(LeptonicaPeer());
 #endif
+#ifdef TARN_PEER_FREEIMAGE
+  peers.push_back(FreeImagePeer());
+#endif
 #ifdef TARN_PEER_SWSCALE
   peers.push_back(SwscalePeer());
 #endif

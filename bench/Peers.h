@@ -28,6 +28,14 @@ struct Reduction {
   Palette palette;  // two colours: black and white
 };
 
+struct TurnTask {
+  enum class Way { kFlip, kMirror, kHalf, kQuarter, kNearest, kCorrected, kBilinear, kShear };
+  Way way;
+  double degrees;  // clockwise, of the last four
+  int32_t width;   // of the result
+  int32_t height;
+};
+
 class Peer {
  public:
   virtual ~Peer() = default;
@@ -39,6 +47,8 @@ class Peer {
   virtual std::vector<PeerJob> Copy(const Pixels& /*source*/, int32_t /*column*/) { return {}; }
   /// Fewer colours, from 24-bit or gray pixels.
   virtual std::vector<PeerJob> Reduce(const Pixels& /*source*/, const Reduction& /*reduction*/) { return {}; }
+  /// Pictures turned and slanted; quarters of a turn clockwise.
+  virtual std::vector<PeerJob> Turn(const Pixels& /*source*/, const TurnTask& /*task*/) { return {}; }
   virtual PeerJob CountColours(const Pixels& /*source*/) { return {}; }
 };
 
@@ -48,6 +58,7 @@ std::vector<std::unique_ptr<Peer>> Peers();
 std::unique_ptr<Peer> OpenCvPeer();
 std::unique_ptr<Peer> LibyuvPeer();
 std::unique_ptr<Peer> LeptonicaPeer();
+std::unique_ptr<Peer> FreeImagePeer();
 std::unique_ptr<Peer> SwscalePeer();
 std::unique_ptr<Peer> PillowPeer();  // null when its module cannot be imported
 

@@ -69,6 +69,7 @@ int main(int count, char** arguments) {
       {"page-noise", [&] { return PageGroup("noise", options.pages); }},
   };
   for (GroupMaker& maker : ConvertGroups(options.pages)) makers.push_back(std::move(maker));
+  for (GroupMaker& maker : TurnGroups(options.pages)) makers.push_back(std::move(maker));
   for (GroupMaker& maker : ReduceGroups(options.pages)) makers.push_back(std::move(maker));
 
   const Machine machine = DescribeMachine();
