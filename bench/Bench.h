@@ -99,6 +99,8 @@ std::vector<GroupMaker> ConvertGroups(const std::string& directory);
 std::vector<GroupMaker> ReduceGroups(const std::string& directory);
 /// Flips, mirrors, turns and slants, a group a job.
 std::vector<GroupMaker> TurnGroups(const std::string& directory);
+/// Bitmaps and pages in another size, a group a job.
+std::vector<GroupMaker> ResizeGroups(const std::string& directory);
 /// Making and freeing bitmaps.
 Group StorageGroup();
 /// Single pixels in order and anywhere; the nearest entry of a palette; filling.

@@ -70,6 +70,25 @@ class FreeImage : public Peer {
         return {};
     }
   }
+
+  std::vector<PeerJob> Resize(const Pixels& source, const Scaling& scaling) override {
+    using Way = Scaling::Way;
+    const auto from = ImageOf(source);
+    if (!from || source.format.bits < 8 || source.format == kPalette8 || scaling.way == Way::kNearest ||
+        scaling.way == Way::kInk)
+      return {};
+    const FREE_IMAGE_FILTER filter = scaling.way == Way::kBox      ? FILTER_BOX
+                                     : scaling.way == Way::kLinear ? FILTER_BILINEAR
+                                                                   : FILTER_CATMULLROM;
+    const auto made = std::make_shared<Shared>();
+    return {{"FreeImage_Rescale, fresh",
+             [=] {
+               made->reset();
+               *made = Own(FreeImage_Rescale(from.get(), scaling.width, scaling.height, filter));
+               Require(*made != nullptr, "FreeImage_Rescale");
+             },
+             [=, format = source.format] { return PixelsOf(made->get(), format); }}};
+  }
 };
 
 }  // namespace

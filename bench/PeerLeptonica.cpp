@@ -204,6 +204,40 @@ class Leptonica : public Peer {
     return jobs;
   }
 
+  std::vector<PeerJob> Resize(const Pixels& source, const Scaling& scaling) override {
+    using Way = Scaling::Way;
+    const Shared pix = PixOf(source);
+    if (!pix || source.format == kGray16) return {};
+    std::vector<PeerJob> jobs;
+    const bool ones = source.format == kBits1;
+    const auto x = static_cast<l_float32>(scaling.width) / static_cast<l_float32>(source.width);
+    const auto y = static_cast<l_float32>(scaling.height) / static_cast<l_float32>(source.height);
+    if (scaling.way == Way::kInk) {
+      jobs.push_back(Smaller(pix, source.width / scaling.width));
+      if (source.width % scaling.width) {  // its size is another
+        jobs.back().result = nullptr;
+        return jobs;
+      }
+      jobs.back().result = [inner = jobs.back().result, palette = source.palette] {
+        Pixels pixels = inner();
+        pixels.palette = palette;
+        return pixels;
+      };
+      return jobs;
+    }
+    if (scaling.way == Way::kNearest && ones && scaling.width == 2 * source.width) {
+      jobs.push_back(Making("pixExpandBinaryReplicate", [=] { return pixExpandBinaryReplicate(pix.get(), 2, 2); }));
+    } else if (scaling.way == Way::kNearest) {
+      jobs.push_back(Making("pixScaleBySampling", [=] { return pixScaleBySampling(pix.get(), x, y); }));
+    } else if (scaling.way == Way::kBox && !ones) {
+      jobs.push_back(Making("pixScaleAreaMap", [=] { return pixScaleAreaMap(pix.get(), x, y); }));
+    } else if (scaling.way == Way::kLinear && !ones) {
+      jobs.push_back(Making("pixScaleLI", [=] { return pixScaleLI(pix.get(), x, y); }));
+    }
+    for (PeerJob& job : jobs) job.result = nullptr;  // its size may be a pixel off
+    return jobs;
+  }
+
   PeerJob CountColours(const Pixels& source) override {
     const Shared pix = PixOf(source);
     if (source.format != kBgr24) return {};
@@ -216,6 +250,20 @@ class Leptonica : public Peer {
   }
 
  private:
+  /// A page whose pixels are ink when some of 2 x 2, 3 x 3 or 4 x 4 are: 1, 2 and, here two times 1 of 4, 3.
+  static PeerJob Smaller(const Shared& pix, int parts) {
+    if (parts == 2) return Making("pixReduceRankBinary2", [=] { return pixReduceRankBinary2(pix.get(), 1, nullptr); });
+    if (parts == 4) {
+      return Making("pixReduceRankBinaryCascade 1, 1",
+                    [=] { return pixReduceRankBinaryCascade(pix.get(), 1, 1, 0, 0); });
+    }
+    constexpr l_int32 kTwoOfNine = 255 - 255 * 3 / 18;
+    return Making("pixScaleToGray3, pixThresholdToBinary", [=] {
+      const Owned gray(pixScaleToGray3(pix.get()));
+      return pixThresholdToBinary(gray.get(), kTwoOfNine);
+    });
+  }
+
   /// The nearest of the given colours to the middle of each cube of 32 in 256.
   static PeerJob ToNearest(const Shared& pix, const Palette& palette) {
     constexpr l_int32 kLevel = 5;

@@ -1,6 +1,7 @@
 // libyuv, whose RGB24 and ARGB are blue first in memory, as ours.
 
 #include <libyuv.h>
+#include <libyuv/scale_rgb.h>
 
 #include "Bench.h"
 #include "Peers.h"
@@ -68,6 +69,41 @@ void Run(const Known& known, const Pixels& from, Pixels& to) {
           known.name);
 }
 
+struct ScaleCall {
+  Format format;
+  const char* name;
+  void (*run)(const Pixels& from, Pixels& to, libyuv::FilterMode mode);
+};
+const ScaleCall kScaleCalls[] = {
+    {kGray8, "ScalePlane",
+     [](const Pixels& from, Pixels& to, libyuv::FilterMode mode) {
+       libyuv::ScalePlane(from.bytes.data(), static_cast<int>(from.rowBytes), from.width, from.height, to.bytes.data(),
+                          static_cast<int>(to.rowBytes), to.width, to.height, mode);
+     }},
+    {kGray16, "ScalePlane_16",
+     [](const Pixels& from, Pixels& to, libyuv::FilterMode mode) {
+       libyuv::ScalePlane_16(reinterpret_cast<const uint16_t*>(from.bytes.data()), static_cast<int>(from.rowBytes / 2),
+                             from.width, from.height, reinterpret_cast<uint16_t*>(to.bytes.data()),
+                             static_cast<int>(to.rowBytes / 2), to.width, to.height, mode);
+     }},
+    {kBgr24, "RGBScale",
+     [](const Pixels& from, Pixels& to, libyuv::FilterMode mode) {
+       libyuv::RGBScale(from.bytes.data(), static_cast<int>(from.rowBytes), from.width, from.height, to.bytes.data(),
+                        static_cast<int>(to.rowBytes), to.width, to.height, mode);
+     }},
+    {kBgr32, "ARGBScale",
+     [](const Pixels& from, Pixels& to, libyuv::FilterMode mode) {
+       libyuv::ARGBScale(from.bytes.data(), static_cast<int>(from.rowBytes), from.width, from.height, to.bytes.data(),
+                         static_cast<int>(to.rowBytes), to.width, to.height, mode);
+     }},
+};
+
+const ScaleCall* FindScale(Format format) {
+  for (const ScaleCall& call : kScaleCalls)
+    if (call.format == format) return &call;
+  return nullptr;
+}
+
 class Libyuv : public Peer {
  public:
   std::string Name() const override { return "libyuv"; }
@@ -123,6 +159,18 @@ class Libyuv : public Peer {
       default:
         return {};
     }
+  }
+
+  std::vector<PeerJob> Resize(const Pixels& source, const Scaling& scaling) override {
+    using Way = Scaling::Way;
+    const ScaleCall* const call = FindScale(source.format);
+    if (!call || scaling.way == Way::kCubic || scaling.way == Way::kInk) return {};
+    const libyuv::FilterMode mode = scaling.way == Way::kNearest ? libyuv::kFilterNone
+                                    : scaling.way == Way::kBox   ? libyuv::kFilterBox
+                                                                 : libyuv::kFilterBilinear;
+    const auto from = std::make_shared<Pixels>(source);
+    const auto to = std::make_shared<Pixels>(source.format, scaling.width, scaling.height);
+    return {{call->name, [=] { call->run(*from, *to, mode); }, [=] { return *to; }}};
   }
 };
 

@@ -139,6 +139,20 @@ class OpenCv : public Peer {
     }
   }
 
+  std::vector<PeerJob> Resize(const Pixels& source, const Scaling& scaling) override {
+    using Way = Scaling::Way;
+    if (TypeOf(source.format) < 0 || scaling.way == Way::kInk) return {};
+    const int method = scaling.way == Way::kNearest  ? cv::INTER_NEAREST
+                       : scaling.way == Way::kBox    ? cv::INTER_AREA
+                       : scaling.way == Way::kLinear ? cv::INTER_LINEAR
+                                                     : cv::INTER_CUBIC;
+    const auto from = std::make_shared<cv::Mat>(MatOf(source));
+    const auto to = std::make_shared<cv::Mat>();
+    const cv::Size size(scaling.width, scaling.height);
+    return {{"resize", [=] { cv::resize(*from, *to, size, 0, 0, method); },
+             [=, format = source.format] { return PixelsOf(*to, format); }}};
+  }
+
   std::vector<PeerJob> Copy(const Pixels& source, int32_t column) override {
     if (TypeOf(source.format) < 0) return {};
     const auto mat = std::make_shared<cv::Mat>(MatOf(source));

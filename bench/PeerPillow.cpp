@@ -124,6 +124,23 @@ class Pillow : public Peer {
     }
   }
 
+  std::vector<PeerJob> Resize(const Pixels& source, const Scaling& scaling) override {
+    using Way = Scaling::Way;
+    if (!ModeOf(source.format) || scaling.way == Way::kInk) return {};
+    const std::string filter = scaling.way == Way::kNearest  ? "NEAREST"
+                               : scaling.way == Way::kBox    ? "BOX"
+                               : scaling.way == Way::kLinear ? "BILINEAR"
+                                                             : "BICUBIC";
+    const std::string size = "(" + std::to_string(scaling.width) + ", " + std::to_string(scaling.height) + ")";
+    PeerJob job = Job(source, "resize", "im.resize(" + size + ", Image.Resampling." + filter + ")", {});
+    if (source.format == kBits1) job.result = nullptr;  // its ones are white
+    std::vector<PeerJob> jobs = {job};
+    const int parts = source.width / scaling.width;
+    if (scaling.way == Way::kBox && parts * scaling.width == source.width)
+      jobs.push_back(Job(source, "reduce", "im.reduce(" + std::to_string(parts) + ")", {}));
+    return jobs;
+  }
+
   PeerJob CountColours(const Pixels& source) override {
     PeerJob job = Job(source, "getcolors", "im.getcolors(1 << 24)", {});
     job.result = nullptr;  // not a picture
@@ -146,7 +163,7 @@ class Pillow : public Peer {
     set("stride", Own(PyLong_FromLong(static_cast<long>(source.rowBytes))));
     set("data", Own(PyBytes_FromStringAndSize(reinterpret_cast<const char*>(source.bytes.data()),
                                               static_cast<Py_ssize_t>(source.bytes.size()))));
-    set("palette", BytesOf(source.palette));
+    set("palette", BytesOf(source.format == kBits1 ? Palette{} : source.palette));
     set("target", BytesOf(target));
     std::string script = kScript;
     script.replace(script.find("EXPRESSION"), std::strlen("EXPRESSION"), expression);

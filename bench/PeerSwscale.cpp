@@ -15,16 +15,17 @@ namespace {
 
 using Context = std::shared_ptr<SwsContext>;
 
-Context Open(const Pixels& source, AVPixelFormat from, AVPixelFormat to, const char* dither) {
+Context Open(const Pixels& source, AVPixelFormat from, AVPixelFormat to, const char* dither, int32_t width = 0,
+             int32_t height = 0, int flags = SWS_POINT) {
   const Context context(sws_alloc_context(), [](SwsContext* it) { sws_freeContext(it); });
   Require(context != nullptr, "sws_alloc_context");
   for (const auto& [name, value] : {std::pair<const char*, int64_t>{"srcw", source.width},
                                     {"srch", source.height},
-                                    {"dstw", source.width},
-                                    {"dsth", source.height},
+                                    {"dstw", width ? width : source.width},
+                                    {"dsth", height ? height : source.height},
                                     {"src_format", from},
                                     {"dst_format", to},
-                                    {"sws_flags", SWS_POINT},
+                                    {"sws_flags", flags},
                                     {"threads", 1}})
     Require(av_opt_set_int(context.get(), name, value, 0) >= 0, name);
   Require(av_opt_set(context.get(), "sws_dither", dither, 0) >= 0, "sws_dither");
@@ -42,9 +43,35 @@ Palette Bytes332() {
   return palette;
 }
 
+void Run(const Context& context, const Pixels& from, Pixels& to) {
+  const uint8_t* const lines[4] = {from.bytes.data()};
+  const int steps[4] = {static_cast<int>(from.rowBytes)};
+  uint8_t* const targets[4] = {to.bytes.data()};
+  const int targetSteps[4] = {static_cast<int>(to.rowBytes)};
+  Require(sws_scale(context.get(), lines, steps, 0, from.height, targets, targetSteps) == to.height, "sws_scale");
+}
+
 class Swscale : public Peer {
  public:
   std::string Name() const override { return "swscale"; }
+
+  std::vector<PeerJob> Resize(const Pixels& source, const Scaling& scaling) override {
+    using Way = Scaling::Way;
+    const AVPixelFormat format = source.format == kGray8    ? AV_PIX_FMT_GRAY8
+                                 : source.format == kGray16 ? AV_PIX_FMT_GRAY16LE
+                                 : source.format == kBgr24  ? AV_PIX_FMT_BGR24
+                                 : source.format == kBgr32  ? AV_PIX_FMT_BGRA
+                                                            : AV_PIX_FMT_NONE;
+    if (format == AV_PIX_FMT_NONE || scaling.way == Way::kInk) return {};
+    const int flags = scaling.way == Way::kNearest  ? SWS_POINT
+                      : scaling.way == Way::kBox    ? SWS_AREA
+                      : scaling.way == Way::kLinear ? SWS_BILINEAR
+                                                    : SWS_BICUBIC;
+    const Context context = Open(source, format, format, "none", scaling.width, scaling.height, flags);
+    const auto from = std::make_shared<Pixels>(source);
+    const auto to = std::make_shared<Pixels>(source.format, scaling.width, scaling.height);
+    return {{"sws_scale", [=] { Run(context, *from, *to); }, [=] { return *to; }}};
+  }
 
   std::vector<PeerJob> Reduce(const Pixels& source, const Reduction& reduction) override {
     using Way = Reduction::Way;
@@ -57,14 +84,7 @@ class Swscale : public Peer {
     const auto from = std::make_shared<Pixels>(source);
     const auto to = std::make_shared<Pixels>(bits ? kBits1 : kPalette8, source.width, source.height);
     if (bytes) to->palette = Bytes332();
-    const auto pass = [=] {
-      const uint8_t* const lines[4] = {from->bytes.data()};
-      const int steps[4] = {static_cast<int>(from->rowBytes)};
-      uint8_t* const targets[4] = {to->bytes.data()};
-      const int targetSteps[4] = {static_cast<int>(to->rowBytes)};
-      Require(sws_scale(context.get(), lines, steps, 0, from->height, targets, targetSteps) == from->height,
-              "sws_scale");
-    };
+    const auto pass = [=] { Run(context, *from, *to); };
     return {{std::string(ordered ? "bayer" : "error diffusion") + (bytes ? ", 3-3-2" : ""), pass, [=] { return *to; }}};
   }
 };

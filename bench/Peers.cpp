@@ -19,6 +19,9 @@ std::vector<std::unique_ptr<Peer>> Peers() {
 #ifdef TARN_PEER_SWSCALE
   peers.push_back(SwscalePeer());
 #endif
+#ifdef TARN_PEER_STB
+  peers.push_back(StbPeer());
+#endif
 #ifdef TARN_PEER_PILLOW
   peers.push_back(PillowPeer());
 #endif

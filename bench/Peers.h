@@ -36,6 +36,14 @@ struct TurnTask {
   int32_t height;
 };
 
+struct Scaling {
+  /// The last is for one-bit pages made smaller: pixels are ink when some of what they cover is.
+  enum class Way { kNearest, kBox, kLinear, kCubic, kInk };
+  Way way;
+  int32_t width;
+  int32_t height;
+};
+
 class Peer {
  public:
   virtual ~Peer() = default;
@@ -49,6 +57,8 @@ class Peer {
   virtual std::vector<PeerJob> Reduce(const Pixels& /*source*/, const Reduction& /*reduction*/) { return {}; }
   /// Pictures turned and slanted; quarters of a turn clockwise.
   virtual std::vector<PeerJob> Turn(const Pixels& /*source*/, const TurnTask& /*task*/) { return {}; }
+  /// Another size.
+  virtual std::vector<PeerJob> Resize(const Pixels& /*source*/, const Scaling& /*scaling*/) { return {}; }
   virtual PeerJob CountColours(const Pixels& /*source*/) { return {}; }
 };
 
@@ -60,6 +70,7 @@ std::unique_ptr<Peer> LibyuvPeer();
 std::unique_ptr<Peer> LeptonicaPeer();
 std::unique_ptr<Peer> FreeImagePeer();
 std::unique_ptr<Peer> SwscalePeer();
+std::unique_ptr<Peer> StbPeer();
 std::unique_ptr<Peer> PillowPeer();  // null when its module cannot be imported
 
 }  // namespace bench

@@ -71,6 +71,7 @@ int main(int count, char** arguments) {
   for (GroupMaker& maker : ConvertGroups(options.pages)) makers.push_back(std::move(maker));
   for (GroupMaker& maker : TurnGroups(options.pages)) makers.push_back(std::move(maker));
   for (GroupMaker& maker : ReduceGroups(options.pages)) makers.push_back(std::move(maker));
+  for (GroupMaker& maker : ResizeGroups(options.pages)) makers.push_back(std::move(maker));
 
   const Machine machine = DescribeMachine();
   for (const auto& [name, value] : machine.facts) std::printf("%s: %s\n", name.c_str(), value.c_str());
