@@ -1,8 +1,7 @@
 #pragma once
 // Kernels that change the layout of pixels. `pixels` may be 0. Exactly the bytes of the pixels are read and written, at
-// any address. Target and source do not overlap, except that kernels that make pixels narrower or exchange samples also
-// work in place (target is source). Canonical colour is
-// four bytes blue, green, red, alpha; `swap` says that the other side has red first.
+// any address. Target and source do not overlap, or are one address: all but those of packed indices work in place.
+// Canonical colour is four bytes blue, green, red, alpha; `swap` says that the other side has red first.
 
 #include <cstdint>
 
@@ -28,8 +27,11 @@ struct PixelKernels {
   // ---- 5-5-5 ----
   /// Canonical pixels to words with red in bits 10..14 (swap: 0..4); bit 15 is 0.
   void (*pack555)(uint8_t* target, const uint8_t* source, int64_t pixels, bool swap) noexcept;
+  /// The same of 24-bit pixels.
+  void (*pack24To555)(uint8_t* target, const uint8_t* source, int64_t pixels, bool swap) noexcept;
   /// Back; each channel becomes (c << 3) | (c >> 2).
   void (*unpack555)(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t alpha, bool swap) noexcept;
+  void (*unpack555To24)(uint8_t* target, const uint8_t* source, int64_t pixels, bool swap) noexcept;
 
   // ---- Samples ----
   /// Each byte x 257.
@@ -38,9 +40,10 @@ struct PixelKernels {
   void (*narrow16To8)(uint8_t* target, const uint8_t* source, int64_t samples) noexcept;
 
   // ---- Packed indices ----
-  /// Pixels of 1..8 bits, packed most significant bits first from the first bit of source on, to one byte each.
+  /// Not in place: pixels of 1..8 bits, packed most significant bits first from the first bit of source on, to one byte
+  /// each.
   void (*unpackIndices)(uint8_t* target, const uint8_t* source, int64_t pixels, int32_t bits) noexcept;
-  /// Back; bits behind the last pixel are 0. Source bytes are below 1 << bits.
+  /// Back, not in place; bits behind the last pixel are 0. Source bytes are below 1 << bits.
   void (*packIndices)(uint8_t* target, const uint8_t* source, int64_t pixels, int32_t bits) noexcept;
   /// One-bit pixels to one of two values: of one byte, of the low three bytes, of four bytes.
   void (*expandBitsTo8)(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t zero, uint8_t one) noexcept;

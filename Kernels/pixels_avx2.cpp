@@ -17,6 +17,24 @@ using V = __m256i;
 
 constexpr int64_t kSlack = 11;  // pixels of 3 bytes that 32 bytes reach into
 
+/// Pixels in the blocks that begin at least `reach` pixels before the end.
+constexpr int64_t InBlocks(int64_t pixels, int64_t block, int64_t reach) noexcept {
+  return pixels < reach ? 0 : ((pixels - reach) / block + 1) * block;
+}
+
+/// Calls block(i) for pixels i.. in blocks of kBlock and rest(i) for those from i on. Where pixels become wider in
+/// place the last ones go first.
+template <int kBlock, class Block, class Rest>
+void EachBlock(bool fromEnd, int64_t inBlocks, Block block, Rest rest) noexcept {
+  if (fromEnd) {
+    rest(inBlocks);
+    for (int64_t i = inBlocks - kBlock; i >= 0; i -= kBlock) block(i);
+  } else {
+    for (int64_t i = 0; i < inBlocks; i += kBlock) block(i);
+    rest(inBlocks);
+  }
+}
+
 V Load(const uint8_t* at) noexcept { return _mm256_loadu_si256(reinterpret_cast<const V*>(at)); }
 void Store(uint8_t* at, V value) noexcept { _mm256_storeu_si256(reinterpret_cast<V*>(at), value); }
 V BothHalves(__m128i value) noexcept { return _mm256_broadcastsi128_si256(value); }
@@ -44,18 +62,25 @@ V Widened(const uint8_t* source, V mask) noexcept {
 void Widen24To32(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t alpha, bool swap) noexcept {
   const V mask = WidenMask(swap);
   const V top = _mm256_set1_epi32(static_cast<int32_t>(uint32_t{alpha} << 24));
-  int64_t i = 0;
-  for (; i + 8 + kSlack <= pixels; i += 16, source += 48, target += 64) {
-    const V a = Widened(source, mask), b = Widened(source + 24, mask);
-    Store(target, _mm256_or_si256(a, top));
-    Store(target + 32, _mm256_or_si256(b, top));
-  }
-  kPixelsPortable.widen24To32(target, source, pixels - i, alpha, swap);
+  const auto block = [&](int64_t i) {
+    const V a = Widened(source + 3 * i, mask), b = Widened(source + 3 * i + 24, mask);
+    Store(target + 4 * i, _mm256_or_si256(a, top));
+    Store(target + 4 * i + 32, _mm256_or_si256(b, top));
+  };
+  const auto rest = [&](int64_t i) {
+    kPixelsPortable.widen24To32(target + 4 * i, source + 3 * i, pixels - i, alpha, swap);
+  };
+  EachBlock<16>(target == source, InBlocks(pixels, 16, 8 + kSlack), block, rest);
+}
+
+/// Back, to the low 12 bytes of each half.
+V NarrowMask(bool swap) noexcept {
+  return BothHalves(swap ? _mm_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1)
+                         : _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
 }
 
 void Narrow32To24(uint8_t* target, const uint8_t* source, int64_t pixels, bool swap) noexcept {
-  const V mask = BothHalves(swap ? _mm_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1)
-                                 : _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
+  const V mask = NarrowMask(swap);
   const V dealIn = DealIn();
   int64_t i = 0;
   for (; i + 8 + kSlack <= pixels; i += 16, source += 64, target += 48) {
@@ -176,13 +201,14 @@ Triples TripleMasks() noexcept {
 
 void Spread8To24(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
   const Triples masks = TripleMasks();
-  int64_t i = 0;
-  for (; i + 32 <= pixels; i += 32, target += 96) {
-    Store(target, _mm256_shuffle_epi8(BothHalves(LoadHalf(source + i)), masks.first));
-    Store(target + 32, _mm256_shuffle_epi8(Load(source + i), masks.second));
-    Store(target + 64, _mm256_shuffle_epi8(BothHalves(LoadHalf(source + i + 16)), masks.third));
-  }
-  kPixelsPortable.spread8To24(target, source + i, pixels - i);
+  const auto block = [&](int64_t i) {
+    const V all = Load(source + i), low = BothHalves(_mm256_castsi256_si128(all));
+    Store(target + 3 * i + 64, _mm256_shuffle_epi8(_mm256_permute2x128_si256(all, all, 0x11), masks.third));
+    Store(target + 3 * i + 32, _mm256_shuffle_epi8(all, masks.second));
+    Store(target + 3 * i, _mm256_shuffle_epi8(low, masks.first));
+  };
+  const auto rest = [&](int64_t i) { kPixelsPortable.spread8To24(target + 3 * i, source + i, pixels - i); };
+  EachBlock<32>(target == source, InBlocks(pixels, 32, 32), block, rest);
 }
 
 void Spread8To32(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t alpha) noexcept {
@@ -191,13 +217,13 @@ void Spread8To32(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t
   const V high = _mm256_setr_epi8(8, 8, 8, -1, 9, 9, 9, -1, 10, 10, 10, -1, 11, 11, 11, -1, 12, 12, 12, -1, 13, 13, 13,
                                   -1, 14, 14, 14, -1, 15, 15, 15, -1);
   const V top = _mm256_set1_epi32(static_cast<int32_t>(uint32_t{alpha} << 24));
-  int64_t i = 0;
-  for (; i + 16 <= pixels; i += 16, target += 64) {
+  const auto block = [&](int64_t i) {
     const V bytes = BothHalves(LoadHalf(source + i));
-    Store(target, _mm256_or_si256(_mm256_shuffle_epi8(bytes, low), top));
-    Store(target + 32, _mm256_or_si256(_mm256_shuffle_epi8(bytes, high), top));
-  }
-  kPixelsPortable.spread8To32(target, source + i, pixels - i, alpha);
+    Store(target + 4 * i, _mm256_or_si256(_mm256_shuffle_epi8(bytes, low), top));
+    Store(target + 4 * i + 32, _mm256_or_si256(_mm256_shuffle_epi8(bytes, high), top));
+  };
+  const auto rest = [&](int64_t i) { kPixelsPortable.spread8To32(target + 4 * i, source + i, pixels - i, alpha); };
+  EachBlock<16>(target == source, InBlocks(pixels, 16, 16), block, rest);
 }
 
 // ---- 5-5-5 ----
@@ -221,36 +247,68 @@ void Pack555(uint8_t* target, const uint8_t* source, int64_t pixels, bool swap) 
   kPixelsPortable.pack555(target, source, pixels - i, swap);
 }
 
+void Pack24To555(uint8_t* target, const uint8_t* source, int64_t pixels, bool swap) noexcept {
+  const V mask = WidenMask(swap);
+  int64_t i = 0;
+  for (; i + 8 + kSlack <= pixels; i += 16, source += 48, target += 32) {
+    const V a = Packed555(Widened(source, mask)), b = Packed555(Widened(source + 24, mask));
+    Store(target, _mm256_permute4x64_epi64(_mm256_packus_epi32(a, b), 0xD8));
+  }
+  kPixelsPortable.pack24To555(target, source, pixels - i, swap);
+}
+
 /// Channels of 5 bits to 8: (33 c) >> 2 is (c << 3) | (c >> 2).
 V Widened5(V channels) noexcept { return _mm256_srli_epi16(_mm256_mullo_epi16(channels, _mm256_set1_epi16(33)), 2); }
 
-void Unpack555(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t alpha, bool swap) noexcept {
+/// 16 words to canonical pixels, or red first.
+void Unpacked555(const uint8_t* source, V top, bool swap, V out[2]) noexcept {
   const V five = _mm256_set1_epi16(31);
+  const V words = _mm256_permute4x64_epi64(Load(source), 0xD8);
+  const V lowest = Widened5(_mm256_and_si256(words, five));
+  const V green = Widened5(_mm256_and_si256(_mm256_srli_epi16(words, 5), five));
+  const V highest = Widened5(_mm256_and_si256(_mm256_srli_epi16(words, 10), five));
+  const V blueGreen = _mm256_or_si256(swap ? highest : lowest, _mm256_slli_epi16(green, 8));
+  const V redAlpha = _mm256_or_si256(swap ? lowest : highest, top);
+  out[0] = _mm256_unpacklo_epi16(blueGreen, redAlpha);
+  out[1] = _mm256_unpackhi_epi16(blueGreen, redAlpha);
+}
+
+void Unpack555(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t alpha, bool swap) noexcept {
   const V top = _mm256_set1_epi16(static_cast<int16_t>(alpha << 8));
-  int64_t i = 0;
-  for (; i + 16 <= pixels; i += 16, source += 32, target += 64) {
-    const V words = _mm256_permute4x64_epi64(Load(source), 0xD8);
-    const V lowest = Widened5(_mm256_and_si256(words, five));
-    const V green = Widened5(_mm256_and_si256(_mm256_srli_epi16(words, 5), five));
-    const V highest = Widened5(_mm256_and_si256(_mm256_srli_epi16(words, 10), five));
-    const V blueGreen = _mm256_or_si256(swap ? highest : lowest, _mm256_slli_epi16(green, 8));
-    const V redAlpha = _mm256_or_si256(swap ? lowest : highest, top);
-    Store(target, _mm256_unpacklo_epi16(blueGreen, redAlpha));
-    Store(target + 32, _mm256_unpackhi_epi16(blueGreen, redAlpha));
-  }
-  kPixelsPortable.unpack555(target, source, pixels - i, alpha, swap);
+  const auto block = [&](int64_t i) {
+    V out[2];
+    Unpacked555(source + 2 * i, top, swap, out);
+    Store(target + 4 * i, out[0]);
+    Store(target + 4 * i + 32, out[1]);
+  };
+  const auto rest = [&](int64_t i) {
+    kPixelsPortable.unpack555(target + 4 * i, source + 2 * i, pixels - i, alpha, swap);
+  };
+  EachBlock<16>(target == source, InBlocks(pixels, 16, 16), block, rest);
+}
+
+void Unpack555To24(uint8_t* target, const uint8_t* source, int64_t pixels, bool swap) noexcept {
+  const V mask = NarrowMask(false), dealIn = DealIn();
+  const auto block = [&](int64_t i) {
+    V out[2];
+    Unpacked555(source + 2 * i, _mm256_setzero_si256(), swap, out);
+    Store(target + 3 * i, _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(out[0], mask), dealIn));
+    Store24(target + 3 * i + 24, _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(out[1], mask), dealIn));
+  };
+  const auto rest = [&](int64_t i) { kPixelsPortable.unpack555To24(target + 3 * i, source + 2 * i, pixels - i, swap); };
+  EachBlock<16>(target == source, InBlocks(pixels, 16, 16), block, rest);
 }
 
 // ---- Samples ----
 
 void Widen8To16(uint8_t* target, const uint8_t* source, int64_t samples) noexcept {
-  int64_t i = 0;
-  for (; i + 32 <= samples; i += 32, target += 64) {
+  const auto block = [&](int64_t i) {
     const V bytes = _mm256_permute4x64_epi64(Load(source + i), 0xD8);
-    Store(target, _mm256_unpacklo_epi8(bytes, bytes));
-    Store(target + 32, _mm256_unpackhi_epi8(bytes, bytes));
-  }
-  kPixelsPortable.widen8To16(target, source + i, samples - i);
+    Store(target + 2 * i, _mm256_unpacklo_epi8(bytes, bytes));
+    Store(target + 2 * i + 32, _mm256_unpackhi_epi8(bytes, bytes));
+  };
+  const auto rest = [&](int64_t i) { kPixelsPortable.widen8To16(target + 2 * i, source + i, samples - i); };
+  EachBlock<32>(target == source, InBlocks(samples, 32, 32), block, rest);
 }
 
 void Narrow16To8(uint8_t* target, const uint8_t* source, int64_t samples) noexcept {
@@ -323,9 +381,11 @@ V BitMask(const uint8_t* source) noexcept {
 
 void ExpandBitsTo8(uint8_t* target, const uint8_t* source, int64_t pixels, uint8_t zero, uint8_t one) noexcept {
   const V zeros = _mm256_set1_epi8(static_cast<char>(zero)), ones = _mm256_set1_epi8(static_cast<char>(one));
-  int64_t i = 0;
-  for (; i + 32 <= pixels; i += 32, source += 4) Store(target + i, _mm256_blendv_epi8(zeros, ones, BitMask(source)));
-  kPixelsPortable.expandBitsTo8(target + i, source, pixels - i, zero, one);
+  const auto block = [&](int64_t i) { Store(target + i, _mm256_blendv_epi8(zeros, ones, BitMask(source + i / 8))); };
+  const auto rest = [&](int64_t i) {
+    kPixelsPortable.expandBitsTo8(target + i, source + i / 8, pixels - i, zero, one);
+  };
+  EachBlock<32>(target == source, InBlocks(pixels, 32, 32), block, rest);
 }
 
 /// 96 bytes of one colour.
@@ -340,26 +400,31 @@ void ExpandBitsTo24(uint8_t* target, const uint8_t* source, int64_t pixels, uint
   V zeros[3], ones[3];
   Pattern(zero, zeros);
   Pattern(one, ones);
-  int64_t i = 0;
-  for (; i + 32 <= pixels; i += 32, source += 4, target += 96) {
-    const V mask = BitMask(source);
+  const auto block = [&](int64_t i) {
+    uint8_t* const to = target + 3 * i;
+    const V mask = BitMask(source + i / 8);
     const V low = _mm256_permute2x128_si256(mask, mask, 0x00), high = _mm256_permute2x128_si256(mask, mask, 0x11);
-    Store(target, _mm256_blendv_epi8(zeros[0], ones[0], _mm256_shuffle_epi8(low, masks.first)));
-    Store(target + 32, _mm256_blendv_epi8(zeros[1], ones[1], _mm256_shuffle_epi8(mask, masks.second)));
-    Store(target + 64, _mm256_blendv_epi8(zeros[2], ones[2], _mm256_shuffle_epi8(high, masks.third)));
-  }
-  kPixelsPortable.expandBitsTo24(target, source, pixels - i, zero, one);
+    Store(to, _mm256_blendv_epi8(zeros[0], ones[0], _mm256_shuffle_epi8(low, masks.first)));
+    Store(to + 32, _mm256_blendv_epi8(zeros[1], ones[1], _mm256_shuffle_epi8(mask, masks.second)));
+    Store(to + 64, _mm256_blendv_epi8(zeros[2], ones[2], _mm256_shuffle_epi8(high, masks.third)));
+  };
+  const auto rest = [&](int64_t i) {
+    kPixelsPortable.expandBitsTo24(target + 3 * i, source + i / 8, pixels - i, zero, one);
+  };
+  EachBlock<32>(target == source, InBlocks(pixels, 32, 32), block, rest);
 }
 
 void ExpandBitsTo32(uint8_t* target, const uint8_t* source, int64_t pixels, uint32_t zero, uint32_t one) noexcept {
   const V zeros = _mm256_set1_epi32(static_cast<int32_t>(zero)), ones = _mm256_set1_epi32(static_cast<int32_t>(one));
   const V bits = _mm256_setr_epi32(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
-  int64_t i = 0;
-  for (; i + 8 <= pixels; i += 8, ++source, target += 32) {
-    const V mask = _mm256_cmpeq_epi32(_mm256_and_si256(_mm256_set1_epi32(*source), bits), bits);
-    Store(target, _mm256_blendv_epi8(zeros, ones, mask));
-  }
-  kPixelsPortable.expandBitsTo32(target, source, pixels - i, zero, one);
+  const auto block = [&](int64_t i) {
+    const V mask = _mm256_cmpeq_epi32(_mm256_and_si256(_mm256_set1_epi32(source[i / 8]), bits), bits);
+    Store(target + 4 * i, _mm256_blendv_epi8(zeros, ones, mask));
+  };
+  const auto rest = [&](int64_t i) {
+    kPixelsPortable.expandBitsTo32(target + 4 * i, source + i / 8, pixels - i, zero, one);
+  };
+  EachBlock<8>(target == source, InBlocks(pixels, 8, 8), block, rest);
 }
 
 // Tables go entry by entry: gathers are not faster.
@@ -383,7 +448,9 @@ constinit const PixelKernels kPixelsAvx2 = {.widen24To32 = Widen24To32,
                                             .spread8To24 = Spread8To24,
                                             .spread8To32 = Spread8To32,
                                             .pack555 = Pack555,
+                                            .pack24To555 = Pack24To555,
                                             .unpack555 = Unpack555,
+                                            .unpack555To24 = Unpack555To24,
                                             .widen8To16 = Widen8To16,
                                             .narrow16To8 = Narrow16To8,
                                             .unpackIndices = UnpackIndices,

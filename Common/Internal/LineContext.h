@@ -61,12 +61,9 @@ void FromWideGamut(uint8_t* block, int count, bool words) noexcept;
 
 // ---- Whole lines in one kernel -------------------------------------------------------------------------------------
 
+/// In place too.
 using LineWhole = void (*)(uint8_t* target, const uint8_t* source, int64_t count, const LineContext& k) noexcept;
-struct LineFused {
-  LineWhole whole;  // null: the pair goes in stages
-  bool inPlace;     // as it is; others need a target that does not overlap
-};
-/// Fills what the kernel needs beyond the tables of the stages.
-LineFused FuseLine(LineContext& k) noexcept;
+/// Null when the pair goes in stages. Fills what the kernel needs beyond the tables of the stages.
+LineWhole FuseLine(LineContext& k) noexcept;
 
 }  // namespace tarn

@@ -57,7 +57,7 @@ class LineConverter {
   LineRead read_;
   LineStep step_;
   LineWrite write_;
-  LineFused fused_;
+  LineWhole whole_;
   bool identity_;
 };
 

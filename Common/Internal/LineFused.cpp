@@ -34,6 +34,12 @@ void From32To24(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) n
 void From32To16(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
   k.kernels->pack555(t, s, n, Swapped(k));
 }
+void From24To16(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->pack24To555(t, s, n, Swapped(k));
+}
+void From16To24(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
+  k.kernels->unpack555To24(t, s, n, Swapped(k));
+}
 void From16To32(uint8_t* t, const uint8_t* s, int64_t n, const LineContext& k) noexcept {
   k.kernels->unpack555(t, s, n, k.alpha, Swapped(k));
 }
@@ -98,65 +104,68 @@ void PackColors(LineContext& k) noexcept {
   }
 }
 
-LineFused FuseColors(const LineContext& k) noexcept {
+LineWhole FuseColors(const LineContext& k) noexcept {
   const bool keeps = k.keepAlpha;
   switch (k.source.bits << 8 | k.target.bits) {
     case 16 << 8 | 16:
-      return {Swap555, true};
+      return Swap555;
     case 24 << 8 | 24:
-      return {Swap24, true};
+      return Swap24;
     case 32 << 8 | 32:
-      return {keeps ? Swap32 : nullptr, true};
+      return keeps ? Swap32 : nullptr;
     case 48 << 8 | 48:
-      return {Swap48, true};
+      return Swap48;
     case 64 << 8 | 64:
-      return {keeps ? Swap64 : nullptr, true};
+      return keeps ? Swap64 : nullptr;
     case 24 << 8 | 32:
-      return {From24To32, false};
+      return From24To32;
     case 32 << 8 | 24:
-      return {From32To24, true};
+      return From32To24;
     case 32 << 8 | 16:
-      return {From32To16, true};
+      return From32To16;
+    case 24 << 8 | 16:
+      return From24To16;
+    case 16 << 8 | 24:
+      return From16To24;
     case 16 << 8 | 32:
-      return {From16To32, false};
+      return From16To32;
     case 24 << 8 | 48:
-      return {From24To48, false};
+      return From24To48;
     case 48 << 8 | 24:
-      return {From48To24, true};
+      return From48To24;
     default:
-      return {nullptr, false};
+      return nullptr;
   }
 }
 
 /// To 24 or 32 bits of colour.
-LineFused FuseLevels(LineContext& k) noexcept {
+LineWhole FuseLevels(LineContext& k) noexcept {
   const bool to24 = k.target.bits == 24;
-  if (k.domain == Domain::kLevel8) return {to24 ? FromGrayTo24 : FromGrayTo32, false};
-  if (k.domain != Domain::kIndex || (k.source.bits != 1 && k.source.bits != 8)) return {nullptr, false};
+  if (k.domain == Domain::kLevel8) return to24 ? FromGrayTo24 : FromGrayTo32;
+  if (k.domain != Domain::kIndex || (k.source.bits != 1 && k.source.bits != 8)) return nullptr;
   PackColors(k);
-  if (k.source.bits == 1) return {to24 ? BitsTo24 : BitsTo32, false};
-  return {to24 ? IndicesTo24 : IndicesTo32, false};
+  if (k.source.bits == 1) return to24 ? BitsTo24 : BitsTo32;
+  return to24 ? IndicesTo24 : IndicesTo32;
 }
 
 }  // namespace
 
-LineFused FuseLine(LineContext& k) noexcept {
-  const LineFused none = {nullptr, false};
-  if (k.toWide || k.fromWide) return none;
+LineWhole FuseLine(LineContext& k) noexcept {
+  if (k.toWide || k.fromWide) return nullptr;
   const int32_t from = k.source.bits, to = k.target.bits;
   if (k.source.color && k.target.color) return FuseColors(k);
   if (k.form == Form::kColor8 && to >= 24) return FuseLevels(k);
   if (k.form == Form::kValues) {
     const bool plain = to == 16 && !k.target.ranged && k.domain == Domain::kLevel8;
-    return plain ? LineFused{Gray8To16, false} : none;
+    return plain ? Gray8To16 : nullptr;
   }
-  if (k.form != Form::kBytes || to != 8) return none;
-  if (from == 1) return {BitsTo8, false};
-  if (k.nearest || !k.bytesSame) return none;
-  if (k.source.color && from == 24) return {From24ToGray, true};
-  if (k.source.color && from == 32) return {From32ToGray, true};
-  if (k.domain == Domain::kDeep && from == 16 && !k.source.ranged) return {Gray16To8, true};
-  return none;
+  if (k.form != Form::kBytes || to != 8) return nullptr;
+  if (from == 1) return BitsTo8;
+  if (k.nearest || !k.bytesSame) return nullptr;
+  if (k.source.color && from == 24) return From24ToGray;
+  if (k.source.color && from == 32) return From32ToGray;
+  if (k.domain == Domain::kDeep && from == 16 && !k.source.ranged) return Gray16To8;
+  return nullptr;
 }
 
 }  // namespace tarn
