@@ -12,6 +12,7 @@ void FuzzRecords(const uint8_t* data, size_t size);
 void FuzzRedirect(const uint8_t* data, size_t size);
 void FuzzConvert(const uint8_t* data, size_t size);
 void FuzzDib(const uint8_t* data, size_t size);
+void FuzzCodec(const uint8_t* data, size_t size);
 
 namespace tarn::fuzz {
 

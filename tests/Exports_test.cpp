@@ -86,6 +86,7 @@ TEST(Exports, AreExactlyTheDeclaredFunctions) {
   Names declared, windows;
   for (const auto& header :
        std::filesystem::directory_iterator(std::filesystem::path(TARN_SOURCE_DIR) / "include" / "tarn")) {
+    if (header.path().filename() == "codec.h") continue;  // another library
     const std::string text = ReadText(header.path());
     Names& names = header.path().filename() == "windows.h" ? windows : declared;
     // T_API RESULT T_Name(ARGUMENTS)

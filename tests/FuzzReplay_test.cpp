@@ -44,3 +44,4 @@ TEST(FuzzReplay, Records) { Replay("records", FuzzRecords, 150); }
 TEST(FuzzReplay, Redirect) { Replay("redirect", FuzzRedirect, 300); }
 TEST(FuzzReplay, Convert) { Replay("convert", FuzzConvert, 2000); }
 TEST(FuzzReplay, Dib) { Replay("dib", FuzzDib, 300); }
+TEST(FuzzReplay, Codec) { Replay("codec", FuzzCodec, 600); }
