@@ -13,6 +13,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include "Console.h"
 #include "Failure.h"
@@ -397,6 +398,7 @@ void TiffReader::ReadPalette() {
   if (TIFFGetField(tiff_, TIFFTAG_COLORMAP, &red, &green, &blue) != 1) {
     throw Failure(Exit::kDamaged, file_.Name(), "damaged TIFF: no colour map");
   }
+  if (!red || !green || !blue) throw std::bad_alloc();  // the library behind passes over its lack of memory here
   const size_t count = size_t{1} << picture_.bits;
   picture_.depth += ", " + std::to_string(count) + " colours";
   // Entries have 16 bits; old writers put 8-bit values there.
@@ -587,6 +589,10 @@ void TiffWriter::WritePalette(const Picture& picture) {
     maps[2].push_back(static_cast<uint16_t>(entry.Blue * 257));
   }
   Set(TIFFTAG_COLORMAP, maps[0].data(), maps[1].data(), maps[2].data());
+  // The library behind passes over its lack of memory for them, and would crash over it when it writes.
+  const uint16_t* kept[3] = {};
+  const int got = TIFFGetField(tiff_, TIFFTAG_COLORMAP, &kept[0], &kept[1], &kept[2]);
+  if (got != 1 || !kept[0] || !kept[1] || !kept[2]) throw std::bad_alloc();
 }
 
 void TiffWriter::WriteHeader(const Picture& picture, const BitmapHandle& bitmap, TiffCompression compression) {
