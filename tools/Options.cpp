@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "Failure.h"
+
 namespace tarn::tool {
 namespace {
 
@@ -57,6 +59,11 @@ void Options::Size(const char* name, uint64_t& target, const char* help) {
 
 void Options::Flag(const char* name, bool& target, const char* help) { app_.add_flag(name, target, help); }
 
+void Options::Verbosity(bool& verbose, bool& quiet) {
+  auto* const loud = app_.add_flag("--verbose,-v", verbose, "tell about storage and decoder warnings");
+  app_.add_flag("--quiet,-q", quiet, "no progress bar on a terminal")->excludes(loud);
+}
+
 Options Options::Action(const char* name, const char* help, const std::function<void()>& chosen) {
   CLI::App* const entry = app_.add_subcommand(name, help);
   entry->callback(chosen);
@@ -76,5 +83,42 @@ void Options::OneOf(const char* name, const std::vector<std::string>& words, con
   };
   app_.add_option_function<std::string>(name, take, help)->type_name(type);
 }
+
+// ---- Programs ------------------------------------------------------------------------------------------------------
+
+CommandLine::CommandLine(const char* program, const char* about) : app_(std::make_unique<CLI::App>(about, program)) {}
+
+CommandLine::~CommandLine() = default;
+
+void CommandLine::Version(const std::string& text) { app_->set_version_flag("--version", text); }
+
+Options CommandLine::All() { return Options(*app_); }
+
+Options CommandLine::Command(const char* name, const char* help) {
+  app_->require_subcommand(1);
+  return Options(*app_->add_subcommand(name, help));
+}
+
+bool CommandLine::Read(const std::vector<std::string>& words) {
+  // The parser takes the last word first. A place such as -5,-5 gets a blank in front: the parser would look whether
+  // there is an option -5, and its look-up ends the process without memory.
+  std::vector<std::string> turned;
+  for (auto word = words.rbegin(); word != words.rend(); ++word) {
+    const bool number = word->size() > 1 && (*word)[0] == '-' &&
+                        (std::isdigit(static_cast<unsigned char>((*word)[1])) != 0 || (*word)[1] == '.');
+    turned.push_back(number ? " " + *word : *word);
+  }
+  try {
+    app_->parse(turned);
+  } catch (const CLI::Success& asked) {
+    app_->exit(asked);
+    return false;
+  } catch (const CLI::ParseError& error) {
+    throw Failure(Exit::kUsage, "", std::string(error.what()) + " (" + app_->get_name() + " --help tells more)");
+  }
+  return true;
+}
+
+std::string CommandLine::Chosen() const { return app_->get_subcommands().front()->get_name(); }
 
 }  // namespace tarn::tool

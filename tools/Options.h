@@ -1,9 +1,10 @@
 #pragma once
-// The options of a command, as commands see them. The parser behind them is included by Options.cpp and main.cpp only:
-// it takes longer to compile than everything else here.
+// Command lines as programs and commands see them. The parser behind them is included by Options.cpp only: it takes
+// longer to compile than anything else here.
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,6 +30,8 @@ class Options {
   /// Bytes; K, M and G count in 1024s.
   void Size(const char* name, uint64_t& target, const char* help);
   void Flag(const char* name, bool& target, const char* help);
+  /// --verbose and --quiet, which exclude each other.
+  void Verbosity(bool& verbose, bool& quiet);
   /// A word after which options of its own follow; one of them must be given. `chosen` is called when it is.
   Options Action(const char* name, const char* help, const std::function<void()>& chosen);
   /// One of several words, each with its value.
@@ -46,6 +49,31 @@ class Options {
              const char* type, const char* help);
 
   CLI::App& app_;
+};
+
+/// The words that a program was started with.
+class CommandLine {
+ public:
+  CommandLine(const char* program, const char* about);
+  ~CommandLine();
+  CommandLine(const CommandLine&) = delete;
+  CommandLine& operator=(const CommandLine&) = delete;
+
+  /// What --version tells.
+  void Version(const std::string& text);
+  /// Options of the program itself.
+  Options All();
+  /// A word after which options of its own follow; one of those added must be given.
+  Options Command(const char* name, const char* help);
+  /// Sets the targets of all options given.
+  /// @return false when help or the version was asked for, and has been printed. Throws Failure (Exit::kUsage).
+  bool Read(const std::vector<std::string>& words);
+  bool Read(int argc, char** argv) { return Read(std::vector<std::string>(argv + 1, argv + argc)); }
+  /// The command that was given.
+  std::string Chosen() const;
+
+ private:
+  std::unique_ptr<CLI::App> app_;
 };
 
 }  // namespace tarn::tool

@@ -1,7 +1,6 @@
 // Takes pictures through every kind of storage and back, compares every byte, and reports: a table on the terminal and
 // a page for the browser.
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -12,6 +11,7 @@
 #include "Console.h"
 #include "Failure.h"
 #include "Files.h"
+#include "Options.h"
 #include "Picture.h"
 
 namespace tarn::tool {
@@ -412,15 +412,16 @@ void WriteText(const std::filesystem::path& name, const std::string& text) {
 }
 
 int Run(int argc, char** argv) {
-  CLI::App app("Takes pictures through every kind of storage and back.", "tarn_demo");
+  CommandLine line("tarn_demo", "Takes pictures through every kind of storage and back.");
+  Options options = line.All();
   std::string directory, origin, depths, colors;
   std::vector<std::string> files;
-  app.add_option("directory", directory, "where the page goes")->required()->check(CLI::ExistingDirectory);
-  app.add_option("files", files, "PNG, JPEG, TIFF or BMP files")->required();
-  app.add_option("--origin", origin, "a sentence about where the pictures come from");
-  app.add_option("--depths", depths, "list of images of one photograph: image, command and distance a line");
-  app.add_option("--colors", colors, "the same of images in few colours; headings are lines without tabs");
-  CLI11_PARSE(app, argc, argv);
+  options.Argument("directory", directory, "DIRECTORY", "where the page goes");
+  options.Arguments("files", files, "FILE...", "PNG, JPEG, TIFF or BMP files");
+  options.Text("--origin", origin, "TEXT", "a sentence about where the pictures come from");
+  options.Text("--depths", depths, "FILE", "list of images of one photograph: image, command and distance a line");
+  options.Text("--colors", colors, "FILE", "the same of images in few colours; headings are lines without tabs");
+  if (!line.Read(argc, argv)) return 0;
   InstallSignalCleanup();
 
   std::vector<Shown> all;

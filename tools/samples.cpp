@@ -1,7 +1,6 @@
 // Makes the pictures that the demo and the tests use: a landscape that is computed, and a page that looks scanned.
 // The same input gives the same output: whole numbers, a fixed seed, no clock.
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -9,6 +8,7 @@
 #include "Console.h"
 #include "Failure.h"
 #include "Files.h"
+#include "Options.h"
 #include "Picture.h"
 
 namespace tarn::tool {
@@ -213,21 +213,20 @@ void AgePage(const std::string& from, const std::string& name, int shrink) {
 }
 
 int Run(int argc, char** argv) {
-  CLI::App app("Makes the pictures of the demo and the tests.", "tarn_samples");
-  app.require_subcommand(1);
+  CommandLine line("tarn_samples", "Makes the pictures of the demo and the tests.");
   std::string input, output;
   int shrink = 1;
   bool gray = false;
-  CLI::App& landscape = *app.add_subcommand("landscape", "a computed landscape");
-  landscape.add_flag("--gray16", gray, "gray of 16 bits instead of colour of 24");
-  landscape.add_option("out", output)->required();
-  CLI::App& scan = *app.add_subcommand("scan", "a one-bit page as a scanner sees it: skewed and specked");
-  scan.add_option("in", input)->required();
-  scan.add_option("out", output)->required();
-  scan.add_option("--shrink", shrink, "take every N-th pixel")->check(CLI::Range(1, 8));
-  CLI11_PARSE(app, argc, argv);
-  if (landscape.parsed()) MakeLandscape(output, gray);
-  if (scan.parsed()) AgePage(input, output, shrink);
+  Options landscape = line.Command("landscape", "a computed landscape");
+  landscape.Flag("--gray16", gray, "gray of 16 bits instead of colour of 24");
+  landscape.Argument("out", output, "OUT", "file to write");
+  Options scan = line.Command("scan", "a one-bit page as a scanner sees it: skewed and specked");
+  scan.Argument("in", input, "IN", "page to scan");
+  scan.Argument("out", output, "OUT", "file to write");
+  scan.Number("--shrink", shrink, 1, 8, "take every N-th pixel");
+  if (!line.Read(argc, argv)) return 0;
+  if (line.Chosen() == "landscape") MakeLandscape(output, gray);
+  if (line.Chosen() == "scan") AgePage(input, output, shrink);
   return 0;
 }
 
