@@ -35,140 +35,33 @@ struct Source {
   uint8_t fill[8];
 };
 
-/// Positions of a run of pixels.
-struct Path {
-  int64_t x;
-  int64_t y;
-  int64_t stepX;
-  int64_t stepY;
-};
+constexpr int64_t kReach = 2;  // pixels around a sampled one that kernels may read
 
-// ---- Pixel formats: samples of one pixel ---------------------------------------------------------------------------
-
-template <class Sample, int kSamples>
-struct Samples {
-  static constexpr int kBytes = static_cast<int>(sizeof(Sample)) * kSamples;
-  static constexpr int kCount = kSamples;
-  static void Load(const uint8_t* at, int64_t (&values)[kCount]) noexcept {
-    Sample samples[kSamples];
-    std::memcpy(samples, at, kBytes);
-    for (int i = 0; i < kSamples; ++i) values[i] = samples[i];
-  }
-  static void Store(uint8_t* at, const int64_t (&values)[kCount]) noexcept {
-    Sample samples[kSamples];
-    for (int i = 0; i < kSamples; ++i) samples[i] = static_cast<Sample>(values[i]);
-    std::memcpy(at, samples, kBytes);
-  }
-};
-
-/// Three samples of five bits, and one of one bit.
-struct Samples555 {
-  static constexpr int kBytes = 2;
-  static constexpr int kCount = 4;
-  static void Load(const uint8_t* at, int64_t (&values)[kCount]) noexcept {
-    uint16_t word;
-    std::memcpy(&word, at, 2);
-    for (int i = 0; i < 3; ++i) values[i] = word >> 5 * i & 31;
-    values[3] = word >> 15;
-  }
-  static void Store(uint8_t* at, const int64_t (&values)[kCount]) noexcept {
-    const auto word = static_cast<uint16_t>(values[0] | values[1] << 5 | values[2] << 10 | values[3] << 15);
-    std::memcpy(at, &word, 2);
-  }
-};
-
-// ---- Sampling ------------------------------------------------------------------------------------------------------
-
-const uint8_t* AddressOf(const Window& window, int64_t x, int64_t y, int64_t bytes) noexcept {
-  return window.data + (y - window.top) * window.stride + (x - window.left) * bytes;
-}
-
-template <int kBytes>
-void SampleNearest(uint8_t* target, const Window& window, const Source&, Path path, int64_t count) noexcept {
-  const uint8_t* const origin = AddressOf(window, 0, 0, kBytes);
-  for (int64_t i = 0; i < count; ++i, target += kBytes, path.x += path.stepX, path.y += path.stepY)
-    std::memcpy(target, origin + PixelOfPosition(path.y) * window.stride + PixelOfPosition(path.x) * kBytes, kBytes);
-}
-
-/// The pixel at a place, or the fill colour beyond the edges; kInside says that there are none near.
-template <class Format, bool kInside>
-void Fetch(int64_t (&values)[Format::kCount], const Window& window, const Source& source, int64_t x,
-           int64_t y) noexcept {
-  const bool inside = kInside || (x >= 0 && y >= 0 && x < source.width && y < source.height);
-  Format::Load(inside ? AddressOf(window, x, y, Format::kBytes) : source.fill, values);
-}
-
-template <class Format, bool kInside>
-void SampleCorrected(uint8_t* target, const Window& window, const Source& source, Path path, int64_t count) noexcept {
-  for (int64_t i = 0; i < count; ++i, target += Format::kBytes, path.x += path.stepX, path.y += path.stepY) {
-    const int64_t x = PixelOfPosition(path.x), y = PixelOfPosition(path.y);
-    const int64_t dx = path.x - x * kOne, dy = path.y - y * kOne;
-    int64_t values[Format::kCount], beside[Format::kCount], below[Format::kCount];
-    Fetch<Format, true>(values, window, source, x, y);
-    Fetch<Format, kInside>(beside, window, source, dx < 0 ? x - 1 : x + 1, y);
-    Fetch<Format, kInside>(below, window, source, x, dy < 0 ? y - 1 : y + 1);
-    const int64_t shareX = dx < 0 ? -dx : dx, shareY = dy < 0 ? -dy : dy;
-    for (int sample = 0; sample < Format::kCount; ++sample) {
-      int64_t& value = values[sample];
-      value -= (value - beside[sample]) * shareX / kOne;
-      value -= (value - below[sample]) * shareY / kOne;
-    }
-    Format::Store(target, values);
-  }
-}
-
-template <class Format, bool kInside>
-void SampleBilinear(uint8_t* target, const Window& window, const Source& source, Path path, int64_t count) noexcept {
-  for (int64_t i = 0; i < count; ++i, target += Format::kBytes, path.x += path.stepX, path.y += path.stepY) {
-    const int64_t x = path.x >> kOneShift, y = path.y >> kOneShift;  // of the upper left one of four neighbours
-    const int64_t shareX = path.x & (kOne - 1), shareY = path.y & (kOne - 1);
-    int64_t a[Format::kCount], b[Format::kCount], c[Format::kCount], d[Format::kCount];
-    Fetch<Format, kInside>(a, window, source, x, y);
-    Fetch<Format, kInside>(b, window, source, x + 1, y);
-    Fetch<Format, kInside>(c, window, source, x, y + 1);
-    Fetch<Format, kInside>(d, window, source, x + 1, y + 1);
-    for (int sample = 0; sample < Format::kCount; ++sample) {
-      const int64_t upper = a[sample] + (b[sample] - a[sample]) * shareX / kOne;
-      const int64_t lower = c[sample] + (d[sample] - c[sample]) * shareX / kOne;
-      a[sample] = upper + (lower - upper) * shareY / kOne;
-    }
-    Format::Store(target, a);
-  }
-}
-
-using Sampler = void (*)(uint8_t* target, const Window& window, const Source& source, Path path,
-                         int64_t count) noexcept;
-
-/// How pixels are sampled whose neighbours are all inside, and others.
-struct Samplers {
-  Sampler inner;
-  Sampler edge;
-};
-
-template <class Format>
-Samplers SamplersOf(uint32_t quality) noexcept {
-  if (quality & ROTATE_BILINEAR) return {SampleBilinear<Format, true>, SampleBilinear<Format, false>};
-  if (quality & ROTATE_CORRECT) return {SampleCorrected<Format, true>, SampleCorrected<Format, false>};
-  return {SampleNearest<Format::kBytes>, SampleNearest<Format::kBytes>};
-}
-
-Samplers ChooseSamplers(int32_t bits, bool gray, uint32_t quality) noexcept {
+SampleFormat FormatOf(int32_t bits, bool gray) noexcept {
   switch (bits) {
     case 12:
-      return SamplersOf<Samples<uint16_t, 1>>(quality);
+      return SampleFormat::k16;
     case 16:
-      return gray ? SamplersOf<Samples<uint16_t, 1>>(quality) : SamplersOf<Samples555>(quality);
+      return gray ? SampleFormat::k16 : SampleFormat::k555;
     case 24:
-      return SamplersOf<Samples<uint8_t, 3>>(quality);
+      return SampleFormat::k24;
     case 32:
-      return gray ? SamplersOf<Samples<uint32_t, 1>>(quality) : SamplersOf<Samples<uint8_t, 4>>(quality);
+      return gray ? SampleFormat::k32Gray : SampleFormat::k32;
     case 48:
-      return SamplersOf<Samples<uint16_t, 3>>(quality);
+      return SampleFormat::k48;
     case 64:
-      return SamplersOf<Samples<uint16_t, 4>>(quality);
+      return SampleFormat::k64;
     default:
-      return SamplersOf<Samples<uint8_t, 1>>(quality);
+      return SampleFormat::k8;
   }
+}
+
+RotateKernels::Sample SamplerOf(SampleFormat format, uint32_t quality) noexcept {
+  const RotateKernels& kernels = *Kernels().rotate;
+  const auto index = static_cast<size_t>(format);
+  if (quality & ROTATE_BILINEAR) return kernels.bilinear[index];
+  if (quality & ROTATE_CORRECT) return kernels.corrected[index];
+  return kernels.nearest[index];
 }
 
 // ---- Clipping ------------------------------------------------------------------------------------------------------
@@ -198,7 +91,7 @@ Interval Clip(Interval interval, int64_t start, int64_t step, int64_t low, int64
 }
 
 /// Pixels of a row that come from source pixels `margin` away from every edge.
-Interval ClipToSource(Interval interval, const Source& source, const Path& path, int64_t margin) noexcept {
+Interval ClipToSource(Interval interval, const Source& source, const SamplePath& path, int64_t margin) noexcept {
   const auto low = margin * kOne - kHalfBelow;
   interval = Clip(interval, path.x, path.stepX, low, (source.width - margin) * kOne - kHalfBelow - 1);
   return Clip(interval, path.y, path.stepY, low, (source.height - margin) * kOne - kHalfBelow - 1);
@@ -207,6 +100,8 @@ Interval ClipToSource(Interval interval, const Source& source, const Path& path,
 // ---- Rows ----------------------------------------------------------------------------------------------------------
 
 constexpr int64_t kTile = 512;
+constexpr int64_t kBlockColumns = 512;
+constexpr int64_t kBlockRows = 64;
 constexpr int64_t kStripBytes = int64_t{32} << 20;
 
 class SamplingRun {
@@ -225,8 +120,9 @@ class SamplingRun {
         width_(result.Width),
         height_(result.Height),
         extents_{source.Width, source.Height, {}},
-        samplers_(ChooseSamplers(bits_, source.Order == T_ORDER_GRAY, sampling.quality)) {
+        sampler_(SamplerOf(FormatOf(bits_, source.Order == T_ORDER_GRAY), sampling.quality)) {
     std::memcpy(extents_.fill, &sampling.fill, sizeof extents_.fill);
+    for (int64_t i = 0; i < kTile; ++i) std::memcpy(filled_ + i * unit_, extents_.fill, static_cast<size_t>(unit_));
     if (!shares_) block_ = BlockOf(source);
   }
 
@@ -234,8 +130,8 @@ class SamplingRun {
     TARN_TRY(from_.Open());
     TARN_TRY(to_.Open());
     RangeProgress progress(height_, firstPercent, lastPercent);
-    if (block_) return RunWhole(progress);
-    return RunTiles(progress);
+    if (!block_) return RunTiles(progress);
+    return to_.InOneBlock() ? RunBlocks(progress) : RunWhole(progress);
   }
 
  private:
@@ -244,10 +140,31 @@ class SamplingRun {
     const int64_t used = width_ * unit_;
     for (int64_t row = 0; row < height_; ++row) {
       uint8_t* const line = to_.Row(static_cast<int32_t>(row));
-      SampleSpan(line, whole, 0, width_, row);
+      SampleSpan(line, whole, 0, width_, row, SpansOf(row));
       std::memset(line + used, 0, result_.BytesPerLine - static_cast<uint64_t>(used));
       TARN_TRY(to_.Commit());
       TARN_TRY(progress.Step());
+    }
+    return SUCCESS;
+  }
+
+  /// The same in blocks, whose source stays in the caches while they are made.
+  Status RunBlocks(RangeProgress& progress) noexcept {
+    const Window whole{block_, source_.BytesPerLine, 0, 0};
+    const int64_t used = width_ * unit_;
+    for (int64_t top = 0; top < height_; top += kBlockRows) {
+      const int64_t bottom = top + kBlockRows < height_ ? top + kBlockRows : height_;
+      RowSpans spans[kBlockRows];
+      for (int64_t row = top; row < bottom; ++row) spans[row - top] = SpansOf(row);
+      for (int64_t left = 0; left < width_; left += kBlockColumns) {
+        const int64_t right = left + kBlockColumns < width_ ? left + kBlockColumns : width_;
+        for (int64_t row = top; row < bottom; ++row)
+          SampleSpan(to_.Row(static_cast<int32_t>(row)) + left * unit_, whole, left, right, row, spans[row - top]);
+      }
+      for (int64_t row = top; row < bottom; ++row) {
+        std::memset(to_.Row(static_cast<int32_t>(row)) + used, 0, result_.BytesPerLine - static_cast<uint64_t>(used));
+        TARN_TRY(progress.Step());
+      }
     }
     return SUCCESS;
   }
@@ -256,7 +173,7 @@ class SamplingRun {
     int64_t rows = kStripBytes / (width_ * unit_);
     rows = rows < 16 ? 16 : rows > kTile ? kTile : rows;
     // A tile's source is a box around the turned tile: no side of it is longer than 3/2 of the tile's.
-    const int64_t side = kTile * 3 / 2 + 4;
+    const int64_t side = kTile * 3 / 2 + 2 * (kReach + 1);
     windowStride_ = side * unit_;
     window_ = TrackedBuffer<uint8_t>(static_cast<uint64_t>(side * windowStride_), TARN_HERE);
     strip_ =
@@ -264,55 +181,93 @@ class SamplingRun {
     if (!window_ || !strip_) return ERR_NO_MEMORY;
     for (int64_t top = 0; top < height_; top += rows) {
       const int64_t bottom = top + rows < height_ ? top + rows : height_;
+      RowSpans spans[kTile];
+      for (int64_t row = top; row < bottom; ++row) spans[row - top] = SpansOf(row);
       for (int64_t left = 0; left < width_; left += kTile) {
         const int64_t right = left + kTile < width_ ? left + kTile : width_;
         Window window{};
         TARN_TRY(ReadBox(left, top, right, bottom, window));
         for (int64_t row = top; row < bottom; ++row)
-          SampleSpan(strip_.data() + ((row - top) * width_ + left) * unit_, window, left, right, row);
+          SampleSpan(strip_.data() + ((row - top) * width_ + left) * unit_, window, left, right, row, spans[row - top]);
       }
       TARN_TRY(WriteStrip(top, bottom, progress));
     }
     return SUCCESS;
   }
 
-  [[nodiscard]] Path PathAt(int64_t column, int64_t row) const noexcept {
+  [[nodiscard]] SamplePath PathAt(int64_t column, int64_t row) const noexcept {
     return {sampling_.startX + column * sampling_.cosine - row * sampling_.sine,
             sampling_.startY + column * sampling_.sine + row * sampling_.cosine, sampling_.cosine, sampling_.sine};
   }
 
   void Fill(uint8_t* target, int64_t count) const noexcept {
-    for (int64_t i = 0; i < count; ++i, target += unit_) std::memcpy(target, extents_.fill, static_cast<size_t>(unit_));
+    for (int64_t i = 0; i < count; i += kTile)
+      std::memcpy(target + i * unit_, filled_, static_cast<size_t>((count - i < kTile ? count - i : kTile) * unit_));
+  }
+
+  /// Pixels near the edges, through copies of what is around them, the fill colour beyond.
+  void SampleEdge(uint8_t* target, const Window& window, SamplePath path, int64_t count) const noexcept {
+    constexpr int64_t kSide = 2 * kReach + 1;
+    uint8_t around[kSide * kSide * sizeof extents_.fill];
+    const int64_t stride = kSide * unit_;
+    const SamplePath still{0, 0, 0, 0};
+    for (int64_t i = 0; i < count; ++i, target += unit_, path.x += path.stepX, path.y += path.stepY) {
+      const int64_t left = PixelOfPosition(path.x) - kReach, top = PixelOfPosition(path.y) - kReach;
+      for (int64_t y = 0; y < kSide; ++y) {
+        for (int64_t x = 0; x < kSide; ++x) {
+          const int64_t column = left + x, row = top + y;
+          const bool inside = column >= 0 && row >= 0 && column < extents_.width && row < extents_.height;
+          std::memcpy(around + y * stride + x * unit_, inside ? AddressOf(window, column, row) : extents_.fill,
+                      static_cast<size_t>(unit_));
+        }
+      }
+      SamplePath at = still;
+      at.x = path.x - left * kOne;
+      at.y = path.y - top * kOne;
+      sampler_(target, around, stride, at, 1);
+    }
+  }
+
+  [[nodiscard]] const uint8_t* AddressOf(const Window& window, int64_t column, int64_t row) const noexcept {
+    return window.data + (row - window.top) * window.stride + (column - window.left) * unit_;
+  }
+
+  /// Columns of a row of the result that come from the source, and those of them whose surroundings are in it, too.
+  struct RowSpans {
+    Interval inside;
+    Interval inner;
+  };
+  [[nodiscard]] RowSpans SpansOf(int64_t row) const noexcept {
+    const SamplePath path = PathAt(0, row);
+    RowSpans spans{};
+    spans.inside = ClipToSource({0, width_}, extents_, path, 0);
+    spans.inner = ClipToSource(spans.inside, extents_, path, kReach);
+    if (spans.inner.first >= spans.inner.end) spans.inner = {spans.inside.end, spans.inside.end};
+    return spans;
   }
 
   /// Pixels left..right - 1 of a row; target is the place of the first.
-  void SampleSpan(uint8_t* target, const Window& window, int64_t left, int64_t right, int64_t row) const noexcept {
-    const Path path = PathAt(left, row);
-    const Interval all{0, right - left};
-    const Interval inside = ClipToSource(all, extents_, path, 0);
-    const Interval inner = ClipToSource(inside, extents_, path, 1);
-    const auto sample = [&](Sampler sampler, int64_t first, int64_t end) noexcept {
-      if (first >= end) return;
-      const Path at{path.x + first * path.stepX, path.y + first * path.stepY, path.stepX, path.stepY};
-      sampler(target + first * unit_, window, extents_, at, end - first);
-    };
-    Fill(target, inside.first);
-    if (inner.first < inner.end) {
-      sample(samplers_.edge, inside.first, inner.first);
-      sample(samplers_.inner, inner.first, inner.end);
-      sample(samplers_.edge, inner.end, inside.end);
-    } else {
-      sample(samplers_.edge, inside.first, inside.end);
-    }
-    Fill(target + inside.end * unit_, all.end - inside.end);
+  void SampleSpan(uint8_t* target, const Window& window, int64_t left, int64_t right, int64_t row,
+                  const RowSpans& spans) const noexcept {
+    const auto within = [&](int64_t column) noexcept { return column < left ? left : column > right ? right : column; };
+    const Interval inside{within(spans.inside.first), within(spans.inside.end)};
+    const Interval inner{within(spans.inner.first), within(spans.inner.end)};
+    const auto place = [&](int64_t column) noexcept { return target + (column - left) * unit_; };
+    Fill(target, inside.first - left);
+    SampleEdge(place(inside.first), window, PathAt(inside.first, row), inner.first - inside.first);
+    if (inner.first < inner.end)
+      sampler_(place(inner.first), AddressOf(window, 0, 0), window.stride, PathAt(inner.first, row),
+               inner.end - inner.first);
+    SampleEdge(place(inner.end), window, PathAt(inner.end, row), inside.end - inner.end);
+    Fill(place(inside.end), right - inside.end);
   }
 
   /// Source pixels that a tile of the result needs, one byte or more each.
   Status ReadBox(int64_t left, int64_t top, int64_t right, int64_t bottom, Window& window) noexcept {
-    const Path corners[] = {PathAt(left, top), PathAt(right - 1, top), PathAt(left, bottom - 1),
-                            PathAt(right - 1, bottom - 1)};
+    const SamplePath corners[] = {PathAt(left, top), PathAt(right - 1, top), PathAt(left, bottom - 1),
+                                  PathAt(right - 1, bottom - 1)};
     int64_t x0 = corners[0].x, x1 = x0, y0 = corners[0].y, y1 = y0;
-    for (const Path& corner : corners) {
+    for (const SamplePath& corner : corners) {
       x0 = corner.x < x0 ? corner.x : x0;
       x1 = corner.x > x1 ? corner.x : x1;
       y0 = corner.y < y0 ? corner.y : y0;
@@ -320,10 +275,10 @@ class SamplingRun {
     }
     const auto within = [](int64_t value, int64_t end) noexcept { return value < 0 ? 0 : value > end ? end : value; };
     // With the neighbours; packed pixels are read from a byte on.
-    const int64_t firstColumn = within(PixelOfPosition(x0) - 1, extents_.width);
-    const int64_t endColumn = within(PixelOfPosition(x1) + 2, extents_.width);
-    const int64_t firstRow = within(PixelOfPosition(y0) - 1, extents_.height);
-    const int64_t endRow = within(PixelOfPosition(y1) + 2, extents_.height);
+    const int64_t firstColumn = within(PixelOfPosition(x0) - kReach, extents_.width);
+    const int64_t endColumn = within(PixelOfPosition(x1) + 1 + kReach, extents_.width);
+    const int64_t firstRow = within(PixelOfPosition(y0) - kReach, extents_.height);
+    const int64_t endRow = within(PixelOfPosition(y1) + 1 + kReach, extents_.height);
     window = {window_.data(), windowStride_, firstColumn, firstRow};
     if (firstColumn >= endColumn) return SUCCESS;
     const int64_t skipped = shares_ ? firstColumn % 8 : 0;
@@ -383,12 +338,13 @@ class SamplingRun {
   int64_t width_;
   int64_t height_;
   Source extents_;
-  Samplers samplers_;
+  RotateKernels::Sample sampler_;
   const uint8_t* block_ = nullptr;
   int64_t windowStride_ = 0;
   TrackedBuffer<uint8_t> window_;
   TrackedBuffer<uint8_t> strip_;
-  uint8_t unpacked_[kTile * 3 / 2 + 16];
+  uint8_t filled_[kTile * sizeof Source::fill];
+  uint8_t unpacked_[kTile * 3 / 2 + 32];
 };
 
 }  // namespace

@@ -40,7 +40,8 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
                     .dither = &kDitherPortable,
                     .countKeys = CountKeys_Portable,
                     .turn = &kTurnPortable,
-                    .scale = &kScalePortable};
+                    .scale = &kScalePortable,
+                    .rotate = &kRotatePortable};
   if (limit >= Isa::kAvx2) {
     table.compressRuns = CompressRuns_Avx2;  // expanding goes run by run: wider registers do not help it
     table.shiftBits = ShiftBits_Avx2;
@@ -52,6 +53,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.countKeys = CountKeys_Avx2;
     table.turn = &kTurnAvx2;
     table.scale = &kScaleAvx2;
+    table.rotate = &kRotateAvx2;
   }
   if (limit >= Isa::kAvx512) table.pixels = &kPixelsAvx512;
   return table;

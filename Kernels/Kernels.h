@@ -7,6 +7,7 @@
 #include "Kernels/Dither.h"
 #include "Kernels/Histogram.h"
 #include "Kernels/Pixels.h"
+#include "Kernels/Rotate.h"
 #include "Kernels/Scale.h"
 #include "Kernels/Turn.h"
 
@@ -57,6 +58,7 @@ struct KernelTable {
   CountKeys* countKeys;
   const TurnKernels* turn;
   const ScaleKernels* scale;
+  const RotateKernels* rotate;
 };
 
 /// The rule of long runs, for the rare run of more than 65535 pixels: writes the words up to its last piece and moves
