@@ -14,6 +14,9 @@ namespace tarn {
 constexpr int kDitherReach = 4;     // pixels to either side that a kernel reaches, and margin of rows of errors
 constexpr int kDitherGroup = 4;     // lines that Diffuse walks at once at the most
 constexpr int kDitherBlock = 128;   // pixels of a block at the most
+constexpr int kWaveLines = 32;      // lines of a wave at the most
+constexpr int kWaveLag = 8;         // pixels that each line of a wave is behind the one above; also pixels of a walk
+constexpr int kWaveRows = 2;        // lines above that a kernel counts, in a wave
 constexpr uint32_t kUnknown = 255;  // in DitherColors::table: ask `resolve`
 
 /// Weights of errors by where they come from: line above (0: the same line) and pixels to the left (negative: right).
@@ -44,6 +47,12 @@ struct DitherColors {
   void* owner;
   const int16_t (*colors)[4];  // of positions
   const uint8_t* indices;      // of positions
+  bool renamed;                // indices differ from positions: kTable, and up to 16 positions else
+  /// kTable, for waves: keys to blue | green << 8 | red << 16 | index << 24; `unseen` where that is not known yet.
+  /// `see` fills in a key.
+  const uint32_t* words;
+  uint32_t unseen;
+  void (*see)(void* owner, uint32_t key) noexcept;
 };
 
 struct DitherBlock {
@@ -52,6 +61,21 @@ struct DitherBlock {
   int16_t* errors;        // four lanes a pixel; the two pixels to the left are read, count pixels are written
   uint8_t* indices;       // written
   int32_t count;
+};
+
+/// Lines below each other in the lanes of registers: at any step each line is kWaveLag pixels behind the one above it.
+/// What it gets from there is then so old that it comes from memory, shifted by a lane by where it is loaded from.
+struct DitherWave {
+  static constexpr int kSteps = 32;  // remembered; 2 * kWaveLag + 3 are needed
+  static constexpr int kFirst = 16;  // place of the first line; the lines above the wave are at the places before it
+  alignas(64) int16_t errors[kSteps][3][kFirst + kWaveLines + 16];  // of steps modulo kSteps, by channel (gray: one)
+  /// Of each line, at x modulo the size: canonical pixels, or levels, where it has any; and what was found, twice as
+  /// much so that what is found beyond the ends of lines does no harm.
+  alignas(64) uint8_t pixels[kWaveLines][4 * kDitherBlock];
+  alignas(64) uint8_t indices[kWaveLines][2 * kDitherBlock];
+  int64_t step;  // a multiple of kWaveLag
+  int64_t width;
+  int32_t lines;
 };
 
 struct DitherKernels {
@@ -64,6 +88,10 @@ struct DitherKernels {
   /// Gray levels to the ramp of 1 or 2 bits: pixels, sums and errors have one lane. Kernels that are not wide.
   void (*aboveGray)(int16_t* sums, const int16_t* const* rows, int32_t count, const DitherKernel& kernel) noexcept;
   void (*diffuseGray)(const DitherBlock* blocks, int lines, const DitherKernel& kernel, uint32_t bits) noexcept;
+  /// The next kWaveLag steps of a wave: line i is at the pixels step - kWaveLag * i and on. Errors of pixels that a
+  /// line does not have become 0. Not wide; null where single lines are as fast.
+  void (*walk)(DitherWave& wave, const DitherKernel& kernel, const DitherColors& colors) noexcept;
+  void (*walkGray)(DitherWave& wave, const DitherKernel& kernel, uint32_t bits) noexcept;
   /// Without diffusion: adds offsets[x & 7] to all three channels, clamps, finds the index.
   void (*ordered)(uint8_t* indices, const uint8_t* pixels, int64_t count, const int16_t* offsets,
                   const DitherColors& colors) noexcept;
@@ -73,6 +101,9 @@ struct DitherKernels {
   void (*thresholds)(uint8_t* indices, const uint8_t* pixels, int64_t count, const uint8_t* limits,
                      const uint8_t* map) noexcept;
 };
+
+void WalkWave_Avx2(DitherWave& wave, const DitherKernel& kernel, const DitherColors& colors) noexcept;
+void WalkGrayWave_Avx2(DitherWave& wave, const DitherKernel& kernel, uint32_t bits) noexcept;
 
 extern const DitherKernels kDitherPortable;
 extern const DitherKernels kDitherAvx2;

@@ -575,6 +575,8 @@ constinit const DitherKernels kDitherAvx2 = {.above = Above,
                                              .diffuse = Diffuse,
                                              .aboveGray = AboveGray,
                                              .diffuseGray = DiffuseGray,
+                                             .walk = WalkWave_Avx2,
+                                             .walkGray = WalkGrayWave_Avx2,
                                              .ordered = Ordered,
                                              .threshold = Threshold,
                                              .thresholds = Thresholds};

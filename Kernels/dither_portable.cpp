@@ -132,6 +132,8 @@ constinit const DitherKernels kDitherPortable = {.above = Above,
                                                  .diffuse = Diffuse,
                                                  .aboveGray = AboveGray,
                                                  .diffuseGray = DiffuseGray,
+                                                 .walk = nullptr,
+                                                 .walkGray = nullptr,
                                                  .ordered = Ordered,
                                                  .threshold = Threshold,
                                                  .thresholds = Thresholds};

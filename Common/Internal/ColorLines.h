@@ -19,6 +19,8 @@ class ColorLines {
   Status Open(const BitmapHandle& bitmap) noexcept;
   /// Every pixel has equal channels.
   [[nodiscard]] bool IsGray() const noexcept { return gray_; }
+  /// Bytes of a line up to a pixel, which is begun.
+  [[nodiscard]] int64_t BytesTo(int64_t pixel) const noexcept { return (pixel * bits_ + 7) / 8; }
   /// `count` pixels from pixel `first` (a multiple of 8) of a line, as B, G, R, 0.
   void Colors(uint8_t* target, const uint8_t* line, int64_t first, int64_t count) const noexcept;
   /// The same as one level a pixel; only when IsGray.

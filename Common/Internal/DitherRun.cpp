@@ -158,6 +158,7 @@ void DitherRun::UseFixed(uint32_t mode) noexcept {
     indices_[key] = static_cast<uint8_t>(index);
   }
   colors_.rule = mode == kTwo ? DitherColors::kGray1 : mode == kFour ? DitherColors::kGray2 : DitherColors::kSteps;
+  colors_.renamed = mode == kSixteen;
   if (mode > kFour) std::memcpy(colors_.channels, kSteps[mode - kFour - 1], sizeof colors_.channels);
 }
 
@@ -189,6 +190,7 @@ Status DitherRun::UseCache(const T_PaletteEntry* palette, const DitherTarget& ta
   colors_.rule = DitherColors::kTable;
   colors_.mask = kKeyMask;
   colors_.unknown = kUnknown;
+  colors_.renamed = true;
   return SUCCESS;
 }
 
@@ -272,6 +274,7 @@ Status DitherRun::Open(const BitmapHandle& source, uint32_t method, const Dither
   TARN_TRY(ChooseColors(target));
   if (method >= 1 && method < kOrdered) kernel_ = Receiving(kPublished[method]);
   gray_ = source_.IsGray() && (mode_ == kTwo || mode_ == kFour) && !kernel_.wide;
+  grayBits_ = mode_ == kTwo ? 1 : 2;
   if (kernel_.rows) TARN_TRY(MakeRows(kernel_.rows + 1));
   // Nothing can fail from here: a lent table is changed by runs that start only.
   for (uint32_t i = 0; table_ && i < usableCount_; ++i) {
@@ -293,7 +296,8 @@ Status DitherRun::MakeRows(int rows) noexcept {
 
 Status DitherRun::OpenGroups() noexcept {
   if (kernel_.rows == 0 || lineNumber_ != 0) return SUCCESS;
-  return MakeRows(kernel_.rows + kDitherGroup);
+  TARN_TRY(MakeRows(kernel_.rows + kDitherGroup));
+  return OpenWave();
 }
 
 /// The row of errors of a line, its first pixel.
@@ -381,7 +385,7 @@ void DitherRun::PrepareBlock(DitherBlock& block, const uint8_t* line, uint32_t n
 
 void DitherRun::Diffuse(const DitherBlock* blocks, int count) noexcept {
   if (gray_) {
-    kernels_->dither->diffuseGray(blocks, count, kernel_, mode_ == kTwo ? 1 : 2);
+    kernels_->dither->diffuseGray(blocks, count, kernel_, grayBits_);
   } else {
     kernels_->dither->diffuse(blocks, count, kernel_, colors_);
   }
@@ -393,7 +397,13 @@ void DitherRun::Lines(uint8_t* const* indices, const uint8_t* const* lines, int 
   if (kernel_.rows == 0) {
     for (int line = 0; line < count; ++line) PlainLine(indices[line], lines[line]);
   } else if (rows_ >= kernel_.rows + kDitherGroup) {
-    DiffuseLines(indices, lines, count);
+    while (const int together = WaveOf(count)) {
+      WaveLines(indices, lines, together);
+      indices += together;
+      lines += together;
+      count -= together;
+    }
+    if (count > 0) DiffuseLines(indices, lines, count);
   } else {  // no room for lines beside each other
     for (int line = 0; line < count; ++line) DiffuseLines(indices + line, lines + line, 1);
   }

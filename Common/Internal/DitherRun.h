@@ -63,6 +63,14 @@ class DitherRun {
   void PrepareBlock(DitherBlock& block, const uint8_t* line, uint32_t number, int64_t first) noexcept;
   void DiffuseLines(uint8_t* const* indices, const uint8_t* const* lines, int count) noexcept;
   void Diffuse(const DitherBlock* blocks, int count) noexcept;
+  Status OpenWave() noexcept;
+  [[nodiscard]] uint32_t WordOf(uint32_t position) const noexcept;
+  static void See(void* owner, uint32_t key) noexcept;
+  [[nodiscard]] int WaveOf(int lines) const noexcept;
+  void FillAbove(int64_t step, int64_t count) noexcept;
+  void TakeBelow() noexcept;
+  void TurnBlock(uint8_t* indices, const uint8_t* line, int number, int64_t first) noexcept;
+  void WaveLines(uint8_t* const* indices, const uint8_t* const* lines, int count) noexcept;
 
   void* raw_ = nullptr;  // the block this object lies in
   ColorLines source_;
@@ -71,7 +79,8 @@ class DitherRun {
   uint32_t method_ = 0;
   uint32_t bits_ = 0;
   uint32_t mode_ = 0;
-  bool gray_ = false;  // one channel is enough
+  bool gray_ = false;      // one channel is enough
+  uint32_t grayBits_ = 0;  // of the ramp that the target is then
   const KernelTable* kernels_ = nullptr;
   DitherKernel kernel_{};
   DitherColors colors_{};
@@ -86,6 +95,9 @@ class DitherRun {
   TrackedBuffer<int16_t> errors_;
   int rows_ = 0;        // of errors_
   int64_t stride_ = 0;  // lanes of a row of errors_
+  TrackedBuffer<uint8_t> room_;
+  DitherWave* wave_ = nullptr;  // in room_; null: no waves
+  TrackedBuffer<uint32_t> words_;
 };
 
 }  // namespace tarn
