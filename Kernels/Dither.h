@@ -30,6 +30,15 @@ struct DitherKernel {
   bool wide;
 };
 
+/// One channel by itself: what becomes of a value.
+struct DitherStep {
+  int16_t carried;  // error * left[0]
+  int16_t error;
+  uint16_t share;  // of the position
+  uint16_t unused;
+};
+constexpr int kStepValues = 768;  // up to 256 below black, up to 256 above white
+
 /// From a clamped colour to a target entry.
 struct DitherColors {
   /// kTable: the key's entry. kSteps: each channel by itself, step = level * scale >> 16, chosen component
@@ -38,16 +47,17 @@ struct DitherColors {
   struct Channel {
     uint16_t scale, rise, weight;
   };
-  Channel channels[3];   // kSteps: of blue, green, red
-  uint32_t mask;         // kTable: bits of the word B | G << 8 | R << 16 that make the key, lowest first
-  const uint8_t* table;  // key to position
-  uint32_t unknown;      // kUnknown, or a value that no position has
+  Channel channels[3];         // kSteps: of blue, green, red
+  const DitherStep* steps[3];  // kSteps, for a kernel that is not wide: of values from -256 on
+  uint32_t mask;               // kTable: bits of the word B | G << 8 | R << 16 that make the key, lowest first
+  const uint8_t* table;        // key to position
+  uint32_t unknown;            // kUnknown, or a value that no position has
   /// Position for a key whose table entry is kUnknown.
   uint32_t (*resolve)(void* owner, uint32_t key) noexcept;
   void* owner;
   const int16_t (*colors)[4];  // of positions
   const uint8_t* indices;      // of positions
-  bool renamed;                // indices differ from positions: kTable, and up to 16 positions else
+  bool renamed;                // indices differ from positions (but that of 0); not kTable: of 16 positions at most
   /// kTable, for waves: keys to blue | green << 8 | red << 16 | index << 24; `unseen` where that is not known yet.
   /// `see` fills in a key.
   const uint32_t* words;

@@ -206,6 +206,56 @@ void DiffuseLines(const DitherBlock* const* blocks, const int32_t* start, int32_
   }
 }
 
+/// trunc(sum / divisor): the multiplier is a little more than 2^24 / divisor, so that a negative quotient is always
+/// rounded down by some and adding the sign mends it.
+int32_t Divided(int32_t sum, int64_t multiplier) noexcept {
+  return static_cast<int32_t>(sum * multiplier >> 24) + static_cast<int32_t>(static_cast<uint32_t>(sum) >> 31);
+}
+
+/// level + trunc(sum / divisor), from -256 on. The chain from pixel to pixel is the shorter for each thing that is
+/// added beside it.
+template <bool kPower>
+uint32_t ValueOf(int32_t level, int32_t sum, int32_t power, int64_t multiplier) noexcept {
+  if constexpr (!kPower) return static_cast<uint32_t>(256 + level + Divided(sum, multiplier));
+  const auto mend = static_cast<int32_t>(static_cast<uint32_t>(sum) >> (32 - power));  // divisor - 1 when negative
+  return static_cast<uint32_t>((((256 + level) << power) + sum + mend) >> power);
+}
+
+/// One line, whose channels do not ask for each other: all that becomes of a value is one entry of a table.
+template <bool kPower>
+void DiffuseSteps(const DitherBlock& block, int32_t start, int32_t count, const DitherKernel& kernel,
+                  const DitherColors& colors) noexcept {
+  const int32_t power = kernel.divisor == 16 ? 4 : 5;
+  const int64_t multiplier = (1 << 24) / kernel.divisor + 1;
+  const int32_t left2 = kernel.left[1];
+  const uint8_t* const pixels = block.pixels + 4 * start;
+  const auto* const sums = static_cast<const int16_t*>(block.sums) + 4 * start;
+  int16_t* const errors = block.errors + 4 * start;
+  uint8_t* const indices = block.indices + start;
+  int32_t carried[3], error1[3], error2[3];
+  for (int c = 0; c < 3; ++c) {
+    error1[c] = errors[c - 4];
+    error2[c] = errors[c - 8];
+    carried[c] = kernel.left[0] * error1[c];
+  }
+  const DitherStep* const steps[3] = {colors.steps[0], colors.steps[1], colors.steps[2]};
+  const uint8_t* const names = colors.indices;
+  for (int64_t x = 0; x < count; ++x) {
+    uint32_t position = 0;
+#pragma GCC unroll 3
+    for (int c = 0; c < 3; ++c) {
+      const int32_t sum = sums[4 * x + c] + left2 * error2[c] + carried[c];
+      const DitherStep& step = steps[c][ValueOf<kPower>(pixels[4 * x + c], sum, power, multiplier)];
+      carried[c] = step.carried;
+      error2[c] = error1[c];
+      error1[c] = step.error;
+      errors[4 * x + c] = step.error;
+      position += step.share;
+    }
+    indices[x] = names[position];
+  }
+}
+
 // ---- Four lines in one register ----
 
 struct FourConstants {
@@ -353,6 +403,8 @@ void DiffuseBy(const DitherBlock* blocks, int lines, const DitherKernel& kernel,
            [&](int together, const DitherBlock* const* open, const int32_t* start, int32_t count) noexcept {
              switch (together) {
                case 1:
+                 if constexpr (kRule == DitherColors::kSteps && kDivision != Division::kWide)
+                   return DiffuseSteps<kDivision == Division::kPower>(*open[0], start[0], count, kernel, colors);
                  return DiffuseLines<1, kDivision, kRule>(open, start, count, c, colors);
                case 2:
                  return DiffuseLines<2, kDivision, kRule>(open, start, count, c, colors);
@@ -390,41 +442,36 @@ void Diffuse(const DitherBlock* blocks, int lines, const DitherKernel& kernel, c
 
 // ---- Gray ----
 
-/// Index and error of a level that is up to 255 below black or above white, 768 of them. The error is in the high half.
+/// Steps of the ramps; the share is the index. Carried is what Floyd and Steinberg carry.
 struct GrayTable {
-  int32_t entries[2][768];
+  DitherStep steps[2][kStepValues];
 };
 constexpr GrayTable MakeGrayTable() noexcept {
   GrayTable table{};
   for (int bits = 1; bits <= 2; ++bits) {
-    for (int i = 0; i < 768; ++i) {
+    for (int i = 0; i < kStepValues; ++i) {
       const int level = i < 256 ? 0 : i > 511 ? 255 : i - 256;
       const int index = level >> (8 - bits);
-      table.entries[bits - 1][i] = (level - index * (bits == 1 ? 255 : 85)) * 65536 + index;
+      const int error = level - index * (bits == 1 ? 255 : 85);
+      table.steps[bits - 1][i] = {static_cast<int16_t>(7 * error), static_cast<int16_t>(error),
+                                  static_cast<uint16_t>(index), 0};
     }
   }
   return table;
 }
 constexpr GrayTable kGrayTable = MakeGrayTable();
 
-/// trunc(sum / divisor): the multiplier is a little more than 2^24 / divisor, so that a negative quotient is always
-/// rounded down by some and adding the sign mends it.
-int32_t Divided(int32_t sum, int64_t multiplier) noexcept {
-  return static_cast<int32_t>(sum * multiplier >> 24) + static_cast<int32_t>(static_cast<uint32_t>(sum) >> 31);
-}
-
-template <int kLines, bool kPower>
+template <int kLines, bool kPower, bool kCarried>
 void DiffuseGrayLines(const DitherBlock* const* blocks, const int32_t* start, int32_t count, const DitherKernel& kernel,
-                      const int32_t* table) noexcept {
+                      const DitherStep* steps) noexcept {
   const int32_t left1 = kernel.left[0], left2 = kernel.left[1];
   const int64_t multiplier = (1 << 24) / kernel.divisor + 1;
   const int32_t power = kernel.divisor == 16 ? 4 : 5;
-  const int32_t fill = kernel.divisor - 1;
   const uint8_t* pixels[kLines];
   const int16_t* sums[kLines];
   int16_t* errors[kLines];
   uint8_t* indices[kLines];
-  int32_t error1[kLines], error2[kLines];
+  int32_t error1[kLines], error2[kLines], carried[kLines];
   for (int line = 0; line < kLines; ++line) {
     const DitherBlock& block = *blocks[line];
     const int32_t first = start[line];
@@ -434,42 +481,45 @@ void DiffuseGrayLines(const DitherBlock* const* blocks, const int32_t* start, in
     indices[line] = block.indices + first;
     error1[line] = errors[line][-1];
     error2[line] = errors[line][-2];
+    carried[line] = left1 * error1[line];
   }
   for (int32_t x = 0; x < count; ++x) {
 #pragma GCC unroll 4
     for (int line = 0; line < kLines; ++line) {
-      const int32_t sum = sums[line][x] + left2 * error2[line] + left1 * error1[line];
-      const int32_t quotient = kPower ? (sum + (sum >> 31 & fill)) >> power : Divided(sum, multiplier);
-      const int32_t entry = table[256 + pixels[line][x] + quotient];
+      const int32_t before = kCarried ? sums[line][x] : sums[line][x] + left2 * error2[line];
+      const int32_t sum = before + carried[line];
+      const DitherStep& step = steps[ValueOf<kPower>(pixels[line][x], sum, power, multiplier)];
+      carried[line] = kCarried ? step.carried : left1 * step.error;
       error2[line] = error1[line];
-      error1[line] = entry >> 16;
-      errors[line][x] = static_cast<int16_t>(error1[line]);
-      indices[line][x] = static_cast<uint8_t>(entry);
+      error1[line] = step.error;
+      errors[line][x] = step.error;
+      indices[line][x] = static_cast<uint8_t>(step.share);
     }
   }
 }
 
-template <bool kPower>
-void DiffuseGrayBy(const DitherBlock* blocks, int lines, const DitherKernel& kernel, const int32_t* table) noexcept {
+template <bool kPower, bool kCarried>
+void DiffuseGrayBy(const DitherBlock* blocks, int lines, const DitherKernel& kernel, const DitherStep* steps) noexcept {
   Together(blocks, lines,
            [&](int together, const DitherBlock* const* open, const int32_t* start, int32_t count) noexcept {
              switch (together) {
                case 1:
-                 return DiffuseGrayLines<1, kPower>(open, start, count, kernel, table);
+                 return DiffuseGrayLines<1, kPower, kCarried>(open, start, count, kernel, steps);
                case 2:
-                 return DiffuseGrayLines<2, kPower>(open, start, count, kernel, table);
+                 return DiffuseGrayLines<2, kPower, kCarried>(open, start, count, kernel, steps);
                case 3:
-                 return DiffuseGrayLines<3, kPower>(open, start, count, kernel, table);
+                 return DiffuseGrayLines<3, kPower, kCarried>(open, start, count, kernel, steps);
                default:
-                 return DiffuseGrayLines<4, kPower>(open, start, count, kernel, table);
+                 return DiffuseGrayLines<4, kPower, kCarried>(open, start, count, kernel, steps);
              }
            });
 }
 
 void DiffuseGray(const DitherBlock* blocks, int lines, const DitherKernel& kernel, uint32_t bits) noexcept {
-  const int32_t* const table = kGrayTable.entries[bits - 1];
-  if (kernel.divisor == 16 || kernel.divisor == 32) return DiffuseGrayBy<true>(blocks, lines, kernel, table);
-  return DiffuseGrayBy<false>(blocks, lines, kernel, table);
+  const DitherStep* const steps = kGrayTable.steps[bits - 1];
+  if (kernel.divisor == 16) return DiffuseGrayBy<true, true>(blocks, lines, kernel, steps);
+  if (kernel.divisor == 32) return DiffuseGrayBy<true, false>(blocks, lines, kernel, steps);
+  return DiffuseGrayBy<false, false>(blocks, lines, kernel, steps);
 }
 
 // ---- Without diffusion ----
@@ -481,41 +531,63 @@ V Lanes(const uint8_t* bytes) noexcept {
   return _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(LoadLow(bytes)), spread);
 }
 
+/// Keys of eight colours in words of 32 bits.
+V Keys(V colors) noexcept {
+  const V top = _mm256_and_si256(_mm256_srli_epi32(colors, 3), _mm256_set1_epi32(0x1F1F1F));
+  const V pairs = _mm256_maddubs_epi16(top, _mm256_set1_epi32(0x00402001));  // blue + 32 green; 64 red
+  return _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00100001));
+}
+
+/// First all that is known is looked up without a question, then what was not known is asked for.
+void OrderedByTable(uint8_t* indices, const uint8_t* pixels, int64_t count, V up, V down,
+                    const DitherColors& colors) noexcept {
+  const auto moved = [=](int64_t x) { return _mm256_subs_epu8(_mm256_adds_epu8(Load(pixels + 4 * x), up), down); };
+  const uint8_t* const table = colors.table;
+  for (int64_t x = 0; x < count; x += 8) {
+    alignas(32) uint32_t keys[8];
+    _mm256_store_si256(reinterpret_cast<V*>(keys), Keys(moved(x)));
+    for (int i = 0; i < 8; ++i) indices[x + i] = table[keys[i]];
+  }
+  for (int64_t x = 0; x < count; x += 8) {
+    uint64_t eight;
+    __builtin_memcpy(&eight, indices + x, 8);
+    const H unknown = _mm_cmpeq_epi8(_mm_cvtsi64_si128(static_cast<int64_t>(eight)), _mm_set1_epi8(-1));
+    const auto which = static_cast<uint32_t>(_mm_movemask_epi8(unknown)) & 255;
+    if (which == 0) [[likely]]
+      continue;
+    alignas(32) uint32_t keys[8];
+    _mm256_store_si256(reinterpret_cast<V*>(keys), Keys(moved(x)));
+    for (int i = 0; i < 8; ++i) {
+      if (which >> i & 1) indices[x + i] = static_cast<uint8_t>(colors.resolve(colors.owner, keys[i]));
+    }
+  }
+  if (!colors.renamed) return;
+  for (int64_t x = 0; x < count; ++x) indices[x] = colors.indices[indices[x]];
+}
+
 template <DitherColors::Rule kRule>
 void OrderedBy(uint8_t* indices, const uint8_t* pixels, int64_t count, V up, V down,
                const DitherColors& colors) noexcept {
   for (int64_t x = 0; x < count; x += 8, pixels += 32) {
     const V moved = _mm256_subs_epu8(_mm256_adds_epu8(Load(pixels), up), down);
-    alignas(32) uint32_t words[8];
-    if constexpr (kRule == DitherColors::kTable) {
-      _mm256_store_si256(reinterpret_cast<V*>(words), moved);
-      for (int i = 0; i < 8; ++i) {
-        const uint32_t key = _pext_u32(words[i], colors.mask);
-        uint32_t position = colors.table[key];
-        if (position == colors.unknown) [[unlikely]]
-          position = colors.resolve(colors.owner, key);
-        indices[x + i] = colors.indices[position];
-      }
-    } else {
-      const V zero = _mm256_setzero_si256();
-      V low = _mm256_unpacklo_epi8(moved, zero), high = _mm256_unpackhi_epi8(moved, zero);
-      V weights = _mm256_set1_epi64x(0x0000000200050001);
-      if constexpr (kRule == DitherColors::kSteps) {
-        const V scale = _mm256_broadcastq_epi64(Channels(&DitherColors::Channel::scale, colors));
-        low = _mm256_mulhi_epu16(low, scale);
-        high = _mm256_mulhi_epu16(high, scale);
-        weights = _mm256_broadcastq_epi64(Channels(&DitherColors::Channel::weight, colors));
-      }
-      V sums = _mm256_hadd_epi32(_mm256_madd_epi16(low, weights), _mm256_madd_epi16(high, weights));
-      if constexpr (kRule != DitherColors::kSteps)
-        sums = _mm256_srli_epi32(_mm256_add_epi32(sums, _mm256_set1_epi32(4)), kRule == DitherColors::kGray1 ? 10 : 9);
-      const V bytes = _mm256_packus_epi16(_mm256_packus_epi32(sums, sums), sums);
-      const auto first = static_cast<uint32_t>(_mm256_extract_epi32(bytes, 0));
-      const auto second = static_cast<uint32_t>(_mm256_extract_epi32(bytes, 4));
-      for (int i = 0; i < 4; ++i) {
-        indices[x + i] = colors.indices[first >> 8 * i & 255];
-        indices[x + 4 + i] = colors.indices[second >> 8 * i & 255];
-      }
+    const V zero = _mm256_setzero_si256();
+    V low = _mm256_unpacklo_epi8(moved, zero), high = _mm256_unpackhi_epi8(moved, zero);
+    V weights = _mm256_set1_epi64x(0x0000000200050001);
+    if constexpr (kRule == DitherColors::kSteps) {
+      const V scale = _mm256_broadcastq_epi64(Channels(&DitherColors::Channel::scale, colors));
+      low = _mm256_mulhi_epu16(low, scale);
+      high = _mm256_mulhi_epu16(high, scale);
+      weights = _mm256_broadcastq_epi64(Channels(&DitherColors::Channel::weight, colors));
+    }
+    V sums = _mm256_hadd_epi32(_mm256_madd_epi16(low, weights), _mm256_madd_epi16(high, weights));
+    if constexpr (kRule != DitherColors::kSteps)
+      sums = _mm256_srli_epi32(_mm256_add_epi32(sums, _mm256_set1_epi32(4)), kRule == DitherColors::kGray1 ? 10 : 9);
+    const V bytes = _mm256_packus_epi16(_mm256_packus_epi32(sums, sums), sums);
+    const auto first = static_cast<uint32_t>(_mm256_extract_epi32(bytes, 0));
+    const auto second = static_cast<uint32_t>(_mm256_extract_epi32(bytes, 4));
+    for (int i = 0; i < 4; ++i) {
+      indices[x + i] = colors.indices[first >> 8 * i & 255];
+      indices[x + 4 + i] = colors.indices[second >> 8 * i & 255];
     }
   }
 }
@@ -531,7 +603,7 @@ void Ordered(uint8_t* indices, const uint8_t* pixels, int64_t count, const int16
   const int64_t whole = count & ~int64_t{7};
   switch (colors.rule) {
     case DitherColors::kTable:
-      OrderedBy<DitherColors::kTable>(indices, pixels, whole, up, down, colors);
+      OrderedByTable(indices, pixels, whole, up, down, colors);
       break;
     case DitherColors::kGray1:
       OrderedBy<DitherColors::kGray1>(indices, pixels, whole, up, down, colors);

@@ -162,6 +162,23 @@ void DitherRun::UseFixed(uint32_t mode) noexcept {
   if (mode > kFour) std::memcpy(colors_.channels, kSteps[mode - kFour - 1], sizeof colors_.channels);
 }
 
+/// What becomes of every value of each channel; the places of the match table are free in the fixed modes.
+void DitherRun::MakeSteps() noexcept {
+  static_assert(sizeof cache_ >= 3 * kStepValues * sizeof(DitherStep));
+  auto* step = reinterpret_cast<DitherStep*>(cache_);
+  for (int c = 0; c < 3; ++c) {
+    const DitherColors::Channel& channel = colors_.channels[c];
+    colors_.steps[c] = step;
+    for (int32_t value = -256; value < kStepValues - 256; ++value) {
+      const int32_t level = value < 0 ? 0 : value > 255 ? 255 : value;
+      const int32_t at = level * channel.scale >> 16;
+      const int32_t error = level - ((at * channel.rise + 1) >> 2);
+      *step++ = {static_cast<int16_t>(error * kernel_.left[0]), static_cast<int16_t>(error),
+                 static_cast<uint16_t>(at * channel.weight), 0};
+    }
+  }
+}
+
 Status DitherRun::UseCache(const T_PaletteEntry* palette, const DitherTarget& target) noexcept {
   mode_ = target.matchTable ? kLentTable : kOwnTable;
   constexpr uint8_t kNotUsable = 3;
@@ -190,7 +207,8 @@ Status DitherRun::UseCache(const T_PaletteEntry* palette, const DitherTarget& ta
   colors_.rule = DitherColors::kTable;
   colors_.mask = kKeyMask;
   colors_.unknown = kUnknown;
-  colors_.renamed = true;
+  colors_.renamed = false;
+  for (uint32_t i = 0; i < usableCount_; ++i) colors_.renamed |= indices_[i] != i;
   return SUCCESS;
 }
 
@@ -273,6 +291,7 @@ Status DitherRun::Open(const BitmapHandle& source, uint32_t method, const Dither
   colors_.indices = indices_;
   TARN_TRY(ChooseColors(target));
   if (method >= 1 && method < kOrdered) kernel_ = Receiving(kPublished[method]);
+  if (colors_.rule == DitherColors::kSteps && kernel_.rows && !kernel_.wide) MakeSteps();
   gray_ = source_.IsGray() && (mode_ == kTwo || mode_ == kFour) && !kernel_.wide;
   grayBits_ = mode_ == kTwo ? 1 : 2;
   if (kernel_.rows) TARN_TRY(MakeRows(kernel_.rows + 1));

@@ -53,6 +53,7 @@ class DitherRun {
   Status Open(const BitmapHandle& source, uint32_t method, const DitherTarget& target) noexcept;
   Status ChooseColors(const DitherTarget& target) noexcept;
   void UseFixed(uint32_t mode) noexcept;
+  void MakeSteps() noexcept;
   Status UseCache(const T_PaletteEntry* palette, const DitherTarget& target) noexcept;
   void ReleaseTable() noexcept;
   static uint32_t Resolve(void* owner, uint32_t key) noexcept;
@@ -90,7 +91,7 @@ class DitherRun {
   uint32_t usableCount_ = 0;
   uint32_t* table_ = nullptr;  // kMatchKeys entries of position + 1, 0 not known; modes 0 and 1
   bool ownsTable_ = false;
-  uint8_t cache_[kMatchKeys];  // the table in bytes, or the few keys of a fixed mode
+  alignas(64) uint8_t cache_[kMatchKeys];  // the table in bytes, or the steps of a fixed mode
   alignas(NearestSearch) uint8_t search_[sizeof(NearestSearch)];
   TrackedBuffer<int16_t> errors_;
   int rows_ = 0;        // of errors_
