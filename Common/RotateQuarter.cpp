@@ -14,6 +14,7 @@ namespace tarn {
 namespace {
 
 constexpr int64_t kBand = 64;  // source rows that are turned together: a cache line of bytes in each row of the result
+constexpr int64_t kColumns = 256;  // of a source in memory, at a time: rows of the result, and their pages, to write to
 
 /// Pixels with a starting byte of their own, whose rows may also go upwards.
 struct Plane {
@@ -106,7 +107,8 @@ class Transposing {
         bits_(source.BitsPerPixel),
         targetBlock_(BlockOf(target)),
         sourceBlock_(BlockOf(source)),
-        columns_(targetBlock_ && sourceBlock_ ? width_ : StripColumns(target, width_, bits_)) {}
+        columns_(targetBlock_ && sourceBlock_ ? (width_ < kColumns ? width_ : kColumns)
+                                              : StripColumns(target, width_, bits_)) {}
 
   Status Run(int32_t firstPercent, int32_t lastPercent) noexcept {
     TARN_TRY(Open());
@@ -250,9 +252,13 @@ int32_t T_RotateBuffer90(void* target, uint32_t targetStride, const void* source
   const uint8_t* const from = static_cast<const uint8_t*>(source) + (right ? (int64_t{height} - 1) * sourceStride : 0);
   const int64_t toStride = right ? int64_t{targetStride} : -int64_t{targetStride};
   const int64_t fromStride = right ? -int64_t{sourceStride} : int64_t{sourceStride};
-  for (int64_t top = 0; top < height; top += kBand) {
-    const int64_t lines = height - top < kBand ? height - top : kBand;
-    TransposeBlock({to + top * bits / 8, toStride}, {from + top * fromStride, fromStride}, width, lines, bits);
+  for (int64_t left = 0; left < width; left += kColumns) {
+    const int64_t pixels = width - left < kColumns ? width - left : kColumns;
+    for (int64_t top = 0; top < height; top += kBand) {
+      const int64_t lines = height - top < kBand ? height - top : kBand;
+      TransposeBlock({to + left * toStride + top * bits / 8, toStride},
+                     {from + top * fromStride + left * bits / 8, fromStride}, pixels, lines, bits);
+    }
   }
   return SUCCESS;
 }

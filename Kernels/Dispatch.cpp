@@ -55,7 +55,10 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.scale = &kScaleAvx2;
     table.rotate = &kRotateAvx2;
   }
-  if (limit >= Isa::kAvx512) table.pixels = &kPixelsAvx512;
+  if (limit >= Isa::kAvx512) {
+    table.pixels = &kPixelsAvx512;
+    table.turn = &kTurnAvx512;
+  }
   return table;
 }
 constexpr KernelTable kTables[] = {MakeTable(Isa::kPortable), MakeTable(Isa::kAvx2), MakeTable(Isa::kAvx512)};

@@ -30,5 +30,6 @@ struct TurnKernels {
 
 extern const TurnKernels kTurnPortable;
 extern const TurnKernels kTurnAvx2;
+extern const TurnKernels kTurnAvx512;
 
 }  // namespace tarn

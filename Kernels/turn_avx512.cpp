@@ -1,0 +1,372 @@
+// Pixels exchanged, mirrored and transposed, 64 bytes at a time. Lines of the target of a transposition are written a
+// whole cache line at once; edges go through the version for AVX2.
+
+#include <immintrin.h>
+
+#include <cstdint>
+
+#include "Kernels/Turn.h"
+
+namespace tarn {
+namespace {
+
+using V = __m512i;
+
+V Load(const uint8_t* at) noexcept { return _mm512_loadu_si512(at); }
+void Store(uint8_t* at, V value) noexcept { _mm512_storeu_si512(at, value); }
+
+/// Indices for a permutation of bytes of one vector or two.
+struct Order {
+  alignas(64) uint8_t at[64];
+  [[nodiscard]] V Get() const noexcept { return _mm512_load_si512(at); }
+};
+
+void Exchange(uint8_t* a, uint8_t* b, uint64_t bytes) noexcept {
+  uint64_t at = 0;
+  for (; at + 128 <= bytes; at += 128) {
+    const V a0 = Load(a + at), a1 = Load(a + at + 64);
+    const V b0 = Load(b + at), b1 = Load(b + at + 64);
+    Store(b + at, a0);
+    Store(b + at + 64, a1);
+    Store(a + at, b0);
+    Store(a + at + 64, b1);
+  }
+  kTurnAvx2.exchange(a + at, b + at, bytes - at);
+}
+
+// ---- Mirrored ------------------------------------------------------------------------------------------------------
+
+using Mirroring = void (*)(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept;
+
+template <int kBytes>
+constexpr Order MakeReversal() noexcept {
+  Order order{};
+  for (int i = 0; i < 64; ++i) order.at[i] = static_cast<uint8_t>(64 - kBytes - i / kBytes * kBytes + i % kBytes);
+  return order;
+}
+
+/// From both ends, so that target may be source.
+template <int kBytes>
+void Mirror(uint8_t* target, const uint8_t* source, int64_t pixels, Mirroring middle) noexcept {
+  static constexpr Order kReversal = MakeReversal<kBytes>();
+  const V order = kReversal.Get();
+  int64_t left = 0, right = pixels * kBytes;
+  for (; right - left >= 128; left += 64, right -= 64) {
+    const V a = Load(source + left), b = Load(source + right - 64);
+    Store(target + right - 64, _mm512_permutexvar_epi8(order, a));
+    Store(target + left, _mm512_permutexvar_epi8(order, b));
+  }
+  middle(target + left, source + left, (right - left) / kBytes);
+}
+
+void Mirror8(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
+  Mirror<1>(target, source, pixels, kTurnAvx2.mirror8);
+}
+void Mirror16(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
+  Mirror<2>(target, source, pixels, kTurnAvx2.mirror16);
+}
+void Mirror32(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
+  Mirror<4>(target, source, pixels, kTurnAvx2.mirror32);
+}
+void Mirror64(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
+  Mirror<8>(target, source, pixels, kTurnAvx2.mirror64);
+}
+
+/// 192 bytes of pixels of 3 or 6 bytes: each third of the result comes from two thirds of the source, the middle one
+/// from all of them.
+struct Reversal192 {
+  Order first;   // of the last two thirds
+  Order middle;  // of the first two
+  Order last;    // of the first two
+  uint64_t fromLast;
+  Order middleLast;  // of the last third alone, where fromLast says so
+};
+
+template <int kBytes>
+constexpr Reversal192 MakeReversal192() noexcept {
+  Reversal192 made{};
+  for (int to = 0; to < 192; ++to) {
+    const int from = 192 - kBytes - to / kBytes * kBytes + to % kBytes;
+    const int i = to % 64;
+    if (to < 64) {
+      made.first.at[i] = static_cast<uint8_t>(from - 64);
+    } else if (to >= 128) {
+      made.last.at[i] = static_cast<uint8_t>(from);
+    } else if (from < 128) {
+      made.middle.at[i] = static_cast<uint8_t>(from);
+    } else {
+      made.middleLast.at[i] = static_cast<uint8_t>(from - 128);
+      made.fromLast |= uint64_t{1} << i;
+    }
+  }
+  return made;
+}
+
+struct Thirds {
+  V a, b, c;
+};
+
+Thirds LoadThirds(const uint8_t* at) noexcept { return {Load(at), Load(at + 64), Load(at + 128)}; }
+
+void StoreReversed(uint8_t* at, const Thirds& bytes, const Reversal192& order) noexcept {
+  const V middle = _mm512_permutex2var_epi8(bytes.a, order.middle.Get(), bytes.b);
+  Store(at, _mm512_permutex2var_epi8(bytes.b, order.first.Get(), bytes.c));
+  Store(at + 64, _mm512_mask_permutexvar_epi8(middle, order.fromLast, order.middleLast.Get(), bytes.c));
+  Store(at + 128, _mm512_permutex2var_epi8(bytes.a, order.last.Get(), bytes.b));
+}
+
+template <int kBytes>
+void MirrorThirds(uint8_t* target, const uint8_t* source, int64_t pixels, Mirroring middle) noexcept {
+  static constexpr Reversal192 kReversal = MakeReversal192<kBytes>();
+  int64_t left = 0, right = pixels * kBytes;
+  for (; right - left >= 384; left += 192, right -= 192) {
+    const Thirds a = LoadThirds(source + left), b = LoadThirds(source + right - 192);
+    StoreReversed(target + right - 192, a, kReversal);
+    StoreReversed(target + left, b, kReversal);
+  }
+  middle(target + left, source + left, (right - left) / kBytes);
+}
+
+void Mirror24(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
+  MirrorThirds<3>(target, source, pixels, kTurnAvx2.mirror24);
+}
+void Mirror48(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
+  MirrorThirds<6>(target, source, pixels, kTurnAvx2.mirror48);
+}
+
+// ---- Transposed ----------------------------------------------------------------------------------------------------
+
+// Vectors hold 16 bytes of four source lines each: what transposes 16 bytes in every quarter of a vector makes 64 bytes
+// of a target line, when the four lines are those that follow each other at the distance of a quarter.
+
+using Transposing = TurnKernels::Transpose;
+
+/// 16 bytes of the lines at `from`, `from + step`, ...
+V Quarters(const uint8_t* from, int64_t step) noexcept {
+  const auto quarter = [&](int i) noexcept {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + i * step));
+  };
+  V value = _mm512_castsi128_si512(quarter(0));
+  value = _mm512_inserti32x4(value, quarter(1), 1);
+  value = _mm512_inserti32x4(value, quarter(2), 2);
+  return _mm512_inserti32x4(value, quarter(3), 3);
+}
+
+struct Lines {
+  uint8_t* target;
+  int64_t targetStride;
+  const uint8_t* source;
+  int64_t sourceStride;
+};
+
+/// Lines that follow each other at a distance of 4096 bytes share a few places of the first-level cache: every cache
+/// line of the source is read once, into a piece of memory where there is room for all of them.
+template <int kBytes>
+struct Piece {
+  static constexpr int kPixels = kBytes % 3 == 0 ? 192 / kBytes : 64 / kBytes;
+  static constexpr int kStride = kPixels * kBytes;
+  static constexpr int kLines = 64;
+  alignas(64) uint8_t data[kLines * kStride + 16];
+
+  void Fill(const uint8_t* source, int64_t stride, int64_t pixels, int64_t lines) noexcept {
+    constexpr int64_t kAhead = 512;  // bytes; two lines of squares
+    uint8_t* to = data;
+    for (int64_t y = 0; y < lines; ++y, source += stride, to += kStride) {
+      _mm_prefetch(reinterpret_cast<const char*>(source + kAhead), _MM_HINT_T0);
+      if constexpr (kStride > 64) {
+        _mm_prefetch(reinterpret_cast<const char*>(source + kAhead + 64), _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(source + kAhead + 128), _MM_HINT_T0);
+      }
+      if (pixels == kPixels) {
+        for (int at = 0; at < kStride; at += 64) _mm512_store_si512(to + at, Load(source + at));
+      } else {
+        __builtin_memcpy(to, source, static_cast<uint64_t>(pixels * kBytes));
+      }
+    }
+  }
+};
+
+/// Squares of kLines lines and kPixels pixels; square() may read 16 bytes of each line.
+template <int kLines, int kPixels, int kBytes, class Square>
+void InSquares(const Lines& lines, int64_t pixels, int64_t count, Transposing rest, Square square) noexcept {
+  using Source = Piece<kBytes>;
+  Source piece;
+  const int64_t innerPixels = pixels / kPixels * kPixels;
+  const int64_t innerLines = count / kLines * kLines;
+  for (int64_t top = 0; top < innerLines; top += Source::kLines) {
+    const int64_t high = innerLines - top < Source::kLines ? innerLines - top : Source::kLines;
+    for (int64_t left = 0; left < innerPixels; left += Source::kPixels) {
+      const int64_t wide = innerPixels - left < Source::kPixels ? innerPixels - left : Source::kPixels;
+      piece.Fill(lines.source + top * lines.sourceStride + left * kBytes, lines.sourceStride, wide, high);
+      uint8_t* const to = lines.target + left * lines.targetStride + top * kBytes;
+      for (int64_t x = 0; x < wide; x += kPixels)
+        for (int64_t y = 0; y < high; y += kLines)
+          square(to + x * lines.targetStride + y * kBytes, lines.targetStride,
+                 piece.data + y * Source::kStride + x * kBytes, Source::kStride);
+    }
+  }
+  if (innerPixels < pixels)
+    rest(lines.target + innerPixels * lines.targetStride, lines.targetStride, lines.source + innerPixels * kBytes,
+         lines.sourceStride, pixels - innerPixels, innerLines);
+  if (innerLines < count)
+    rest(lines.target + innerLines * kBytes, lines.targetStride, lines.source + innerLines * lines.sourceStride,
+         lines.sourceStride, pixels, count - innerLines);
+}
+
+void Transpose8(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                int64_t lines) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+    V r[16], t[16];
+    for (int i = 0; i < 16; ++i) r[i] = Quarters(from + i * fromStride, 16 * fromStride);
+    // Four times the same deal of first half and second half puts every byte in its place.
+    for (int pass = 0; pass < 2; ++pass) {
+      for (int i = 0; i < 8; ++i) {
+        t[2 * i] = _mm512_unpacklo_epi8(r[i], r[i + 8]);
+        t[2 * i + 1] = _mm512_unpackhi_epi8(r[i], r[i + 8]);
+      }
+      for (int i = 0; i < 8; ++i) {
+        r[2 * i] = _mm512_unpacklo_epi8(t[i], t[i + 8]);
+        r[2 * i + 1] = _mm512_unpackhi_epi8(t[i], t[i + 8]);
+      }
+    }
+    for (int i = 0; i < 16; ++i) Store(to + i * toStride, r[i]);
+  };
+  InSquares<64, 16, 1>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose8, square);
+}
+
+void Transpose16(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                 int64_t lines) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+    V r[8], t[8];
+    for (int i = 0; i < 8; ++i) r[i] = Quarters(from + i * fromStride, 8 * fromStride);
+    for (int pass = 0; pass < 3; ++pass) {
+      for (int i = 0; i < 4; ++i) {
+        t[2 * i] = _mm512_unpacklo_epi16(r[i], r[i + 4]);
+        t[2 * i + 1] = _mm512_unpackhi_epi16(r[i], r[i + 4]);
+      }
+      for (int i = 0; i < 8; ++i) r[i] = t[i];
+    }
+    for (int i = 0; i < 8; ++i) Store(to + i * toStride, r[i]);
+  };
+  InSquares<32, 8, 2>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose16, square);
+}
+
+/// Words of four lines to lines of four words, in every quarter.
+void TransposeWords(V (&r)[4]) noexcept {
+  const V a = _mm512_unpacklo_epi32(r[0], r[1]), b = _mm512_unpackhi_epi32(r[0], r[1]);
+  const V c = _mm512_unpacklo_epi32(r[2], r[3]), d = _mm512_unpackhi_epi32(r[2], r[3]);
+  r[0] = _mm512_unpacklo_epi64(a, c);
+  r[1] = _mm512_unpackhi_epi64(a, c);
+  r[2] = _mm512_unpacklo_epi64(b, d);
+  r[3] = _mm512_unpackhi_epi64(b, d);
+}
+
+void Transpose32(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                 int64_t lines) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+    V r[4];
+    for (int i = 0; i < 4; ++i) r[i] = Quarters(from + i * fromStride, 4 * fromStride);
+    TransposeWords(r);
+    for (int i = 0; i < 4; ++i) Store(to + i * toStride, r[i]);
+  };
+  InSquares<16, 4, 4>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose32, square);
+}
+
+/// Three vectors of pixels without the bytes between them, each out of two of four with them.
+struct Narrowing {
+  Order line[3];
+};
+
+/// Pixels of kBytes bytes that take kRoom.
+template <int kBytes, int kRoom>
+constexpr Narrowing MakeNarrowing() noexcept {
+  Narrowing made{};
+  constexpr int kEach = 64 / kRoom * kBytes;  // bytes that a vector has
+  static_assert(kEach == 48);
+  for (int to = 0; to < 192; ++to) {
+    const int vector = to / kEach, byte = to % kEach;
+    const int place = byte / kBytes * kRoom + byte % kBytes;
+    made.line[to / 64].at[to % 64] = static_cast<uint8_t>((vector - to / 64) * 64 + place);
+  }
+  return made;
+}
+
+void StoreNarrow(uint8_t* to, V a, V b, V c, V d, const Narrowing& order) noexcept {
+  Store(to, _mm512_permutex2var_epi8(a, order.line[0].Get(), b));
+  Store(to + 64, _mm512_permutex2var_epi8(b, order.line[1].Get(), c));
+  Store(to + 128, _mm512_permutex2var_epi8(c, order.line[2].Get(), d));
+}
+
+void Transpose24(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                 int64_t lines) noexcept {
+  static constexpr Narrowing kNarrowing = MakeNarrowing<3, 4>();
+  // Bytes 0..11 of 16 become the words.
+  const V apart = _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
+  const auto square = [&](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+    V r[4][4];
+    for (int group = 0; group < 4; ++group) {
+      const uint8_t* const first = from + 16 * group * fromStride;
+      for (int i = 0; i < 4; ++i)
+        r[group][i] = _mm512_shuffle_epi8(Quarters(first + i * fromStride, 4 * fromStride), apart);
+      TransposeWords(r[group]);
+    }
+    for (int i = 0; i < 4; ++i) StoreNarrow(to + i * toStride, r[0][i], r[1][i], r[2][i], r[3][i], kNarrowing);
+  };
+  InSquares<64, 4, 3>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose24, square);
+}
+
+void Transpose48(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                 int64_t lines) noexcept {
+  static constexpr Narrowing kNarrowing = MakeNarrowing<6, 8>();
+  const V apart = _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 2, 3, 4, 5, -1, -1, 6, 7, 8, 9, 10, 11, -1, -1));
+  const auto square = [&](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+    V first[4], second[4];
+    for (int group = 0; group < 4; ++group) {
+      const uint8_t* const at = from + 8 * group * fromStride;
+      const V even = _mm512_shuffle_epi8(Quarters(at, 2 * fromStride), apart);
+      const V odd = _mm512_shuffle_epi8(Quarters(at + fromStride, 2 * fromStride), apart);
+      first[group] = _mm512_unpacklo_epi64(even, odd);
+      second[group] = _mm512_unpackhi_epi64(even, odd);
+    }
+    StoreNarrow(to, first[0], first[1], first[2], first[3], kNarrowing);
+    StoreNarrow(to + toStride, second[0], second[1], second[2], second[3], kNarrowing);
+  };
+  InSquares<32, 2, 6>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose48, square);
+}
+
+void Transpose64(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                 int64_t lines) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+    const V even = Quarters(from, 2 * fromStride), odd = Quarters(from + fromStride, 2 * fromStride);
+    Store(to, _mm512_unpacklo_epi64(even, odd));
+    Store(to + toStride, _mm512_unpackhi_epi64(even, odd));
+  };
+  InSquares<8, 2, 8>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose64, square);
+}
+
+void MirrorBits(uint8_t* line, int64_t pixels, int32_t bits) noexcept { kTurnAvx2.mirrorBits(line, pixels, bits); }
+
+void Transpose1(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                int64_t lines) noexcept {
+  kTurnAvx2.transpose1(target, targetStride, source, sourceStride, pixels, lines);
+}
+
+}  // namespace
+
+constinit const TurnKernels kTurnAvx512 = {.exchange = Exchange,
+                                           .mirror8 = Mirror8,
+                                           .mirror16 = Mirror16,
+                                           .mirror24 = Mirror24,
+                                           .mirror32 = Mirror32,
+                                           .mirror48 = Mirror48,
+                                           .mirror64 = Mirror64,
+                                           .mirrorBits = MirrorBits,
+                                           .transpose8 = Transpose8,
+                                           .transpose16 = Transpose16,
+                                           .transpose24 = Transpose24,
+                                           .transpose32 = Transpose32,
+                                           .transpose48 = Transpose48,
+                                           .transpose64 = Transpose64,
+                                           .transpose1 = Transpose1};
+
+}  // namespace tarn
