@@ -26,6 +26,7 @@ static constexpr Settings kDefaults{
                  .writeData = nullptr,
                  .seekData = nullptr,
                  .closeData = nullptr},
+    .narrowOpen = nullptr,
     .defaultDithering = T_DITHER_DEFAULT,
     .defaultXResolution = 150,
     .defaultYResolution = 150,

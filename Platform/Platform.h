@@ -196,11 +196,24 @@ uint32_t PaletteNearest(void* palette, uint32_t color) noexcept;
 /// The screen's palette; 0 when it has none, which is always so on Linux.
 uint32_t ScreenPalette(LogicalColor (&entries)[kMostLogicalColors], Here here) noexcept;
 
+// ---- Narrow text ---------------------------------------------------------------------------------------------------
+// UTF-8 on Linux, the active code page on Windows.
+
+/// Characters, with the terminator, that certainly hold the converted text; 0 for null.
+size_t WideRoom(const char* text) noexcept;
+size_t NarrowRoom(const wchar_t* text) noexcept;
+/// Strict; false, with the last error set, when the text is ill-formed, cannot be expressed, or does not fit.
+bool NarrowToWide(const char* text, wchar_t* target, size_t room) noexcept;
+bool WideToNarrow(const wchar_t* text, char* target, size_t room) noexcept;
+
 // ---- Libraries loaded at run time ----------------------------------------------------------------------------------
 
 void* ModuleOpen(const wchar_t* path) noexcept;
 void* ModuleSymbol(void* module, const char* name) noexcept;
 void ModuleClose(void* module) noexcept;
+/// Whether a file name leads somewhere without the current folder, and whether it names a folder at all.
+bool IsFullPath(const wchar_t* path) noexcept;
+bool HasFolder(const wchar_t* path) noexcept;
 /// Directory of the library that contains this code, with a trailing separator.
 bool OwnDirectory(wchar_t* path, uint32_t room) noexcept;
 

@@ -1,10 +1,12 @@
 // Start and stop, threads, errors and libraries.
 
 #include <dlfcn.h>
+#include <elf.h>
 #include <fcntl.h>
 #include <link.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -156,10 +158,32 @@ void ShowMessage(const wchar_t* text, const wchar_t* caption) noexcept {
 
 // ---- Libraries loaded at run time ----------------------------------------------------------------------------------
 
+namespace {
+
+/// Whether a file ends before its ELF header says. The system's loader maps a library without looking at its length
+/// and is killed by what is not there.
+bool IsCutOff(const char* path) noexcept {
+  const int file = open(path, O_RDONLY | O_CLOEXEC);
+  if (file == -1) return false;  // the loader will say why
+  Elf64_Ehdr header;
+  struct stat state;
+  const bool whole = pread(file, &header, sizeof header, 0) == sizeof header && fstat(file, &state) == 0 &&
+                     header.e_shoff <= uint64_t(state.st_size) &&
+                     uint64_t{header.e_shnum} * header.e_shentsize <= uint64_t(state.st_size) - header.e_shoff;
+  close(file);
+  return !whole;
+}
+
+}  // namespace
+
 void* ModuleOpen(const wchar_t* path) noexcept {
   const Utf8Name name(path);
   if (!name || !*name.c_str()) {
     errno = EINVAL;
+    return nullptr;
+  }
+  if (IsCutOff(name.c_str())) {
+    errno = ENOEXEC;
     return nullptr;
   }
   errno = 0;

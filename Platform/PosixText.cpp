@@ -1,5 +1,8 @@
 // wchar_t (UTF-32) and UTF-8. The C library's conversions depend on the program's locale; names must not.
 
+#include <cstring>
+#include <cwchar>
+
 #include "Platform/PosixShared.h"
 
 namespace tarn::platform {
@@ -82,5 +85,13 @@ bool FromUtf8(const char* text, wchar_t* target, size_t room) noexcept {
   target[used] = 0;
   return true;
 }
+
+size_t WideRoom(const char* text) noexcept { return text ? std::strlen(text) + 1 : 0; }
+size_t NarrowRoom(const wchar_t* text) noexcept { return text ? std::wcslen(text) * 4 + 1 : 0; }
+bool NarrowToWide(const char* text, wchar_t* target, size_t room) noexcept { return FromUtf8(text, target, room); }
+bool WideToNarrow(const wchar_t* text, char* target, size_t room) noexcept { return ToUtf8(text, target, room); }
+
+bool IsFullPath(const wchar_t* path) noexcept { return path[0] == L'/'; }
+bool HasFolder(const wchar_t* path) noexcept { return std::wcschr(path, L'/') != nullptr; }
 
 }  // namespace tarn::platform

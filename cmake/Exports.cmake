@@ -1,12 +1,15 @@
 # One list of exports makes the ELF version map and the DLL's module definition.
 
 file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/exports.txt tarn_exports REGEX "^[A-Za-z_]")
+file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/exports_classes.txt tarn_class_exports REGEX "^[A-Za-z_]")
+list(APPEND tarn_exports ${tarn_class_exports})
 if(WIN32)
   file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/exports_windows.txt tarn_windows_exports REGEX "^[A-Za-z_]")
   list(APPEND tarn_exports ${tarn_windows_exports})
 endif()
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
-  ${PROJECT_SOURCE_DIR}/cmake/exports.txt ${PROJECT_SOURCE_DIR}/cmake/exports_windows.txt)
+  ${PROJECT_SOURCE_DIR}/cmake/exports.txt ${PROJECT_SOURCE_DIR}/cmake/exports_classes.txt
+  ${PROJECT_SOURCE_DIR}/cmake/exports_windows.txt)
 list(SORT tarn_exports)
 
 if(WIN32)

@@ -57,6 +57,7 @@ Names ReadList(const char* name) {
 
 Names Expected() {
   Names names = ReadList("exports.txt");
+  for (const std::string& name : ReadList("exports_classes.txt")) names.push_back(name);
   if (kWindows)
     for (const std::string& name : ReadList("exports_windows.txt")) names.push_back(name);
   std::sort(names.begin(), names.end());

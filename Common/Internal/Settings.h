@@ -27,6 +27,7 @@ struct RedirectTable {
 struct Settings {
   uint32_t* userMatchTable;
   RedirectTable redirect;
+  T_OpenCallbackA narrowOpen;  // of the last T_RedirectIOA
   uint32_t defaultDithering;
   int32_t defaultXResolution;
   int32_t defaultYResolution;

@@ -31,6 +31,12 @@ typedef int32_t (*T_CloseCallback)(T_FileHandle file, void* userData);
 T_API void T_RedirectIO(T_OpenCallback open, T_ReadCallback read, T_WriteCallback write, T_SeekCallback seek,
                         T_CloseCallback close, void* userData) T_NOTHROW;
 
+/** T_RedirectIO with an open callback that takes a narrow name (text.h). A name that cannot be made narrow fails
+ * without a call. Each thread remembers one such callback, that of the last T_RedirectIOA. */
+typedef T_FileHandle (*T_OpenCallbackA)(const char* name, int32_t flags, int32_t mode, void* userData);
+T_API void T_RedirectIOA(T_OpenCallbackA open, T_ReadCallback read, T_WriteCallback write, T_SeekCallback seek,
+                         T_CloseCallback close, void* userData) T_NOTHROW;
+
 /** Exchanges callbacks and user data with the thread's table. Each given callback pointer receives the table's
  *  callback; a pointed-to null leaves the table's in place. Each given user-data pointer is exchanged. */
 T_API void T_FilterIO(T_OpenCallback* open, T_ReadCallback* read, T_WriteCallback* write, T_SeekCallback* seek,
@@ -43,6 +49,7 @@ T_API void* T_GetFilterIOData(void** openData, void** readData, void** writeData
 
 /** @return a file, or -1 */
 T_API T_FileHandle T_RedirectedOpen(const wchar_t* name, int32_t flags, int32_t mode) T_NOTHROW;
+T_API T_FileHandle T_RedirectedOpenA(const char* name, int32_t flags, int32_t mode) T_NOTHROW;
 /** @return bytes moved, or -1 */
 T_API int64_t T_RedirectedRead(T_FileHandle file, void* buffer, uint32_t bytes) T_NOTHROW;
 T_API int64_t T_RedirectedWrite(T_FileHandle file, const void* buffer, uint32_t bytes) T_NOTHROW;
@@ -88,6 +95,7 @@ T_API int32_t T_StopRedirectToBuffer(T_BufferRedirect* redirect, void** buffer, 
 
 /** @param userData ignored, here and below: these functions are the default callbacks. @return a file, or -1 */
 T_API T_FileHandle T_OsOpen(const wchar_t* name, int32_t flags, int32_t mode, void* userData) T_NOTHROW;
+T_API T_FileHandle T_OsOpenA(const char* name, int32_t flags, int32_t mode, void* userData) T_NOTHROW;
 
 /** Attributes of T_OsCreat. Delete-on-close unlinks at close on Linux; hidden and system mean nothing there. */
 enum { T_ATTRIBUTE_READ_ONLY = 1, T_ATTRIBUTE_HIDDEN = 2, T_ATTRIBUTE_SYSTEM = 4, T_ATTRIBUTE_DELETE_ON_CLOSE = 8 };
@@ -95,6 +103,7 @@ enum { T_ATTRIBUTE_READ_ONLY = 1, T_ATTRIBUTE_HIDDEN = 2, T_ATTRIBUTE_SYSTEM = 4
 /** Creates or empties a file, shared for reading and writing; opened for reading only with T_ATTRIBUTE_READ_ONLY.
  *  @return a file, or -1 */
 T_API T_FileHandle T_OsCreat(const wchar_t* name, int32_t attributes) T_NOTHROW;
+T_API T_FileHandle T_OsCreatA(const char* name, int32_t attributes) T_NOTHROW;
 
 /** @return bytes read (0 at the end), or -1 */
 T_API int64_t T_OsRead(T_FileHandle file, void* buffer, uint32_t bytes, void* userData) T_NOTHROW;
@@ -109,6 +118,7 @@ T_API int64_t T_OsSeekBig(T_FileHandle file, int64_t offset, int32_t origin, voi
 /** @return 0 or -1 */
 T_API int32_t T_OsClose(T_FileHandle file, void* userData) T_NOTHROW;
 T_API int32_t T_OsDelete(const wchar_t* name) T_NOTHROW;
+T_API int32_t T_OsDeleteA(const char* name) T_NOTHROW;
 T_API int32_t T_OsSetFileSize(T_FileHandle file, int64_t bytes) T_NOTHROW;
 
 /** @return ERR_DISK_FULL when the system's last error is a full disk (ENOSPC, EDQUOT; Windows 39, 112), else status */
@@ -121,6 +131,8 @@ T_API int32_t T_OsGetLastError(int32_t status) T_NOTHROW;
  *  @return SUCCESS; ERR_INVALID_PARAMETER (null name, or too little room; no file is left); ERR_DISK_FULL;
  *          ERR_FILE_WRITE when the file cannot be created. */
 T_API int32_t T_OsGetTempName(const wchar_t* directory, wchar_t* name, uint32_t length) T_NOTHROW;
+/** With narrow text; length counts bytes. ERR_NO_MEMORY comes on top; no file is left by a failure. */
+T_API int32_t T_OsGetTempNameA(const char* directory, char* name, uint32_t length) T_NOTHROW;
 
 T_EXTERN_C_END
 

@@ -98,6 +98,8 @@ T_API int32_t T_TlsSetValue(uint32_t slot, uint64_t value) T_NOTHROW;
  *          is set and the destination is there (it is left alone), 30 or EIO for a failed read, 29 or EIO for a short
  *          write (the partial destination stays). */
 T_API int32_t T_CopyFile(const wchar_t* source, const wchar_t* destination, int32_t failIfExists) T_NOTHROW;
+/** With narrow names (text.h). */
+T_API int32_t T_CopyFileA(const char* source, const char* destination, int32_t failIfExists) T_NOTHROW;
 
 T_EXTERN_C_END
 

@@ -29,6 +29,11 @@ T_API int32_t T_GetTempDirectory(wchar_t* buffer, uint32_t length) T_NOTHROW;
 /** @return SUCCESS; ERR_INVALID_PARAMETER (null, too long, or not an existing directory). */
 T_API int32_t T_SetTempDirectory(const wchar_t* path) T_NOTHROW;
 
+/** The same two with narrow text (text.h). The directory is cut at a whole character, always terminated. @return as
+ *  above; ERR_INVALID_PARAMETER also for text that cannot be converted; ERR_NO_MEMORY. */
+T_API int32_t T_GetTempDirectoryA(char* buffer, uint32_t length) T_NOTHROW;
+T_API int32_t T_SetTempDirectoryA(const char* path) T_NOTHROW;
+
 /** Sets the progress callback and hands back the previous pair; each out pointer may be null. */
 T_API void T_SetStatusCallBack(T_StatusCallback callback, void* userData, T_StatusCallback* previous,
                                void** previousUserData) T_NOTHROW;

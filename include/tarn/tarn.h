@@ -18,6 +18,7 @@
 #include "hooks.h"
 #include "huge.h"
 #include "list.h"
+#include "loader.h"
 #include "memory.h"
 #include "palette.h"
 #include "pixel.h"
@@ -26,6 +27,7 @@
 #include "rows.h"
 #include "settings.h"
 #include "shear.h"
+#include "text.h"
 #include "types.h"
 
 #endif

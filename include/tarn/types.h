@@ -27,6 +27,13 @@
 #define T_API __attribute__((visibility("default")))
 #endif
 
+/** Methods of the three classes are inline; the library exports a copy of each. */
+#if defined(T_EXPORT_METHODS)
+#define T_METHOD __attribute__((used, visibility("default")))
+#else
+#define T_METHOD
+#endif
+
 T_STATIC_ASSERT(sizeof(void*) == 8, "Tarn is a 64-bit library");
 
 /* ---- Status codes ---------------------------------------------------------------------------------------------- */
