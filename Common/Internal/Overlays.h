@@ -17,6 +17,8 @@ struct Overlay {
   uint32_t flags;
   int32_t left;  // pixels from the owner's first column and row
   int32_t top;
+  uint32_t color;
+  int32_t bit;  // of the owner's pixels, 0..31
 };
 
 void FreeOverlays(T_OverlayList* list) noexcept;  // null is ignored

@@ -20,6 +20,7 @@
 #include "list.h"
 #include "loader.h"
 #include "memory.h"
+#include "overlay.h"
 #include "palette.h"
 #include "pixel.h"
 #include "resize.h"

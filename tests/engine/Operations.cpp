@@ -33,6 +33,7 @@ const std::vector<Operation>& Operations() {
     AddColorOperations(rows);
     AddGeometryOperations(rows);
     AddScaleOperations(rows);
+    AddOverlayOperations(rows);
     AddMemoryOperations(rows);
     AddFileOperations(rows);
     return rows;

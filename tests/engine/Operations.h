@@ -108,6 +108,7 @@ void AddPixelOperations(std::vector<Operation>& table);
 void AddColorOperations(std::vector<Operation>& table);
 void AddGeometryOperations(std::vector<Operation>& table);
 void AddScaleOperations(std::vector<Operation>& table);
+void AddOverlayOperations(std::vector<Operation>& table);
 void AddMemoryOperations(std::vector<Operation>& table);
 void AddFileOperations(std::vector<Operation>& table);
 
