@@ -150,7 +150,7 @@ std::set<Line> GatedLines() {
 }
 
 /// Prints refused and known lines. Of a whole sweep each line of the core that is known must have been refused; a
-/// sample leaves some that only a second fault reaches.
+/// sample leaves some that only a second fault or another depth reaches.
 void ReportSites(bool whole) {
   std::vector<fault::Site> sites(fault::Sites(nullptr, 0));
   sites.resize(std::min<size_t>(fault::Sites(sites.data(), static_cast<uint32_t>(sites.size())), sites.size()));
@@ -173,7 +173,7 @@ void ReportSites(bool whole) {
   if (whole) {
     EXPECT_EQ(never, "") << "lines that were never refused";
   } else if (kShare == 1) {
-    EXPECT_GE(refused * 10, asked.size() * 9) << never;
+    EXPECT_GE(refused * 10, asked.size() * 8) << never;
   }
 }
 
