@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 
 #include "Console.h"
 #include "Failure.h"
@@ -14,6 +15,9 @@ namespace {
 constexpr size_t kMaxColours = 256;
 constexpr size_t kMaxText = 64 * 1024;
 constexpr size_t kWebColours = 216;
+
+constexpr uint32_t kGrayTag = 0x04000000, kTagMask = 0xFF000000;
+constexpr char kGrayPrefix[] = "gray:";
 
 bool IsText(const std::string& bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](char c) {
@@ -69,6 +73,27 @@ bool ParseColour(const std::string& text, T_PaletteEntry& entry) {
   const auto sample = [&](size_t at) { return static_cast<uint8_t>(std::stoi(text.substr(at, 2), nullptr, 16)); };
   entry = {sample(5), sample(3), sample(1), 0};
   return true;
+}
+
+bool ParseColourValue(const std::string& text, uint32_t& value) {
+  T_PaletteEntry entry{};
+  if (ParseColour(text, entry)) {
+    value = uint32_t{entry.Red} | uint32_t{entry.Green} << 8 | uint32_t{entry.Blue} << 16;
+    return true;
+  }
+  constexpr size_t kPrefixLength = sizeof kGrayPrefix - 1;
+  if (text.compare(0, kPrefixLength, kGrayPrefix) != 0) return false;
+  uint16_t level = 0;
+  const auto [stop, error] = std::from_chars(text.data() + kPrefixLength, text.data() + text.size(), level);
+  if (error != std::errc() || stop != text.data() + text.size()) return false;
+  value = kGrayTag | level;
+  return true;
+}
+
+std::string ColourValueName(uint32_t value) {
+  if ((value & kTagMask) == kGrayTag) return kGrayPrefix + std::to_string(value & 0xFFFF);
+  const auto sample = [&](int shift) { return static_cast<uint8_t>(value >> shift); };
+  return ColourName({sample(16), sample(8), sample(0), 0});
 }
 
 int32_t DepthFor(size_t colours) noexcept {

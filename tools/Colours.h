@@ -15,6 +15,10 @@ std::string ColourName(const T_PaletteEntry& entry);
 /// Six hexadecimal digits after a #. False when the text is anything else.
 bool ParseColour(const std::string& text, T_PaletteEntry& entry);
 
+/// "#rrggbb", or "gray:N" of 0 to 65535, as one of the library's colour values, and back.
+bool ParseColourValue(const std::string& text, uint32_t& value);
+std::string ColourValueName(uint32_t value);
+
 /// The smallest depth of files that has room for so many colours, 1, 2, 4 or 8 bits.
 int32_t DepthFor(size_t colours) noexcept;
 std::vector<T_PaletteEntry> FixedPalette(int32_t bits);

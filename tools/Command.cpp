@@ -112,16 +112,8 @@ void FileToFile::Check() const {
   }
 }
 
-void FileToFile::Run(const Plan& plan, const Work& work, Console& console) {
-  RunPages(
-      reading.page, plan, [&](Bitmaps& bitmaps) { work(bitmaps.front()); }, console);
-}
-
-void FileToFile::RunAll(const Plan& plan, const WorkOnAll& work, Console& console) {
-  RunPages(reading.page == 0 ? kEveryPage : reading.page, plan, work, console);
-}
-
-void FileToFile::RunPages(int page, const Plan& plan, const WorkOnAll& work, Console& console) {
+void FileToFile::Run(bool allPages, const Plan& plan, const Work& work, Console& console) {
+  const int page = allPages && reading.page == 0 ? kEveryPage : reading.page;
   if (quality != 0) writing.jpegQuality = quality;
   InputFile source(input);
   std::unique_ptr<Reader> reader = OpenPicture(source, console, page);
@@ -134,7 +126,8 @@ void FileToFile::RunPages(int page, const Plan& plan, const WorkOnAll& work, Con
   for (int number = 1; number <= count; ++number) {
     const std::string name = turnTo(number);
     console.Note(input, reader->Source() + ", " + reader->Info().depth);
-    const Shape shape = plan(reader->Info());
+    const Picture& info = reader->Info();
+    const Shape shape = plan({info.width, info.height, LayoutOf(info), info.orientation});
     RequireStorable(reading.storage, shape.layout, name);
     target.Expect(reader->Info(), shape);
   }
@@ -159,7 +152,9 @@ std::string NameOfPage(const std::string& file, const Reader& reader) {
 }
 
 void PictureCommand::AddOptions(Options& options) {
-  options.Argument("in", way_.input, "IN", "PNG, JPEG, TIFF or BMP file, recognised by its content");
+  options.Argument("in", way_.input, "IN",
+                   TakesAllPages() ? "PNG, JPEG, TIFF or BMP file; of several pages all"
+                                   : "PNG, JPEG, TIFF or BMP file, recognised by its content");
   options.Argument("out", way_.output, "OUT", "file to write; .png, .jpg, .tif or .bmp");
   AddOwnOptions(options);
   way_.AddOptions(options);
@@ -171,9 +166,14 @@ void PictureCommand::CheckOptions() const {
 }
 
 int PictureCommand::Run(Console& console) {
-  way_.Run([&](const Picture& picture) { return Plan(picture); },
-           [&](std::unique_ptr<Bitmap>& bitmap) { Apply(bitmap, console); }, console);
+  const auto plan = [&](const Shape& before) { return Plan(before); };
+  const auto work = [&](FileToFile::Bitmaps& bitmaps) { ApplyToAll(bitmaps, console); };
+  way_.Run(TakesAllPages(), plan, work, console);
   return static_cast<int>(Exit::kOk);
+}
+
+void PictureCommand::ApplyToAll(FileToFile::Bitmaps& bitmaps, Console& console) {
+  for (std::unique_ptr<Bitmap>& bitmap : bitmaps) Apply(bitmap, console);
 }
 
 // ---- Progress ------------------------------------------------------------------------------------------------------
@@ -192,6 +192,18 @@ int32_t LibraryProgress::Step(int32_t percent, void* self) noexcept {
   auto* const progress = static_cast<LibraryProgress*>(self);
   for (; progress->shown_ < percent; ++progress->shown_) progress->progress_.Step();
   return SUCCESS;
+}
+
+// ---- All of them ---------------------------------------------------------------------------------------------------
+
+std::vector<std::unique_ptr<Command>> AllCommands() {
+  std::vector<std::unique_ptr<Command>> commands;
+  for (const auto make :
+       {MakeInfo, MakeConvert, MakeColors, MakeCountColors, MakeCrop, MakeResize, MakeRotate, MakeFlip, MakeReverse,
+        MakeOrient, MakeShear, MakeTrim, MakeAlpha, MakeDeskew, MakeRun, MakePages, MakePalette, MakePixel, MakeDiff}) {
+    commands.push_back(make());
+  }
+  return commands;
 }
 
 }  // namespace tarn::tool

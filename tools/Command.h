@@ -65,12 +65,10 @@ Loaded Load(const std::string& file, const ReadOptions& options, Console& consol
 struct FileToFile {
   /// What the work will make of the picture, from what its file says: no row has been read yet, so that a result that
   /// cannot be written is refused at once. Throws Failure.
-  using Plan = std::function<Shape(const Picture& picture)>;
-  /// The bitmap may be changed or replaced; throws Failure.
-  using Work = std::function<void(std::unique_ptr<Bitmap>& bitmap)>;
+  using Plan = std::function<Shape(const Shape& before)>;
   using Bitmaps = std::vector<std::unique_ptr<Bitmap>>;
-  /// Of all pages at once.
-  using WorkOnAll = std::function<void(Bitmaps& bitmaps)>;
+  /// On all pages at once. Bitmaps may be changed or replaced; throws Failure.
+  using Work = std::function<void(Bitmaps& bitmaps)>;
 
   std::string input;
   std::string output;
@@ -81,38 +79,48 @@ struct FileToFile {
   /// All options but the names of the files.
   void AddOptions(Options& options, bool onePage = true);
   void Check() const;
-  /// One page: the only one, or the one chosen.
-  void Run(const Plan& plan, const Work& work, Console& console);
-  /// All pages, or the one chosen. The plan is asked for each.
-  void RunAll(const Plan& plan, const WorkOnAll& work, Console& console);
-
- private:
-  void RunPages(int page, const Plan& plan, const WorkOnAll& work, Console& console);
+  /// The plan is asked for each page.
+  /// @param allPages unless one is chosen; else a file with several is refused
+  void Run(bool allPages, const Plan& plan, const Work& work, Console& console);
 };
 
 /// "a.tif, page 2", or the file alone where it has one page.
 std::string NameOfPage(const std::string& file, const Reader& reader);
 
-/// A command that is such a way: its own part is its options, Plan and Apply.
+/// A command that is such a way: its own part is its options, Plan and Apply. It is also a step that others can take on
+/// their way (tarn run).
 class PictureCommand : public Command {
  public:
-  void AddOptions(Options& options) final;
-  void CheckOptions() const final;
+  void AddOptions(Options& options) override;
+  void CheckOptions() const override;
   std::string Subject() const final { return way_.input; }
-  int Run(Console& console) final;
+  int Run(Console& console) override;
 
- protected:
+  /// The step belongs to a way of somebody else's.
+  void Join(const FileToFile& way) { way_ = way; }
   /// Arguments come after IN and OUT.
   virtual void AddOwnOptions(Options&) {}
   virtual void CheckOwnOptions() const {}
-  /// FileToFile::Plan and Work.
-  virtual Shape Plan(const Picture& picture) = 0;
-  virtual void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) = 0;
+  /// Whether all pages of a file are worked on, not the one that is chosen.
+  virtual bool TakesAllPages() const { return false; }
+  /// FileToFile::Plan; called for each page.
+  virtual Shape Plan(const Shape& before) = 0;
+  /// FileToFile::Work; each page by itself unless said otherwise.
+  virtual void ApplyToAll(FileToFile::Bitmaps& bitmaps, Console& console);
+
+ protected:
+  virtual void Apply(std::unique_ptr<Bitmap>&, Console&) {}
 
   const std::string& Input() const noexcept { return way_.input; }
-  const StorageChoice& Storage() const noexcept { return way_.reading.storage; }
+  /// Of the bitmap that is made of one with so many bits; compressed rows are for 1-bit pictures, and a step's result
+  /// need not be the last one.
+  StorageChoice Storage(int32_t bits) const { return PassingStorage(way_.reading.storage, bits); }
+  /// Throws Failure when the library's answer is not success.
+  void Require(int32_t status, const char* doing) const {
+    if (status != SUCCESS) ThrowStatus(status, way_.input, doing);
+  }
 
- private:
+ protected:
   FileToFile way_;
 };
 
@@ -142,18 +150,21 @@ std::unique_ptr<Command> MakeConvert();
 std::unique_ptr<Command> MakeColors();
 std::unique_ptr<Command> MakeCountColors();
 std::unique_ptr<Command> MakeCrop();
+std::unique_ptr<Command> MakeResize();
+std::unique_ptr<Command> MakeRotate();
+std::unique_ptr<Command> MakeFlip();
+std::unique_ptr<Command> MakeReverse();
+std::unique_ptr<Command> MakeOrient();
+std::unique_ptr<Command> MakeShear();
+std::unique_ptr<Command> MakeTrim();
+std::unique_ptr<Command> MakeAlpha();
+std::unique_ptr<Command> MakeDeskew();
+std::unique_ptr<Command> MakeRun();
 std::unique_ptr<Command> MakePages();
 std::unique_ptr<Command> MakePalette();
 std::unique_ptr<Command> MakePixel();
 std::unique_ptr<Command> MakeDiff();
 
-inline std::vector<std::unique_ptr<Command>> AllCommands() {
-  std::vector<std::unique_ptr<Command>> commands;
-  for (const auto make :
-       {MakeInfo, MakeConvert, MakeColors, MakeCountColors, MakeCrop, MakePages, MakePalette, MakePixel, MakeDiff}) {
-    commands.push_back(make());
-  }
-  return commands;
-}
+std::vector<std::unique_ptr<Command>> AllCommands();
 
 }  // namespace tarn::tool

@@ -21,16 +21,12 @@ struct DestroyList {
 };
 using BitmapList = std::unique_ptr<T_BitmapList, DestroyList>;
 
-class ColorsCommand final : public Command {
+class ColorsCommand final : public PictureCommand {
  public:
   const char* Name() const override { return "colors"; }
   const char* Help() const override { return "write a picture in few colours, dithered"; }
 
-  std::string Subject() const override { return way_.input; }
-
-  void AddOptions(Options& options) override {
-    options.Argument("in", way_.input, "IN", "PNG, JPEG, TIFF or BMP file; of several pages all, with one palette");
-    options.Argument("out", way_.output, "OUT", "file to write; .png, .jpg, .tif or .bmp");
+  void AddOwnOptions(Options& options) override {
     options.Number("--bits", bits_, 1, 8, "bits a pixel, 1 to 8; the fewest of files that the colours need, else 8");
     options.Number("--colors", colours_, 1, 256, "of an optimized palette, at most");
     options.Text("--palette", palette_, "COLOURS",
@@ -48,11 +44,9 @@ class ColorsCommand final : public Command {
                              "METHOD",
                              "none, floyd-steinberg (the default), stucki, burkes, sierra, stevenson-arce, jarvis, "
                              "ordered or clustered");
-    way_.AddOptions(options);
   }
 
-  void CheckOptions() const override {
-    way_.Check();
+  void CheckOwnOptions() const override {
     const auto refuse = [](const std::string& reason) { throw Failure(Exit::kUsage, "", reason); };
     if (colours_ != 0 && palette_ != "optimized") refuse("--colors goes with an optimized palette");
     if (bits_ != 0 && colours_ > 1 << bits_) {
@@ -61,29 +55,25 @@ class ColorsCommand final : public Command {
     if (palette_ == "web" && bits_ != 0 && bits_ != 8) refuse("the web palette goes with --bits 8");
   }
 
-  int Run(Console& console) override {
-    Decide();
-    way_.RunAll([&](const Picture& picture) { return Plan(picture); },
-                [&](FileToFile::Bitmaps& bitmaps) { Apply(bitmaps, console); }, console);
-    return static_cast<int>(Exit::kOk);
-  }
+  bool TakesAllPages() const override { return true; }
+  Shape Plan(const Shape& before) override;
+  void ApplyToAll(FileToFile::Bitmaps& bitmaps, Console& console) override;
 
  private:
   void Decide();
-  Shape Plan(const Picture& picture) const;
-  void Apply(FileToFile::Bitmaps& bitmaps, Console& console) const;
   void ApplyToList(FileToFile::Bitmaps& bitmaps) const;
   const T_PaletteEntry* Palette() const { return resolution_.palette.empty() ? nullptr : resolution_.palette.data(); }
 
-  FileToFile way_;
   int bits_ = 0;     // 0: not given
   int colours_ = 0;  // 0: not given
   std::string palette_ = "optimized";
   uint32_t dithering_ = DITHER_FLOYD_STEINBERG;
+  bool decided_ = false;
   Resolution resolution_;
 };
 
 void ColorsCommand::Decide() {
+  decided_ = true;
   Resolution& made = resolution_;
   made.flags = T_RES_DITHER(dithering_);
   made.bits = bits_ == 0 ? 8 : bits_;
@@ -109,11 +99,14 @@ void ColorsCommand::Decide() {
   }
 }
 
-Shape ColorsCommand::Plan(const Picture& picture) const {
+Shape ColorsCommand::Plan(const Shape& before) {
+  if (!decided_) Decide();
   // An optimized palette is known later; colours that are no gray ramp stand for it.
   const std::vector<T_PaletteEntry> colours =
       resolution_.palette.empty() ? FixedPalette(resolution_.bits) : resolution_.palette;
-  return {picture.width, picture.height, PaletteLayout(resolution_.bits, colours)};
+  Shape after = before;
+  after.layout = PaletteLayout(resolution_.bits, colours);
+  return after;
 }
 
 /// Several pages get one palette: the list has them while it is made.
@@ -138,7 +131,7 @@ void ColorsCommand::ApplyToList(FileToFile::Bitmaps& bitmaps) const {
   }
 }
 
-void ColorsCommand::Apply(FileToFile::Bitmaps& bitmaps, Console& console) const {
+void ColorsCommand::ApplyToAll(FileToFile::Bitmaps& bitmaps, Console& console) {
   {
     const LibraryProgress progress(console, way_.input + ", choosing colours");
     if (bitmaps.size() > 1) {
@@ -152,7 +145,7 @@ void ColorsCommand::Apply(FileToFile::Bitmaps& bitmaps, Console& console) const 
   }
   const Layout layout = LayoutOf(bitmaps.front()->Handle());
   console.Note(way_.input, "is brought to " + NameOf(layout));
-  if (way_.reading.storage.kind != StorageKind::kCompressed) return;
+  if (way_.reading.storage.kind != StorageKind::kCompressed || layout.bits != 1) return;
   for (std::unique_ptr<Bitmap>& bitmap : bitmaps) {
     Progress progress(console, way_.input + ", compressing", static_cast<uint64_t>(bitmap->Handle().Height));
     bitmap = Converted(*bitmap, layout, way_.reading.storage, way_.input, progress);

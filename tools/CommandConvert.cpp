@@ -42,12 +42,12 @@ class ConvertCommand final : public PictureCommand {
     if (bits_ > 8) refuse("--palette goes with --bits 1 to 8");
   }
 
-  Shape Plan(const Picture& picture) override;
+  Shape Plan(const Shape& before) override;
   void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) override;
 
  private:
   bool WantsGray() const { return gray_ || order_ == OrderChoice::kGray; }
-  Layout Wanted(const Picture& picture) const;
+  Layout Wanted(const Layout& source) const;
   Layout WantedPalette() const;
 
   int bits_ = 0;  // 0: not given
@@ -71,8 +71,7 @@ Layout ConvertCommand::WantedPalette() const {
   return PaletteLayout(bits, colours);
 }
 
-Layout ConvertCommand::Wanted(const Picture& picture) const {
-  const Layout source = LayoutOf(picture);
+Layout ConvertCommand::Wanted(const Layout& source) const {
   if (WantsGray()) return GrayLayout(bits_ == 0 ? 8 : bits_);
   if (!palette_.empty()) return WantedPalette();
   const uint32_t order = order_ == OrderChoice::kRgb ? T_ORDER_RGB : T_ORDER_BGR;
@@ -91,16 +90,18 @@ Layout ConvertCommand::Wanted(const Picture& picture) const {
   return PaletteLayout(bits_, FixedPalette(bits_));
 }
 
-Shape ConvertCommand::Plan(const Picture& picture) {
-  target_ = Wanted(picture);
-  return {picture.width, picture.height, target_};
+Shape ConvertCommand::Plan(const Shape& before) {
+  target_ = Wanted(before.layout);
+  Shape after = before;
+  after.layout = target_;
+  return after;
 }
 
 void ConvertCommand::Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) {
   const Layout source = LayoutOf(bitmap->Handle());
   if (source == target_) return;
   Progress progress(console, Input() + ", converting", static_cast<uint64_t>(bitmap->Handle().Height));
-  bitmap = Converted(*bitmap, target_, Storage(), Input(), progress);
+  bitmap = Converted(*bitmap, target_, Storage(target_.bits), Input(), progress);
   console.Note(Input(), NameOf(source) + " is converted to " + NameOf(target_) + ", " + SamplesOf(target_));
 }
 

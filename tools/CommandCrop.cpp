@@ -30,11 +30,13 @@ class CropCommand final : public PictureCommand {
     if (!ParseArea(text_, area)) throw Failure(Exit::kUsage, "", "'" + text_ + "' is not a rectangle; write X,Y,WxH");
   }
 
-  Shape Plan(const Picture& picture) override {
+  Shape Plan(const Shape& before) override {
     ParseArea(text_, seen_);
-    const bool swap = SidesSwap(picture.orientation);
-    return {static_cast<int32_t>(swap ? seen_.height : seen_.width),
-            static_cast<int32_t>(swap ? seen_.width : seen_.height), LayoutOf(picture)};
+    const bool swap = SidesSwap(before.orientation);
+    Shape after = before;
+    after.width = static_cast<int32_t>(swap ? seen_.height : seen_.width);
+    after.height = static_cast<int32_t>(swap ? seen_.width : seen_.height);
+    return after;
   }
 
   void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) override {
@@ -50,7 +52,8 @@ class CropCommand final : public PictureCommand {
         [&](BitmapHandle* made, uint32_t memoryType) {
           return T_CopyBitmapRect2(made, &source, sizeof *made, left, top, width, height, memoryType);
         },
-        Storage(), Input(), "a rectangle of " + std::to_string(width) + " x " + std::to_string(height) + " pixels");
+        Storage(source.BitsPerPixel), Input(),
+        "a rectangle of " + std::to_string(width) + " x " + std::to_string(height) + " pixels");
   }
 
  private:

@@ -1,6 +1,5 @@
 // tarn pixel: the colour of a pixel, or a pixel of another colour.
 
-#include <charconv>
 #include <cstdio>
 
 #include "Colours.h"
@@ -9,31 +8,6 @@
 
 namespace tarn::tool {
 namespace {
-
-constexpr uint32_t kGrayTag = 0x04000000, kTagMask = 0xFF000000;
-constexpr char kGrayPrefix[] = "gray:";
-
-/// "#rrggbb", or "gray:N" of 0 to 65535, as one of the library's colour values.
-bool ParseColourValue(const std::string& text, uint32_t& value) {
-  T_PaletteEntry entry{};
-  if (ParseColour(text, entry)) {
-    value = uint32_t{entry.Red} | uint32_t{entry.Green} << 8 | uint32_t{entry.Blue} << 16;
-    return true;
-  }
-  constexpr size_t kPrefixLength = sizeof kGrayPrefix - 1;
-  if (text.compare(0, kPrefixLength, kGrayPrefix) != 0) return false;
-  uint16_t level = 0;
-  const auto [stop, error] = std::from_chars(text.data() + kPrefixLength, text.data() + text.size(), level);
-  if (error != std::errc() || stop != text.data() + text.size()) return false;
-  value = kGrayTag | level;
-  return true;
-}
-
-std::string ColourValueName(uint32_t value) {
-  if ((value & kTagMask) == kGrayTag) return kGrayPrefix + std::to_string(value & 0xFFFF);
-  const auto sample = [&](int shift) { return static_cast<uint8_t>(value >> shift); };
-  return ColourName({sample(16), sample(8), sample(0), 0});
-}
 
 class PixelCommand final : public Command {
  public:
@@ -73,11 +47,9 @@ class PixelCommand final : public Command {
       std::printf("%s\n", ColourValueName(value).c_str());
       FinishOutput();
     } else {
+      const auto set = [&](FileToFile::Bitmaps& bitmaps) { Set(bitmaps.front()->Handle()); };
       way_.Run(
-          [](const Picture& picture) {
-            return Shape{picture.width, picture.height, LayoutOf(picture)};
-          },
-          [&](std::unique_ptr<Bitmap>& bitmap) { Set(bitmap->Handle()); }, console);
+          false, [](const Shape& before) { return before; }, set, console);
     }
     return static_cast<int>(Exit::kOk);
   }

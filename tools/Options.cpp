@@ -64,6 +64,11 @@ void Options::Verbosity(bool& verbose, bool& quiet) {
   app_.add_flag("--quiet,-q", quiet, "no progress bar on a terminal")->excludes(loud);
 }
 
+void Options::Tail(std::vector<std::string>& target, const char* help) {
+  app_.footer(help);
+  if (tails_) (*tails_)[app_.get_name()] = &target;
+}
+
 Options Options::Action(const char* name, const char* help, const std::function<void()>& chosen) {
   CLI::App* const entry = app_.add_subcommand(name, help);
   entry->callback(chosen);
@@ -96,10 +101,19 @@ Options CommandLine::All() { return Options(*app_); }
 
 Options CommandLine::Command(const char* name, const char* help) {
   app_->require_subcommand(1);
-  return Options(*app_->add_subcommand(name, help));
+  return Options(*app_->add_subcommand(name, help), &tails_);
 }
 
-bool CommandLine::Read(const std::vector<std::string>& words) {
+bool CommandLine::Read(const std::vector<std::string>& all) {
+  std::vector<std::string> words = all;
+  const auto tail = words.empty() ? tails_.end() : tails_.find(words.front());
+  if (tail != tails_.end()) {
+    const auto cut = std::find(words.begin(), words.end(), "--");
+    if (cut != words.end()) {
+      tail->second->assign(cut + 1, words.end());
+      words.erase(cut, words.end());
+    }
+  }
   // The parser takes the last word first. A place such as -5,-5 gets a blank in front: the parser would look whether
   // there is an option -5, and its look-up ends the process without memory.
   std::vector<std::string> turned;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -19,7 +20,9 @@ namespace tarn::tool {
 /// then. `help` is one line.
 class Options {
  public:
-  explicit Options(CLI::App& app) : app_(app) {}
+  using Tails = std::map<std::string, std::vector<std::string>*>;
+
+  explicit Options(CLI::App& app, Tails* tails = nullptr) : app_(app), tails_(tails) {}
 
   /// Arguments by place; required but for one kind.
   void Argument(const char* name, std::string& target, const char* type, const char* help);
@@ -32,6 +35,8 @@ class Options {
   void Flag(const char* name, bool& target, const char* help);
   /// --verbose and --quiet, which exclude each other.
   void Verbosity(bool& verbose, bool& quiet);
+  /// Of a command: what comes behind the first word "--", word by word. `help` may have several lines.
+  void Tail(std::vector<std::string>& target, const char* help);
   /// A word after which options of its own follow; one of them must be given. `chosen` is called when it is.
   Options Action(const char* name, const char* help, const std::function<void()>& chosen);
   /// One of several words, each with its value.
@@ -49,6 +54,7 @@ class Options {
              const char* type, const char* help);
 
   CLI::App& app_;
+  Tails* tails_;  // by the command's name, null where there are none
 };
 
 /// The words that a program was started with.
@@ -74,6 +80,7 @@ class CommandLine {
 
  private:
   std::unique_ptr<CLI::App> app_;
+  Options::Tails tails_;
 };
 
 }  // namespace tarn::tool

@@ -10,11 +10,12 @@
 
 namespace tarn::tool {
 
-/// What a bitmap will be.
+/// What a bitmap is, or will be. Sides are those of the rows as they are stored, 0 when only the work can tell them.
 struct Shape {
   int32_t width = 0;
   int32_t height = 0;
   Layout layout;
+  uint32_t orientation = 1;  // view perspective
 };
 
 /// Calls come in this order: Expect for every page, Create, Add for every page, Commit. All throw Failure.

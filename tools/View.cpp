@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <limits>
 
 namespace tarn::tool {
 namespace {
+
+constexpr double kMostPercent = 1e9;    // any side fits 31 bits, or does not, afterwards
+constexpr double kMostDegrees = 36000;  // a hundred turns
 
 /// Where the text begins: blanks in front do not count.
 const char* Begin(const std::string& text) { return text.data() + std::min(text.find_first_not_of(' '), text.size()); }
@@ -37,6 +41,33 @@ bool ParseArea(const std::string& text, Area& area) {
   return TakeNumber(at, end, ',', area.left) && TakeNumber(at, end, ',', area.top) &&
          TakeNumber(at, end, 'x', area.width) && TakeNumber(at, end, 0, area.height) && area.width > 0 &&
          area.height > 0;
+}
+
+bool ParseNewSize(const std::string& text, NewSize& size) {
+  const char* at = Begin(text);
+  const char* const end = text.data() + text.size();
+  if (at != end && end[-1] == '%') {
+    const auto [stop, error] = std::from_chars(at, end - 1, size.percent, std::chars_format::fixed);
+    return error == std::errc() && stop == end - 1 && size.percent > 0 && size.percent <= kMostPercent;
+  }
+  int64_t width = 0, height = 0;
+  if (at != end && *at == 'x') {
+    ++at;
+  } else if (!TakeNumber(at, end, 'x', width) || width <= 0) {
+    return false;
+  }
+  if (at == end ? width == 0 : !TakeNumber(at, end, 0, height) || height <= 0) return false;
+  size = {static_cast<int32_t>(width), static_cast<int32_t>(height), 0};
+  return true;
+}
+
+bool ParseAngle(const std::string& text, int32_t& hundredths) {
+  const char* const end = text.data() + text.size();
+  double degrees = 0;
+  const auto [stop, error] = std::from_chars(Begin(text), end, degrees, std::chars_format::fixed);
+  if (error != std::errc() || stop != end || !(std::fabs(degrees) <= kMostDegrees)) return false;
+  hundredths = static_cast<int32_t>(std::lround(degrees * 100));
+  return true;
 }
 
 Area StoredArea(const Area& seen, uint32_t perspective, int64_t width, int64_t height) noexcept {

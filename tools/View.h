@@ -19,6 +19,17 @@ struct Area {
 bool ParsePlace(const std::string& text, Area& area);
 bool ParseArea(const std::string& text, Area& area);
 
+/// A size asked for: sides of which one may be 0, in proportion, or a percentage of what there is.
+struct NewSize {
+  int32_t width = 0;
+  int32_t height = 0;
+  double percent = 0;  // 0: the sides count
+};
+/// "800x600", "800x", "x600" or "50%".
+bool ParseNewSize(const std::string& text, NewSize& size);
+/// Degrees, with or without a fraction, as hundredths of a degree.
+bool ParseAngle(const std::string& text, int32_t& hundredths);
+
 /// Whether rows of storage are seen as columns.
 inline bool SidesSwap(uint32_t perspective) noexcept { return perspective >= 5; }
 /// Where an area of the picture lies in storage.

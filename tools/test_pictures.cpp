@@ -647,4 +647,20 @@ Pixels DecodeBmp(const std::string& name, std::string* what, Meta* meta) {
   return result;
 }
 
+Pixels Seen(Pixels stored, int orientation) {
+  const int w = stored.width, h = stored.height;
+  Pixels seen;
+  seen.width = orientation >= 5 ? h : w;
+  seen.height = orientation >= 5 ? w : h;
+  for (int y = 0; y < seen.height; ++y) {
+    for (int x = 0; x < seen.width; ++x) {
+      const int columns[] = {x, w - 1 - x, w - 1 - x, x, y, y, w - 1 - y, w - 1 - y};
+      const int rows[] = {y, y, h - 1 - y, h - 1 - y, x, h - 1 - x, h - 1 - x, x};
+      const uint16_t* const pixel = stored.At(columns[orientation - 1], rows[orientation - 1]);
+      seen.samples.insert(seen.samples.end(), pixel, pixel + 4);
+    }
+  }
+  return seen;
+}
+
 }  // namespace tarn::test

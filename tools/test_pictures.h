@@ -18,6 +18,9 @@ struct Pixels {
   uint16_t* At(int x, int y) { return samples.data() + 4 * (static_cast<size_t>(y) * width + x); }
 };
 
+/// The picture as it is seen, by the rules of the orientation tag.
+Pixels Seen(Pixels stored, int orientation);
+
 struct Meta {
   int dpi = 0;  // 0: none
   int orientation = 1;
