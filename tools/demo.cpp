@@ -325,7 +325,7 @@ std::string Card(const Shown& shown, double most) {
 struct Made {
   std::string image;     // file beside the page
   std::string command;   // that made it
-  std::string distance;  // decibels
+  std::string distance;  // decibels, "inf", or empty where there is none to tell
   std::string holds;     // what the file holds
   uint64_t bytes = 0;    // of the file
 };
@@ -365,8 +365,10 @@ std::string GallerySection(const std::string& title, const std::string& text, co
     for (const Made& made : group.made) {
       html += "<figure><a href=\"" + Escaped(made.image) + "\"><img loading=\"lazy\" src=\"" + Escaped(made.image) +
               "\" alt=\"" + Escaped(made.command) + "\"></a><figcaption><code>" + Escaped(made.command) +
-              "</code><div class=\"soft\">" + Escaped(made.holds) + ", " + Grouped(made.bytes) + " bytes; " +
-              (made.distance == "inf" ? "no difference" : Escaped(made.distance) + " dB") +
+              "</code><div class=\"soft\">" + Escaped(made.holds) + ", " + Grouped(made.bytes) + " bytes" +
+              (made.distance.empty() ? ""
+               : made.distance == "inf" ? "; no difference"
+                                        : "; " + Escaped(made.distance) + " dB") +
               "</div></figcaption></figure>\n";
     }
     html += "</div>\n";
@@ -382,6 +384,11 @@ constexpr char kColorsText[] =
     "The same photograph dithered, and with palettes of several origins. Dithering moves single pixels away from the "
     "photograph to bring areas near: the decibels, taken pixel by pixel, fall where the eye sees a gain. Open a "
     "picture to see its pixels as they are.";
+
+constexpr char kMovedText[] =
+    "The photograph and a part of the page in other sizes, turned, slanted, trimmed and with other opacity, each by the "
+    "command below it. White around a turned picture is the colour that <code>--fill</code> did not change; where there "
+    "is opacity, the page shows through.";
 
 std::string Page(const std::vector<Shown>& all, const std::string& galleries, const std::string& origin, size_t trips,
                  size_t wrong) {
@@ -414,13 +421,14 @@ void WriteText(const std::filesystem::path& name, const std::string& text) {
 int Run(int argc, char** argv) {
   CommandLine line("tarn_demo", "Takes pictures through every kind of storage and back.");
   Options options = line.All();
-  std::string directory, origin, depths, colors;
+  std::string directory, origin, depths, colors, moved;
   std::vector<std::string> files;
   options.Argument("directory", directory, "DIRECTORY", "where the page goes");
   options.Arguments("files", files, "FILE...", "PNG, JPEG, TIFF or BMP files");
   options.Text("--origin", origin, "TEXT", "a sentence about where the pictures come from");
   options.Text("--depths", depths, "FILE", "list of images of one photograph: image, command and distance a line");
   options.Text("--colors", colors, "FILE", "the same of images in few colours; headings are lines without tabs");
+  options.Text("--moved", moved, "FILE", "the same of images whose pixels moved, without distances");
   if (!line.Read(argc, argv)) return 0;
   InstallSignalCleanup();
 
@@ -438,7 +446,8 @@ int Run(int argc, char** argv) {
   const std::filesystem::path page = std::filesystem::absolute(directory) / "index.html";
   const std::string galleries =
       GallerySection("One photograph in every depth", kDepthsText, ReadGroups(depths, directory)) +
-      GallerySection("One photograph in few colours", kColorsText, ReadGroups(colors, directory));
+      GallerySection("One photograph in few colours", kColorsText, ReadGroups(colors, directory)) +
+      GallerySection("Pixels on the move", kMovedText, ReadGroups(moved, directory));
   WriteText(page, Page(all, galleries, origin, trips, wrong));
   std::printf("%s\n", page.c_str());
   return wrong == 0 ? 0 : 1;

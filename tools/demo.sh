@@ -99,4 +99,71 @@ for palette in fixed web optimized; do
   show colors.txt "colors-8-$palette.png" colors --bits 8 --palette "$palette" || exit 1
 done
 
-"$programs/tarn_demo" --origin "$origin" --depths "$out/depths.txt" --colors "$out/colors.txt" "$out" "$@"
+# ---- Sizes, turns, slants, borders, opacity ----------------------------------------------------------------------------
+
+# moved IMAGE COMMAND INPUT OPTION...: makes an image and notes the file and the command.
+moved() {
+  image=$1 command=$2 input=$3
+  shift 3
+  if [ "$command" = run ]; then
+    "$programs/tarn" run "$input" "$@" "$out/$image" >"$out/told.txt" || return 1
+    line="tarn run $(basename "$input") $* $image"
+  else
+    "$programs/tarn" "$command" "$input" "$out/$image" "$@" >"$out/told.txt" || return 1
+    line="tarn $command $(basename "$input") $image $*"
+  fi
+  if [ -s "$out/told.txt" ]; then line="$line (prints $(cat "$out/told.txt"))"; fi
+  printf '%s\t%s\t\n' "$image" "$line" | sed "s#$out/##g" >>"$out/moved.txt"
+}
+heading() { echo "$*" >>"$out/moved.txt"; }
+
+for page; do :; done # the last picture of the list
+part=$out/part.png
+"$programs/tarn" crop "$page" "$part" 300,230,800x560 || exit 1
+"$programs/tarn" convert "$photograph" "$out/mask.png" --gray || exit 1
+
+heading "A third of the size, four methods"
+for method in nearest ink area smooth; do
+  moved "page-third-$method.png" resize "$part" 33% --method "$method" || exit 1
+done
+for method in nearest area smooth; do
+  moved "photo-third-$method.png" resize "$photograph" 33% --method "$method" || exit 1
+done
+heading "Four times the size, three methods"
+for method in nearest area smooth; do
+  moved "photo-large-$method.png" run "$photograph" -- crop 170,60,120x120 -- resize 400% --method "$method" || exit 1
+done
+heading "Turned"
+for method in nearest correct bilinear; do
+  moved "photo-turned-$method.png" rotate "$photograph" 15 --method "$method" || exit 1
+done
+moved photo-turned-whole.png rotate "$photograph" -30 --resize --fill '#204060' || exit 1
+moved photo-quarter.png rotate "$photograph" 90 --resize || exit 1
+moved page-turned.png run "$part" -- convert --gray -- rotate 10 --resize || exit 1
+heading "Flipped, mirrored, stored another way"
+for input in "$photograph" "$part"; do
+  name=photo
+  if [ "$input" = "$part" ]; then name=page; fi
+  moved "$name-flip.png" flip "$input" || exit 1
+  moved "$name-reverse.png" reverse "$input" || exit 1
+done
+moved photo-stored.png orient "$photograph" --to left-bottom || exit 1
+moved photo-marked.png orient "$photograph" --to left-bottom --mark-only || exit 1
+heading "Slanted and trimmed"
+moved photo-shear.png shear "$photograph" 15 || exit 1
+moved photo-shear-down.png shear "$photograph" -10 --vertical --fill '#c0a060' || exit 1
+moved page-shear.png shear "$part" 12 || exit 1
+moved photo-trim.png run "$photograph" -- crop -60,-40,640x600 -- trim --tolerance 8 || exit 1
+moved page-trim.png trim "$part" || exit 1
+heading "Opacity"
+moved photo-opacity.png alpha "$photograph" --set "$out/mask.png" || exit 1
+moved photo-opacity-out.png alpha "$out/photo-opacity.png" --extract || exit 1
+moved photo-opacity-over.png alpha "$out/photo-opacity.png" --remove --over '#d04060' || exit 1
+moved page-opacity.png alpha "$part" --opacity 90 || exit 1
+heading "A scanned page made level"
+moved page-scanned.png run "$page" -- resize 800x || exit 1
+moved page-level.png run "$page" -- deskew -- resize 800x || exit 1
+moved page-steep.png run "$page" -- rotate 7 -- resize 800x || exit 1
+moved page-steep-level.png run "$page" -- rotate 7 -- deskew -- resize 800x || exit 1
+
+"$programs/tarn_demo" --moved "$out/moved.txt" --origin "$origin" --depths "$out/depths.txt" --colors "$out/colors.txt" "$out" "$@"
