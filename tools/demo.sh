@@ -119,7 +119,7 @@ heading() { echo "$*" >>"$out/moved.txt"; }
 
 for page; do :; done # the last picture of the list
 part=$out/part.png
-"$programs/tarn" crop "$page" "$part" 300,230,800x560 || exit 1
+"$programs/tarn" crop "$page" "$part" 320,760,800x560 || exit 1
 "$programs/tarn" convert "$photograph" "$out/mask.png" --gray || exit 1
 
 heading "A third of the size, four methods"
