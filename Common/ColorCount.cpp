@@ -28,6 +28,10 @@ class ColorSet {
     bits_ = TrackedBuffer<uint64_t>::Zeroed(words_, TARN_HERE);
     return static_cast<bool>(bits_);
   }
+  /// All colours of 24 bits; what is counted near is not in ascending order.
+  void AddColors(const uint8_t* pixels, int64_t count, bool near) noexcept {
+    count_ += Kernels().markColors(reinterpret_cast<uint32_t*>(bits_.data()), pixels, count, near);
+  }
   void Add(uint32_t color) noexcept {
     uint64_t& word = bits_[color >> 6];
     const uint64_t bit = uint64_t{1} << (color & 63);
@@ -75,8 +79,10 @@ uint32_t ColorAt(const uint8_t* pixels, int64_t i) noexcept {
 /// One line's colours.
 class LineColors {
  public:
-  Status Open(const BitmapHandle& bitmap, Kind kind) noexcept {
+  /// @param named colours are asked for by ForEach
+  Status Open(const BitmapHandle& bitmap, Kind kind, bool named) noexcept {
     kind_ = kind;
+    near_ = !named;
     bits_ = bitmap.BitsPerPixel;
     width_ = bitmap.Width;
     samples_ = GrayParamsOf(bits_, 16, bitmap.LowBit, bitmap.HighBit);
@@ -127,17 +133,18 @@ class LineColors {
   }
   void AddColors(uint8_t* part, const uint8_t* line, int64_t first, int64_t count, ColorSet& set) noexcept {
     lines_.Colors(part, line, first, count);
+    if (kind_ == Kind::kColors) return set.AddColors(part, count, near_);
     uint32_t last = ~0u;
     for (int64_t i = 0; i < count; ++i) {
-      uint32_t color = ColorAt(part, i);
+      const uint32_t color = ColorAt(part, i);
       if (color == last) continue;
       last = color;
-      if (kind_ == Kind::kWords555) color = (color >> 3 & 31) | (color >> 6 & 0x3E0) | (color >> 9 & 0x7C00);
-      set.Add(color);
+      set.Add((color >> 3 & 31) | (color >> 6 & 0x3E0) | (color >> 9 & 0x7C00));
     }
   }
 
   Kind kind_ = Kind::kColors;
+  bool near_ = false;
   int32_t bits_ = 0;
   int64_t width_ = 0;
   GrayParams samples_{};
@@ -150,7 +157,7 @@ Status CountColors(BitmapHandle& bitmap, uint32_t& count, T_PaletteEntry* palett
   if (!GeometryHolds(bitmap)) return ERR_INVALID_PARAMETER;
   const Kind kind = KindOf(bitmap);
   LineColors lines;
-  TARN_TRY(lines.Open(bitmap, kind));
+  TARN_TRY(lines.Open(bitmap, kind, palette != nullptr));
   ColorSet set;
   if (!set.Open(RangeOf(kind, bitmap.BitsPerPixel))) return ERR_NO_MEMORY;
   const bool givesUp = palette && bitmap.BitsPerPixel > 8;

@@ -219,10 +219,10 @@ Status DitherRows(BitmapHandle& target, BitmapHandle& source, uint32_t method, c
     DitherRun* run = nullptr;
   } owner;
   Status status = SUCCESS;
-  owner.run = DitherRun::Create(
-      source, method,
-      {chosen.fixed ? nullptr : chosen.entries, chosen.count, static_cast<uint32_t>(target.BitsPerPixel), chosen.lent},
-      status);
+  owner.run = DitherRun::Create(source, method,
+                                {chosen.fixed ? nullptr : chosen.entries, chosen.count,
+                                 static_cast<uint32_t>(target.BitsPerPixel), chosen.lent, !chosen.own.Get()},
+                                status);
   if (!owner.run) return status;
   (void)owner.run->OpenGroups();  // without, it only takes longer
   const BitmapLock lock(source);

@@ -39,6 +39,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
                     .pixels = &kPixelsPortable,
                     .dither = &kDitherPortable,
                     .countKeys = CountKeys_Portable,
+                    .markColors = MarkColors_Portable,
                     .turn = &kTurnPortable,
                     .scale = &kScalePortable,
                     .rotate = &kRotatePortable};
@@ -51,6 +52,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.pixels = &kPixelsAvx2;
     table.dither = &kDitherAvx2;
     table.countKeys = CountKeys_Avx2;
+    table.markColors = MarkColors_Avx2;
     table.turn = &kTurnAvx2;
     table.scale = &kScaleAvx2;
     table.rotate = &kRotateAvx2;

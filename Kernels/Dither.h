@@ -18,6 +18,7 @@ constexpr int kWaveLines = 32;      // lines of a wave at the most
 constexpr int kWaveLag = 8;         // pixels that each line of a wave is behind the one above; also pixels of a walk
 constexpr int kWaveRows = 2;        // lines above that a kernel counts, in a wave
 constexpr uint32_t kUnknown = 255;  // in DitherColors::table: ask `resolve`
+constexpr uint32_t kNoneUnknown = 256;
 
 /// Weights of errors by where they come from: line above (0: the same line) and pixels to the left (negative: right).
 struct DitherKernel {
@@ -51,7 +52,7 @@ struct DitherColors {
   const DitherStep* steps[3];  // kSteps, for a kernel that is not wide: of values from -256 on
   uint32_t mask;               // kTable: bits of the word B | G << 8 | R << 16 that make the key, lowest first
   const uint8_t* table;        // key to position
-  uint32_t unknown;            // kUnknown, or a value that no position has
+  uint32_t unknown;            // kUnknown or kNoneUnknown
   /// Position for a key whose table entry is kUnknown.
   uint32_t (*resolve)(void* owner, uint32_t key) noexcept;
   void* owner;

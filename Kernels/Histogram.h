@@ -18,4 +18,10 @@ using CountKeys = void(KeyCounts& counts, const uint8_t* pixels, int64_t count) 
 CountKeys CountKeys_Portable;
 CountKeys CountKeys_Avx2;
 
+/// Sets the bit of each colour (blue, green, red, 0) in a set of 2^24 bits; returns how many were not set before. With
+/// `near`, bits of similar colours are beside each other: a line of the cache is a cube of 8 a side.
+using MarkColors = uint32_t(uint32_t* set, const uint8_t* pixels, int64_t count, bool near) noexcept;
+MarkColors MarkColors_Portable;
+MarkColors MarkColors_Avx2;
+
 }  // namespace tarn

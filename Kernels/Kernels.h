@@ -56,6 +56,7 @@ struct KernelTable {
   const PixelKernels* pixels;
   const DitherKernels* dither;
   CountKeys* countKeys;
+  MarkColors* markColors;
   const TurnKernels* turn;
   const ScaleKernels* scale;
   const RotateKernels* rotate;

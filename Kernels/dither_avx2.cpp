@@ -548,7 +548,7 @@ void OrderedByTable(uint8_t* indices, const uint8_t* pixels, int64_t count, V up
     _mm256_store_si256(reinterpret_cast<V*>(keys), Keys(moved(x)));
     for (int i = 0; i < 8; ++i) indices[x + i] = table[keys[i]];
   }
-  for (int64_t x = 0; x < count; x += 8) {
+  for (int64_t x = 0; x < count && colors.unknown == kUnknown; x += 8) {
     uint64_t eight;
     __builtin_memcpy(&eight, indices + x, 8);
     const H unknown = _mm_cmpeq_epi8(_mm_cvtsi64_si128(static_cast<int64_t>(eight)), _mm_set1_epi8(-1));

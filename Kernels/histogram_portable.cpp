@@ -35,4 +35,19 @@ void CountKeys_Portable(KeyCounts& counts, const uint8_t* pixels, int64_t count)
   if (i < count) Count(counts, even, KeyAt(pixels));
 }
 
+uint32_t MarkColors_Portable(uint32_t* set, const uint8_t* pixels, int64_t count, bool near) noexcept {
+  uint32_t fresh = 0;
+  for (int64_t i = 0; i < count; ++i, pixels += 4) {
+    uint32_t color;
+    __builtin_memcpy(&color, pixels, 4);
+    if (near) color = KeyAt(pixels) << 9 | (color >> 10 & 0x1C0) | (color >> 5 & 0x38) | (color & 7);
+    uint32_t& word = set[color >> 5];
+    if (word >> (color & 31) & 1) [[likely]]
+      continue;
+    word |= 1u << (color & 31);
+    ++fresh;
+  }
+  return fresh;
+}
+
 }  // namespace tarn

@@ -34,9 +34,43 @@ Pixels PixelsOf(FIBITMAP* image, Format format) {
   return pixels;
 }
 
+/// A job whose result is a new picture, with its palette if the format has one; the one before is freed first.
+PeerJob Making(const std::string& call, Format format, const std::function<FIBITMAP*()>& make) {
+  const auto made = std::make_shared<Shared>();
+  return {call + ", fresh",
+          [=] {
+            made->reset();
+            *made = Own(make());
+            Require(*made != nullptr, call.c_str());
+          },
+          [=] {
+            Pixels pixels = PixelsOf(made->get(), format);
+            const unsigned colors = FreeImage_GetColorsUsed(made->get());
+            const RGBQUAD* const palette = FreeImage_GetPalette(made->get());
+            for (unsigned i = 0; i < colors; ++i)
+              pixels.palette.push_back({palette[i].rgbBlue, palette[i].rgbGreen, palette[i].rgbRed, 0});
+            return pixels;
+          }};
+}
+
 class FreeImage : public Peer {
  public:
   std::string Name() const override { return "FreeImage"; }
+
+  std::vector<PeerJob> Reduce(const Pixels& source, const Reduction& reduction) override {
+    using Way = Reduction::Way;
+    const Shared image = ImageOf(source);
+    if (!image) return {};
+    if (source.format == kGray8) {
+      const bool ordered = reduction.way == Way::kOrdered;
+      if (!ordered && reduction.way != Way::kFloydSteinberg) return {};
+      return {Making(ordered ? "Dither FID_BAYER8x8" : "Dither FID_FS", kBits1,
+                     [=] { return FreeImage_Dither(image.get(), ordered ? FID_BAYER8x8 : FID_FS); })};
+    }
+    if (source.format != kBgr24 || reduction.way != Way::kChosen) return {};
+    return {Making("ColorQuantize FIQ_WUQUANT", kPalette8,
+                   [=] { return FreeImage_ColorQuantize(image.get(), FIQ_WUQUANT); })};
+  }
 
   std::vector<PeerJob> Turn(const Pixels& source, const TurnTask& task) override {
     const Shared image = ImageOf(source);

@@ -16,6 +16,12 @@ std::vector<std::unique_ptr<Peer>> Peers() {
 #ifdef TARN_PEER_FREEIMAGE
   peers.push_back(FreeImagePeer());
 #endif
+#ifdef TARN_PEER_GRAPHICSMAGICK
+  peers.push_back(GraphicsMagickPeer());
+#endif
+#ifdef TARN_PEER_IMAGEQUANT
+  peers.push_back(ImagequantPeer());
+#endif
 #ifdef TARN_PEER_SWSCALE
   peers.push_back(SwscalePeer());
 #endif

@@ -69,6 +69,8 @@ std::unique_ptr<Peer> OpenCvPeer();
 std::unique_ptr<Peer> LibyuvPeer();
 std::unique_ptr<Peer> LeptonicaPeer();
 std::unique_ptr<Peer> FreeImagePeer();
+std::unique_ptr<Peer> GraphicsMagickPeer();
+std::unique_ptr<Peer> ImagequantPeer();
 std::unique_ptr<Peer> SwscalePeer();
 std::unique_ptr<Peer> StbPeer();
 std::unique_ptr<Peer> PillowPeer();  // null when its module cannot be imported

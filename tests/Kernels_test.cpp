@@ -158,6 +158,29 @@ TEST_P(Level, ShiftsBitsBetweenAnyBits) {
   }
 }
 
+TEST_P(Level, MarksEveryColorOnce) {
+  Random random(7);
+  for (const bool near : {false, true}) {
+    std::vector<uint32_t> set(1u << 19), wanted(1u << 19);
+    for (const int64_t count : {0, 1, 7, 8, 9, 250, 3000}) {
+      std::vector<uint32_t> colors(static_cast<size_t>(count));
+      for (uint32_t& color : colors) color = random() & (random() % 2 ? 0x030303 : 0xFFFFFF);
+      uint32_t fresh = 0;
+      for (const uint32_t color : colors) {
+        const uint32_t red = color >> 16, green = color >> 8 & 255, blue = color & 255;
+        const uint32_t bit = near ? (red >> 3) << 19 | (green >> 3) << 14 | (blue >> 3) << 9 | (red & 7) << 6 |
+                                        (green & 7) << 3 | (blue & 7)
+                                  : color;
+        fresh += !(wanted[bit / 32] >> bit % 32 & 1);
+        wanted[bit / 32] |= 1u << bit % 32;
+      }
+      Exact pixels(reinterpret_cast<const uint8_t*>(colors.data()), 4 * colors.size(), 4);
+      EXPECT_EQ(kernels.markColors(set.data(), pixels.data(), count, near), fresh);
+      EXPECT_TRUE(set == wanted) << count << " near " << near;
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Kernels, Level, testing::ValuesIn(tarn::test::kLevels), tarn::test::NameOfLevel);
 
 TEST(Kernels, LevelIsNeverAboveTheProcessor) {

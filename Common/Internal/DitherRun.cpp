@@ -300,6 +300,12 @@ Status DitherRun::Open(const BitmapHandle& source, uint32_t method, const Dither
     uint32_t& entry = table_[KeyOf(usable_[i])];
     if (entry == 0) entry = i + 1;
   }
+  // Of large pictures nearly every key is asked for once, and then nobody has to ask whether it is known.
+  constexpr int64_t kLarge = int64_t{1} << 20;
+  if (table_ && !(target.matchTable && target.looked) && width_ * source.Height >= kLarge) {
+    for (uint32_t key = 0; key < kMatchKeys; ++key) (void)Resolve(this, key);
+    colors_.unknown = kNoneUnknown;
+  }
   return SUCCESS;
 }
 

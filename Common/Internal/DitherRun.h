@@ -26,6 +26,7 @@ struct DitherTarget {
   uint32_t count;                 // 1..256
   uint32_t bits;                  // of output pixels
   uint32_t* matchTable;           // kMatchKeys entries to borrow, or null
+  bool looked = true;             // its owner looks at it afterwards: only colours that occur are entered
 };
 
 /// Lives on the tracked heap and keeps errors from line to line: lines go in order, top to bottom.
