@@ -83,7 +83,8 @@ Status Resampler::StartDithering() noexcept {
   Status status = SUCCESS;
   const auto bits = static_cast<uint32_t>(format_.BitsPerPixel);
   dither_ = DitherRun::Create(work, DITHER_FLOYD_STEINBERG, {palette_, colors_, bits, nullptr}, status);
-  nextDithered_ = 0;
+  firstDithered_ = nextDithered_ = 0;
+  if (dither_) (void)dither_->OpenGroups();  // without, it only takes longer
   return status;
 }
 
@@ -100,8 +101,14 @@ Status Resampler::OpenBuffers(Here here) noexcept {
   held_ = TrackedBuffer<uint8_t>(kHeld * stride_, here);
   if (!held_) return ERR_NO_MEMORY;
   if (converted_) {
-    made_ = TrackedBuffer<uint8_t>(stride_, here);
+    if (dithered_) ahead_ = rows_.target < kWaveLines ? rows_.target : kWaveLines;
+    made_ = TrackedBuffer<uint8_t>(stride_ * static_cast<uint32_t>(ahead_), here);
     if (!made_) return ERR_NO_MEMORY;
+  }
+  if (dithered_) {
+    ditheredBytes_ = (static_cast<uint64_t>(columns_.target) * static_cast<uint32_t>(format_.BitsPerPixel) + 7) / 8;
+    ditheredRows_ = TrackedBuffer<uint8_t>(ditheredBytes_ * static_cast<uint32_t>(ahead_), here);
+    if (!ditheredRows_) return ERR_NO_MEMORY;
   }
   if (rows_.cells) {
     const bool narrow = rows_.largestTotal < kernels_->narrowTotal;
@@ -214,13 +221,33 @@ Status Resampler::Samples(void* target, int32_t row) noexcept {
   return SUCCESS;
 }
 
-Status Resampler::DitherTo(uint8_t* target, uint64_t bytes, int32_t row) noexcept {
-  if (row < nextDithered_) TARN_TRY(StartDithering());
-  for (; nextDithered_ <= row; ++nextDithered_) {
-    TARN_TRY(Samples(made_.data(), nextDithered_));
-    if (nextDithered_ == row) std::memset(target, 0, bytes);
-    dither_->Line(target, made_.data());
+/// The next rows together, which is what dithering is fast at. A row that cannot be made is one for the next time.
+Status Resampler::DitherAhead() noexcept {
+  uint8_t* targets[kWaveLines];
+  const uint8_t* lines[kWaveLines];
+  const int32_t left = rows_.target - nextDithered_;
+  int32_t count = 0;
+  for (; count < (left < ahead_ ? left : ahead_); ++count) {
+    const auto at = static_cast<uint32_t>(count);
+    const Status made = Samples(made_.data() + at * stride_, nextDithered_ + count);
+    if (!made.Ok() && count == 0) return made;
+    if (!made.Ok()) break;
+    lines[count] = made_.data() + at * stride_;
+    targets[count] = ditheredRows_.data() + at * ditheredBytes_;
   }
+  std::memset(ditheredRows_.data(), 0, ditheredBytes_ * static_cast<uint32_t>(count));
+  dither_->Lines(targets, lines, count);
+  firstDithered_ = nextDithered_;
+  nextDithered_ += count;
+  return SUCCESS;
+}
+
+Status Resampler::DitherTo(uint8_t* target, uint64_t bytes, int32_t row) noexcept {
+  if (row < firstDithered_) TARN_TRY(StartDithering());
+  while (nextDithered_ <= row) TARN_TRY(DitherAhead());
+  std::memcpy(target, ditheredRows_.data() + static_cast<uint32_t>(row - firstDithered_) * ditheredBytes_,
+              ditheredBytes_);
+  std::memset(target + ditheredBytes_, 0, bytes - ditheredBytes_);
   return SUCCESS;
 }
 

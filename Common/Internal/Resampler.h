@@ -52,6 +52,7 @@ class Resampler {
   const void* SourceRow(int32_t row) noexcept;
   void Across(void* target, const void* line) noexcept;
   Status AverageRows(void* target, const BoxCell& cell) noexcept;
+  Status DitherAhead() noexcept;
   Status DitherTo(uint8_t* target, uint64_t bytes, int32_t row) noexcept;
 
   BitmapHandle& source_;
@@ -68,14 +69,18 @@ class Resampler {
   LineConverter in_;
   LineConverter out_;
   DitherRun* dither_ = nullptr;
+  int32_t firstDithered_ = 0;  // of ditheredRows_
   int32_t nextDithered_ = 0;
+  int32_t ahead_ = 1;           // rows that are dithered together
+  uint64_t ditheredBytes_ = 0;  // of a row
+  TrackedBuffer<uint8_t> ditheredRows_;
   ScaleAxis columns_;
   ScaleAxis rows_;
   int64_t rowSamples_ = 0;       // of a result row
   uint64_t stride_ = 0;          // bytes between held rows
   TrackedBuffer<uint8_t> line_;  // a source row in samples
   TrackedBuffer<uint8_t> held_;  // source rows of the new width
-  TrackedBuffer<uint8_t> made_;  // a result row in samples, where the result is something else
+  TrackedBuffer<uint8_t> made_;  // result rows in samples, where the result is something else
   TrackedBuffer<uint8_t> sums_;
   TrackedBuffer<uint8_t> second_;  // derivatives of the spline
   TrackedBuffer<uint8_t> work_;
