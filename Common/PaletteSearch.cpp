@@ -125,6 +125,14 @@ uint32_t NearestSearch::Find(uint32_t red, uint32_t green, uint32_t blue) const 
   return kernels_.nearestPrepared(prepared_, color);
 }
 
+void NearestSearch::FindCell(uint32_t cell, uint8_t* answers) const noexcept {
+  kernels_.nearestCell(answers, prepared_, cell);
+  uint32_t index = 0;  // black and white are the first colour of the first cell and the last of the last
+  if (cell == 0 && AtAnEnd(entries_, count_, 0, index)) answers[0] = static_cast<uint8_t>(index);
+  if (cell == kCells - 1 && AtAnEnd(entries_, count_, 0xFFFFFF, index))
+    answers[kCellColors - 1] = static_cast<uint8_t>(index);
+}
+
 bool BuildPaletteIndexMap(const T_PaletteEntry* source, uint32_t sourceCount, const T_PaletteEntry* target,
                           uint32_t targetCount, uint8_t* map) noexcept {
   if (!source && !target) return true;

@@ -22,6 +22,14 @@ uint32_t NearestEntry_Portable(const uint8_t* entries, uint32_t count, uint32_t 
 uint32_t NearestEntry_Avx2(const uint8_t* entries, uint32_t count, uint32_t color) noexcept;
 uint32_t NearestPrepared_Portable(const PreparedPalette& palette, uint32_t color) noexcept;
 uint32_t NearestPrepared_Avx2(const PreparedPalette& palette, uint32_t color) noexcept;
+void NearestCell_Portable(uint8_t* answers, const PreparedPalette& palette, uint32_t cell) noexcept;
+void NearestCell_Avx2(uint8_t* answers, const PreparedPalette& palette, uint32_t cell) noexcept;
+bool AnswerColors_Portable(uint8_t* target, uint32_t* places, const uint8_t* colors, int64_t pixels,
+                           const uint8_t* answers) noexcept;
+bool AnswerColors_Avx2(uint8_t* target, uint32_t* places, const uint8_t* colors, int64_t pixels,
+                       const uint8_t* answers) noexcept;
+bool AnswerColors_Avx512(uint8_t* target, uint32_t* places, const uint8_t* colors, int64_t pixels,
+                         const uint8_t* answers) noexcept;
 void ShiftBits_Avx2(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
                     uint64_t bits) noexcept;
 void ShiftLowBits_Avx2(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
@@ -36,6 +44,8 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
                     .shiftLowBits = ShiftLowBits_Portable,
                     .nearestEntry = NearestEntry_Portable,
                     .nearestPrepared = NearestPrepared_Portable,
+                    .nearestCell = NearestCell_Portable,
+                    .answerColors = AnswerColors_Portable,
                     .pixels = &kPixelsPortable,
                     .dither = &kDitherPortable,
                     .countKeys = CountKeys_Portable,
@@ -49,6 +59,8 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.shiftLowBits = ShiftLowBits_Avx2;
     table.nearestEntry = NearestEntry_Avx2;
     table.nearestPrepared = NearestPrepared_Avx2;
+    table.nearestCell = NearestCell_Avx2;
+    table.answerColors = AnswerColors_Avx2;
     table.pixels = &kPixelsAvx2;
     table.dither = &kDitherAvx2;
     table.countKeys = CountKeys_Avx2;
@@ -58,6 +70,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.rotate = &kRotateAvx2;
   }
   if (limit >= Isa::kAvx512) {
+    table.answerColors = AnswerColors_Avx512;
     table.pixels = &kPixelsAvx512;
     table.turn = &kTurnAvx512;
   }

@@ -27,6 +27,22 @@ struct PreparedPalette {
 /// Entries of four bytes: blue, green, red and one that does not count. They must stay while the palette is used.
 void PreparePalette(PreparedPalette& prepared, const uint8_t* entries, uint32_t count) noexcept;
 
+/// The place of a colour in a table of answers for all: bits 7..4 of red, green and blue, then bit 3 of each, bit 2 of
+/// each, bits 1 and 0 of each. Colours that are close to each other are in one cache line (4 x 4 x 4), cell (8 x 8 x 8)
+/// or page of memory (16 x 16 x 16).
+constexpr uint32_t kCells = 32768;
+constexpr uint32_t kCellColors = 512;
+static constexpr uint32_t PlaceOfColor(uint32_t red, uint32_t green, uint32_t blue) noexcept {
+  const uint32_t page = (red >> 4) << 20 | (green >> 4) << 16 | (blue >> 4) << 12;
+  const uint32_t cell = (red & 8) << 8 | (green & 8) << 7 | (blue & 8) << 6;
+  const uint32_t line = (red & 4) << 6 | (green & 4) << 5 | (blue & 4) << 4;
+  return page | cell | line | (red & 3) << 4 | (green & 3) << 2 | (blue & 3);
+}
+/// Where a channel of a cell begins; 2 red, 1 green, 0 blue.
+static constexpr uint32_t CellBegin(uint32_t cell, uint32_t channel) noexcept {
+  return (cell >> (3 + 4 * channel) & 15) << 4 | (cell >> channel & 1) << 3;
+}
+
 /// Which of the three is largest, middle and smallest; 0..7.
 uint32_t ColorOrderCode(uint32_t red, uint32_t green, uint32_t blue) noexcept;
 
@@ -53,6 +69,12 @@ struct KernelTable {
   uint32_t (*nearestEntry)(const uint8_t* entries, uint32_t count, uint32_t color) noexcept;
   /// The same of a prepared palette.
   uint32_t (*nearestPrepared)(const PreparedPalette& palette, uint32_t color) noexcept;
+  /// The same of all colours of a cell, each at its place in the cell.
+  void (*nearestCell)(uint8_t* answers, const PreparedPalette& palette, uint32_t cell) noexcept;
+  /// The bytes at the places of canonical colours in a table of all cells, in order of their numbers. Fills places as
+  /// well; true when one of the bytes is 0.
+  bool (*answerColors)(uint8_t* target, uint32_t* places, const uint8_t* colors, int64_t pixels,
+                       const uint8_t* answers) noexcept;
   const PixelKernels* pixels;
   const DitherKernels* dither;
   CountKeys* countKeys;

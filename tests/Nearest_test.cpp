@@ -109,6 +109,41 @@ TEST(Nearest, EveryLevelKeepsTheRule) {
   tarn::ForceIsa(before);
 }
 
+TEST(Nearest, CellsKeepTheRule) {
+  std::mt19937 random(12);
+  for (const Isa isa : tarn::test::kLevels) {
+    if (tarn::ForceIsa(isa) != isa) continue;
+    for (const uint32_t count : {1u, 2u, 7u, 8u, 9u, 100u, 255u, 256u}) {
+      for (const int step : {1, 8, 64, 255}) {
+        Entries entries = Palette(random, count, step);
+        if (count > 8) entries[3] = entries[7] = entries[5];  // the first of equal ones
+        const tarn::NearestSearch search(entries.data(), count);
+        for (int i = 0; i < 12; ++i) {
+          const auto& near = entries[random() % count];
+          uint32_t cell = tarn::PlaceOfColor(near.Red, near.Green, near.Blue) / tarn::kCellColors;
+          if (i == 0) cell = 0;
+          if (i == 1) cell = tarn::kCells - 1;
+          if (i == 2) cell = tarn::PlaceOfColor(near.Red, near.Red, near.Red) / tarn::kCellColors;  // grays
+          if (i > 8) cell = random() % tarn::kCells;
+          uint8_t answers[tarn::kCellColors];
+          search.FindCell(cell, answers);
+          for (uint32_t color = 0; color < tarn::kCellColors; ++color) {
+            const uint32_t r = color >> 6, g = color >> 3 & 7, b = color & 7;
+            const auto at = [cell](uint32_t channel, uint32_t low) {
+              return static_cast<uint8_t>(tarn::CellBegin(cell, channel) | low);
+            };
+            ASSERT_EQ(answers[tarn::PlaceOfColor(r, g, b)],
+                      T_FindPaletteIndex(entries.data(), count, at(2, r), at(1, g), at(0, b)))
+                << count << " entries, step " << step << ", cell " << cell << ", " << r << ' ' << g << ' ' << b
+                << ", level " << tarn::test::LevelName(isa);
+          }
+        }
+      }
+    }
+  }
+  tarn::ForceIsa(Isa::kCount);
+}
+
 TEST(Nearest, TiesAndEnds) {
   const auto find = [](const Entries& e, int r, int g, int b) {
     return T_FindPaletteIndex(e.data(), static_cast<uint32_t>(e.size()), static_cast<uint8_t>(r),

@@ -15,6 +15,8 @@ class NearestSearch {
   NearestSearch(const T_PaletteEntry* entries, uint32_t count) noexcept;
   /// What T_FindPaletteIndex(entries, count, red, green, blue) gives.
   [[nodiscard]] uint32_t Find(uint32_t red, uint32_t green, uint32_t blue) const noexcept;
+  /// The same of all colours of a cell, at their places in `answers`; see kCellColors. 1..256 entries.
+  void FindCell(uint32_t cell, uint8_t* answers) const noexcept;
 
  private:
   const T_PaletteEntry* entries_;
