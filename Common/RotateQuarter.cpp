@@ -210,6 +210,11 @@ class Transposing {
 
 }  // namespace
 
+void TransposeLines(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                    int64_t lines, int32_t bits) noexcept {
+  TransposeBlock({target, targetStride}, {source, sourceStride}, pixels, lines, bits);
+}
+
 Status TransposeStored(BitmapHandle& bitmap, Transposition turn, int32_t firstPercent, int32_t lastPercent, TurnEnd end,
                        void* context) noexcept {
   ScratchBitmap result;
@@ -221,8 +226,12 @@ Status TransposeStored(BitmapHandle& bitmap, Transposition turn, int32_t firstPe
   {
     const BitmapLock lock(bitmap);
     const BitmapLock lockResult(record);
-    Transposing transposing(record, bitmap, turn);
-    TARN_TRY(transposing.Run(firstPercent, lastPercent));
+    Status status = SUCCESS;
+    if (!TransposeByPieces(record, bitmap, turn, firstPercent, lastPercent, status)) {
+      Transposing transposing(record, bitmap, turn);
+      status = transposing.Run(firstPercent, lastPercent);
+    }
+    TARN_TRY(status);
   }
   if (end) TARN_TRY(end(record, context));
   result.Commit(bitmap);

@@ -96,9 +96,12 @@ Status ShearRows(BitmapHandle& bitmap, int32_t angle, uint64_t pixel, Progress& 
       const uint8_t* const line = from.Row(row);
       if (!line) return from.status();
       uint8_t* const place = to.Row(row);
-      std::memcpy(place, fill.Data(), result.Record().BytesPerLine);
       const auto column = static_cast<uint64_t>(leansLeft ? slope.Total() - slope.Shift() : slope.Shift());
       const uint64_t bit = column * bits;
+      // The fill colour beside the pixels, the bytes that they share with it included.
+      const uint64_t before = (bit + 7) / 8, behind = (bit + used) / 8;
+      std::memcpy(place, fill.Data(), before);
+      std::memcpy(place + behind, fill.Data() + behind, result.Record().BytesPerLine - behind);
       shiftBits(place + bit / 8, static_cast<uint32_t>(bit % 8), line, 0, used);
       TARN_TRY(to.Commit());
       TARN_TRY(progress.Step());

@@ -6,8 +6,11 @@
 #include <cstring>
 
 #include "Common/Internal/Overlays.h"
+#include "Common/Internal/Rotate.h"
 #include "Grid.h"
 #include "Levels.h"
+#include "Platform/Fault.h"
+#include "Platform/Platform.h"
 #include "RunReference.h"
 #include "Scope.h"
 #include "engine/Picture.h"
@@ -82,6 +85,60 @@ TEST(Turn, StoppedAnywhereNothingHasHappened) {
         ASSERT_NO_FATAL_FAILURE(StopEverywhere(operation, kind, shape));
       }
     }
+  }
+}
+
+/// Little room for pictures in files, for a scope.
+class SmallRoom {
+ public:
+  explicit SmallRoom(int64_t bytes) : before_(tarn::SetTurnRoom(bytes)) {}
+  ~SmallRoom() { tarn::SetTurnRoom(before_); }
+  SmallRoom(const SmallRoom&) = delete;
+  SmallRoom& operator=(const SmallRoom&) = delete;
+
+ private:
+  int64_t before_;
+};
+
+TEST(Turn, FilesLargerThanTheirRoom) {
+  for (const int32_t bits : engine::kDepths) {
+    for (const uint32_t perspective : {1u, 4u}) {
+      for (const int32_t angle : {9000, -9000}) {
+        SCOPED_TRACE(testing::Message() << bits << " bits, perspective " << perspective << ", angle " << angle);
+        engine::Picture disk, block;
+        ASSERT_EQ(disk.Make(Kind::kDisk, {211, 150, bits}, 9), "");
+        ASSERT_EQ(block.Make(Kind::kBlock, {211, 150, bits}, 9), "");
+        disk.record.ViewPerspective = block.record.ViewPerspective = perspective;
+        {
+          const SmallRoom room(bits * 1000);  // a hundredth to a third
+          ASSERT_EQ(T_RotateBitmap(&disk.record, angle, ROTATE_RESIZE, 0), SUCCESS);
+        }
+        ASSERT_EQ(T_RotateBitmap(&block.record, angle, ROTATE_RESIZE, 0), SUCCESS);
+        engine::Bytes turned, wanted;
+        ASSERT_EQ(engine::ReadPixels(disk.record, turned), "");
+        ASSERT_EQ(engine::ReadPixels(block.record, wanted), "");
+        ASSERT_EQ(turned, wanted);
+      }
+    }
+  }
+  const SmallRoom room(1000);
+  StopEverywhere(kOperations[3], Kind::kDisk, {70, 80, 8});
+  // Whatever is refused while it is under way, the picture is turned or as it was.
+  for (uint64_t n = 1;; ++n) {
+    SCOPED_TRACE(testing::Message() << "refused: " << n);
+    engine::Picture picture;
+    ASSERT_EQ(picture.Make(Kind::kDisk, {70, 80, 8}, 9), "");
+    picture.record.ViewPerspective = 1;
+    const Grid before = GridOf(picture.record);
+    const auto held = tarn::platform::Held();
+    tarn::fault::Arm({.first = n, .last = n, .points = tarn::fault::kAllPoints});
+    const int32_t status = T_RotateBitmap(&picture.record, 9000, ROTATE_RESIZE, 0);
+    const bool refused = tarn::fault::Answered() > 0;
+    tarn::fault::Disarm();
+    ASSERT_EQ(GridOf(picture.record), status == SUCCESS ? TurnedRight(before) : before);
+    const auto after = tarn::platform::Held();
+    ASSERT_EQ(std::memcmp(&after, &held, sizeof held), 0);
+    if (!refused) break;
   }
 }
 

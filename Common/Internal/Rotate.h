@@ -24,6 +24,18 @@ inline void FollowSource(BitmapHandle& result, const BitmapHandle& source) noexc
   result.DitheringMethod = source.DitheringMethod;
 }
 
+/// Row i of the target gets pixel i of each line of the source. Strides may be negative. Lines are a multiple of 8, but
+/// for the last ones of a picture.
+void TransposeLines(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
+                    int64_t lines, int32_t bits) noexcept;
+
+/// Turns pictures in files that are larger than the room for them in memory, and says how it went. False: these are
+/// not, or there is no room for what it takes; nothing has happened then.
+bool TransposeByPieces(BitmapHandle& target, BitmapHandle& source, Transposition turn, int32_t firstPercent,
+                       int32_t lastPercent, Status& status) noexcept;
+/// The room, in bytes; returns what it was. Tests make it small.
+int64_t SetTurnRoom(int64_t bytes) noexcept;
+
 /// Turns the stored pixels of a bitmap whose geometry holds and exchanges its resolutions. A failure, also of `end`
 /// (may be null), leaves the bitmap as it was.
 Status TransposeStored(BitmapHandle& bitmap, Transposition turn, int32_t firstPercent, int32_t lastPercent, TurnEnd end,
