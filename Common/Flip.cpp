@@ -73,7 +73,11 @@ class RowsInPlace {
   void Step(int32_t step) noexcept {
     uint8_t* const row = Row(step);
     const int32_t partner = height_ - 1 - step;
-    if (turn_ == Turn::kReverse && step + 1 < height_) AskFor(Row(step + 1));
+    if (turn_ == Turn::kReverse) {
+      if (step + 1 < height_) AskFor(Row(step + 1));
+    } else if (partner > step + 1) {
+      AskFor(Row(partner - 1));
+    }
     if (turn_ != Turn::kReverse && partner != step) {
       uint8_t* const other = Row(partner);
       Kernels().turn->exchange(row, other, rowBytes_);
