@@ -90,15 +90,26 @@ Status Resampler::StartDithering() noexcept {
 
 // ---- Opening -------------------------------------------------------------------------------------------------------
 
+Status Resampler::OpenTaps(Here here) noexcept {
+  if (sampleBytes_ != 1) return SUCCESS;
+  if (columns_.cells) return OpenBoxTaps(here);
+  if (columns_.spots) return OpenLinearTaps(here);
+  constexpr int64_t kMostAhead = 1 << 16;  // samples of a row: they take 96 times as many bytes
+  together_ = columns_.places && columns_.source > 2 && Kernels().scale->splineRows &&
+              int64_t{columns_.source} * channels_ <= kMostAhead;
+  if (together_) heldRows_ = kHeldAhead;
+  return SUCCESS;
+}
+
 Status Resampler::OpenBuffers(Here here) noexcept {
   const auto width = static_cast<uint64_t>(columns_.source);
   const auto channels = static_cast<uint64_t>(channels_);
-  if (converted_) {
-    line_ = TrackedBuffer<uint8_t>(width * channels * sampleBytes_ + 4, here);
+  if (converted_ || (together_ && !reader_.InOneBlock())) {
+    line_ = TrackedBuffer<uint8_t>((together_ ? kSplineRows : 1) * (width * channels * sampleBytes_ + 4), here);
     if (!line_) return ERR_NO_MEMORY;
   }
   stride_ = (static_cast<uint64_t>(rowSamples_) * sampleBytes_ + 63) & ~uint64_t{63};
-  held_ = TrackedBuffer<uint8_t>(kHeld * stride_, here);
+  held_ = TrackedBuffer<uint8_t>(static_cast<uint32_t>(heldRows_) * stride_, here);
   if (!held_) return ERR_NO_MEMORY;
   if (converted_) {
     if (dithered_) ahead_ = rows_.target < kWaveLines ? rows_.target : kWaveLines;
@@ -110,13 +121,16 @@ Status Resampler::OpenBuffers(Here here) noexcept {
     ditheredRows_ = TrackedBuffer<uint8_t>(ditheredBytes_ * static_cast<uint32_t>(ahead_), here);
     if (!ditheredRows_) return ERR_NO_MEMORY;
   }
-  if (rows_.cells) {
+  if (rows_.cells && !FewRows()) {
     const bool narrow = rows_.largestTotal < kernels_->narrowTotal;
     const uint32_t sumBytes = narrow ? kernels_->narrowSumBytes : kernels_->wideSumBytes;
     sums_ = TrackedBuffer<uint8_t>(static_cast<uint64_t>(rowSamples_) * sumBytes, here);
     if (!sums_) return ERR_NO_MEMORY;
   }
-  if (columns_.places) {
+  if (together_) {
+    work_ = TrackedBuffer<uint8_t>(96 * width * channels + 256 + 64, here);
+    if (!work_) return ERR_NO_MEMORY;
+  } else if (columns_.places) {
     second_ = TrackedBuffer<uint8_t>(width * channels * kernels_->realBytes, here);
     work_ = TrackedBuffer<uint8_t>(width, here);
     if (!second_ || !work_) return ERR_NO_MEMORY;
@@ -132,17 +146,38 @@ Status Resampler::Open(const BitmapHandle& format, int32_t width, int32_t height
   TARN_TRY(columns_.Open(source_.Width, width, spline, true, here));
   TARN_TRY(rows_.Open(source_.Height, height, spline, spline, here));
   rowSamples_ = int64_t{width} * channels_;
+  TARN_TRY(OpenTaps(here));
   TARN_TRY(OpenBuffers(here));
   return dithered_ ? StartDithering() : Status(SUCCESS);
 }
 
 // ---- Rows ----------------------------------------------------------------------------------------------------------
 
+void Resampler::AcrossCells(void* target, const void* line) noexcept {
+  const ScaleKernels& scale = *Kernels().scale;
+  if (parts_) {
+    scale.averageBytes(static_cast<uint8_t*>(target), static_cast<const uint8_t*>(line), columns_.target, parts_);
+    return;
+  }
+  const BoxCell* cells = columns_.cells.data();
+  int64_t left = columns_.target;
+  if (taps_) {
+    const auto total = static_cast<uint32_t>(cells[0].Total());
+    scale.boxTaps(static_cast<uint8_t*>(target), static_cast<const uint8_t*>(line), taps_.taps(), total);
+    target = static_cast<uint8_t*>(target) + tapPixels_ * channels_;
+    cells += tapPixels_;
+    left -= tapPixels_;
+  }
+  const bool narrow = columns_.largestTotal < kernels_->narrowTotal;
+  (narrow ? kernels_->boxLine : kernels_->boxLineWide)(target, line, cells, left, channels_);
+}
+
 void Resampler::Across(void* target, const void* line) noexcept {
   const int32_t width = columns_.target;
   if (columns_.cells) {
-    const bool narrow = columns_.largestTotal < kernels_->narrowTotal;
-    (narrow ? kernels_->boxLine : kernels_->boxLineWide)(target, line, columns_.cells.data(), width, channels_);
+    AcrossCells(target, line);
+  } else if (taps_) {
+    Kernels().scale->linearTaps(static_cast<uint8_t*>(target), static_cast<const uint8_t*>(line), taps_.taps());
   } else if (columns_.spots) {
     kernels_->linearLine(target, line, columns_.spots.data(), width, channels_);
   } else if (columns_.places) {
@@ -153,11 +188,43 @@ void Resampler::Across(void* target, const void* line) noexcept {
   }
 }
 
-/// A source row of the new width, valid until kHeld others were asked for; null when it cannot be read.
+/// A source row and those behind it; false when one cannot be read.
+bool Resampler::MakeAhead(int32_t row) noexcept {
+  const auto lineBytes = static_cast<uint64_t>(columns_.source) * static_cast<uint32_t>(channels_);
+  const uint8_t* sources[kSplineRows];
+  uint8_t* targets[kSplineRows];
+  for (int32_t i = 0; i < kSplineRows; ++i) {
+    const int32_t at = row + i;
+    if (at >= rows_.source) {  // the last row once more
+      sources[i] = sources[i - 1];
+      targets[i] = targets[i - 1];
+      continue;
+    }
+    sources[i] = reader_.Row(at);
+    if (!sources[i]) return false;
+    if (line_) {
+      uint8_t* const line = line_.data() + static_cast<uint32_t>(i) * (lineBytes + 4);
+      if (converted_)
+        in_.Convert(line, sources[i], columns_.source);
+      else
+        std::memcpy(line, sources[i], lineBytes);
+      sources[i] = line;
+    }
+    targets[i] = held_.data() + static_cast<uint64_t>(at % heldRows_) * stride_;
+    heldRow_[at % heldRows_] = at;
+  }
+  auto* const work = reinterpret_cast<uint8_t*>((reinterpret_cast<uintptr_t>(work_.data()) + 63) & ~uintptr_t{63});
+  Kernels().scale->splineRows(targets, sources, columns_.source, channels_, columns_.places.data(), columns_.target,
+                              work);
+  return true;
+}
+
+/// A source row of the new width, valid until heldRows_ others were asked for; null when it cannot be read.
 const void* Resampler::SourceRow(int32_t row) noexcept {
-  const int slot = row % kHeld;
+  const int slot = row % heldRows_;
   uint8_t* const held = held_.data() + static_cast<uint64_t>(slot) * stride_;
   if (heldRow_[slot] == row) return held;
+  if (together_) return MakeAhead(row) ? held : nullptr;
   const uint8_t* line = reader_.Row(row);
   if (!line) return nullptr;
   if (converted_) {
@@ -170,6 +237,18 @@ const void* Resampler::SourceRow(int32_t row) noexcept {
 }
 
 Status Resampler::AverageRows(void* target, const BoxCell& cell) noexcept {
+  if (FewRows()) {
+    const void* lines[kMostRows];
+    uint16_t weights[kMostRows];
+    int32_t count = 0;
+    for (; count <= cell.whole || (cell.endWeight && count == cell.whole + 1); ++count) {
+      lines[count] = SourceRow(cell.first + count);
+      if (!lines[count]) return reader_.status();
+      weights[count] = count == 0 ? cell.firstWeight : count <= cell.whole ? uint16_t{4096} : cell.endWeight;
+    }
+    kernels_->averageRows(target, lines, weights, count, rowSamples_);
+    return SUCCESS;
+  }
   const bool narrow = rows_.largestTotal < kernels_->narrowTotal;
   const auto weigh = narrow ? kernels_->weighRow : kernels_->weighRowWide;
   const int32_t end = cell.first + 1 + cell.whole;

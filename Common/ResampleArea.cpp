@@ -23,8 +23,36 @@ Status MakeBoxCells(ScaleAxis& axis, bool rounded, Here here) noexcept {
     cell.whole = static_cast<int32_t>(end > first ? end - first - 1 : 0);
     cell.endWeight = static_cast<uint16_t>(end < from ? stop % 4096 : 0);
     if (cell.Total() > axis.largestTotal) axis.largestTotal = cell.Total();
+    const int32_t touched = 1 + cell.whole + (cell.endWeight != 0);
+    if (touched > axis.mostSamples) axis.mostSamples = touched;
   }
   return SUCCESS;
+}
+
+/// The cells from the first one on that have one total.
+Status Resampler::OpenBoxTaps(Here here) noexcept {
+  const auto* const cells = columns_.cells.data();
+  const int64_t from = columns_.source;
+  for (const int32_t parts : {2, 4, 8}) {
+    if (channels_ == 1 && from == int64_t{parts} * columns_.target) parts_ = parts;
+  }
+  if (parts_ || columns_.mostSamples > kBoxTaps) return SUCCESS;
+  int64_t pixels = 0;
+  while (pixels < columns_.target && cells[pixels].Total() == cells[0].Total()) ++pixels;
+  tapPixels_ = pixels;
+  return taps_.Build(pixels * channels_, kBoxTaps, from * channels_, here, [&](int64_t i, TapSet& set) {
+    const BoxCell cell = cells[i / channels_];
+    for (int32_t n = 0; n < kBoxTaps; ++n) {
+      const int32_t weight = n == 0                ? cell.firstWeight
+                             : n <= cell.whole     ? 4096
+                             : n == cell.whole + 1 ? cell.endWeight
+                                                   : 0;
+      const int32_t at = cell.first + (weight ? n : 0);
+      set.places[n] = static_cast<uint32_t>(at * channels_ + i % channels_);
+      set.first[n] = static_cast<uint8_t>(weight >> 6);
+      set.second[n] = static_cast<uint8_t>(weight & 63);
+    }
+  });
 }
 
 }  // namespace tarn

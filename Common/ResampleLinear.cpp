@@ -17,10 +17,27 @@ Status MakeLinearSpots(ScaleAxis& axis, Here here) noexcept {
   for (int64_t j = 0; i < to; ++j) {
     const auto n = static_cast<int32_t>((j + 1) * to / from - j * to / from);
     const int64_t next = j + 1 < from ? j + 1 : j;
+    if (n > axis.mostSteps) axis.mostSteps = n;
     for (int32_t k = 0; k < n && i < to; ++k, ++i)
       axis.spots[static_cast<uint64_t>(i)] = {static_cast<int32_t>(j), static_cast<int32_t>(next), k, n};
   }
   return SUCCESS;
+}
+
+Status Resampler::OpenLinearTaps(Here here) noexcept {
+  if (columns_.mostSteps > kMostLinearSteps) return SUCCESS;
+  const auto* const spots = columns_.spots.data();
+  const int64_t bytes = int64_t{columns_.source} * channels_;
+  return taps_.Build(rowSamples_, kLinearTaps, bytes, here, [&](int64_t i, TapSet& set) {
+    const LinearSpot spot = spots[i / channels_];
+    const auto channel = static_cast<uint32_t>(i % channels_);
+    const int32_t n = spot.n > 1 ? spot.n : 2;  // 65536 / 1 does not fit
+    const int32_t reciprocal = (65536 + n - 1) / n;
+    const int32_t to = spot.k ? spot.to : spot.from;
+    set = {{static_cast<uint32_t>(spot.from * channels_) + channel, static_cast<uint32_t>(to * channels_) + channel},
+           {static_cast<uint8_t>(n - spot.k), static_cast<uint8_t>(spot.k)},
+           {static_cast<uint8_t>(reciprocal), static_cast<uint8_t>(reciprocal >> 8)}};
+  });
 }
 
 }  // namespace tarn

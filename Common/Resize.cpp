@@ -10,6 +10,7 @@
 #include "Common/Internal/Overlays.h"
 #include "Common/Internal/PackedPixels.h"
 #include "Common/Internal/Scaling.h"
+#include "Common/Internal/TapPlan.h"
 #include "Common/Internal/Turn.h"
 #include "Kernels/Kernels.h"
 #include "tarn/palette.h"
@@ -39,7 +40,9 @@ class NearestRows {
     const auto from = static_cast<uint64_t>(fromWidth_);
     const auto to = static_cast<uint64_t>(width_);
     unitBytes_ = bits_ == 12 ? 2 : bits_ < 8 ? 1 : bits_ / 8;
-    if (fromWidth_ != width_) {
+    if (fromWidth_ != width_ && bits_ == 1) {
+      TARN_TRY(OpenBits(targetBytes, here));
+    } else if (fromWidth_ != width_) {
       indices_ = TrackedBuffer<uint32_t>(to, here);
       if (!indices_) return ERR_NO_MEMORY;
       for (int32_t i = 0; i < width_; ++i)
@@ -48,6 +51,13 @@ class NearestRows {
         spread_ = TrackedBuffer<uint8_t>(from * static_cast<uint32_t>(unitBytes_), here);
         taken_ = TrackedBuffer<uint8_t>(to * static_cast<uint32_t>(unitBytes_), here);
         if (!spread_ || !taken_) return ERR_NO_MEMORY;
+      } else {
+        const auto each = static_cast<uint32_t>(unitBytes_);
+        TARN_TRY(taps_.Build(int64_t{width_} * unitBytes_, 1, int64_t{fromWidth_} * unitBytes_, here,
+                             [&](int64_t i, TapSet& set) {
+                               const auto at = static_cast<uint64_t>(i);
+                               set.places[0] = indices_[at / each] * each + static_cast<uint32_t>(at % each);
+                             }));
       }
     }
     if (height_ <= fromHeight_) return SUCCESS;
@@ -67,12 +77,65 @@ class NearestRows {
  private:
   [[nodiscard]] bool Packed() const noexcept { return bits_ < 8 || bits_ == 12; }
 
+  /// Bits that are taken, or where runs of a bit end.
+  Status OpenBits(uint64_t targetBytes, Here here) noexcept {
+    const auto sourceBytes = (static_cast<uint64_t>(fromWidth_) + 7) / 8;
+    doubled_ = int64_t{2} * fromWidth_ == width_ && 2 * sourceBytes <= targetBytes;
+    if (doubled_) return SUCCESS;
+    const bool grows = width_ > fromWidth_;
+    const auto words = (static_cast<uint64_t>(grows ? width_ : fromWidth_) + 63) / 64;
+    bitMasks_ = TrackedBuffer<uint64_t>(words, here);
+    if (!bitMasks_) return ERR_NO_MEMORY;
+    const auto bit = [](uint64_t at) { return uint64_t{1} << (63 - at % 64); };
+    std::memset(bitMasks_.data(), 0, words * sizeof(uint64_t));
+    if (!grows) {
+      for (int32_t i = 0; i < width_; ++i) {
+        const auto at = static_cast<uint64_t>(SourceIndex(i, fromWidth_, width_));
+        bitMasks_[at / 64] |= bit(at);
+      }
+      return SUCCESS;
+    }
+    lastBits_ = TrackedBuffer<uint32_t>(words, here);
+    if (!lastBits_) return ERR_NO_MEMORY;
+    for (int32_t i = 0; i < width_; ++i) {
+      const auto at = static_cast<uint64_t>(i);
+      const int32_t from = SourceIndex(i, fromWidth_, width_);
+      lastBits_[at / 64] = static_cast<uint32_t>(from);
+      if (at % 64 == 63 || i + 1 == width_ || SourceIndex(i + 1, fromWidth_, width_) != from)
+        bitMasks_[at / 64] |= bit(at);
+    }
+    return SUCCESS;
+  }
+
+  /// `used` bytes, the bits behind the last pixel zero.
+  void MakeBits(uint8_t* target, const uint8_t* source, uint64_t used) noexcept {
+    const ScaleKernels& scale = *Kernels().scale;
+    const auto sourceBytes = (static_cast<uint64_t>(fromWidth_) + 7) / 8;
+    const int64_t words = (int64_t{width_ > fromWidth_ ? width_ : fromWidth_} + 63) / 64;
+    if (doubled_) {
+      scale.doubleBits(target, source, static_cast<int64_t>(sourceBytes));
+      if (width_ % 8) target[used - 1] &= static_cast<uint8_t>(0xFF00 >> width_ % 8);
+    } else if (!lastBits_) {
+      scale.takeBits(target, source, sourceBytes, bitMasks_.data(), words);
+    } else {
+      const auto before = static_cast<uint64_t>(words - 1);
+      uint8_t last[8];
+      scale.repeatBits(target, source, bitMasks_.data(), lastBits_.data(), words - 1);
+      scale.repeatBits(last, source, bitMasks_.data() + before, lastBits_.data() + before, 1);
+      std::memcpy(target + 8 * before, last, used - 8 * before);
+    }
+  }
+
   Status MakeFrom(uint8_t* target, uint64_t bytes, int32_t row) noexcept {
     const uint8_t* const source = reader_.Row(row);
     if (!source) return reader_.status();
     const uint64_t used = (static_cast<uint64_t>(width_) * static_cast<uint32_t>(bits_) + 7) / 8;
-    if (!indices_) {
+    if (doubled_ || bitMasks_) {
+      MakeBits(target, source, used);
+    } else if (!indices_) {
       std::memcpy(target, source, used);
+    } else if (taps_) {
+      Kernels().scale->takeBytes(target, source, taps_.taps());
     } else if (!Packed()) {
       Kernels().scale->gather(target, source, indices_.data(), width_, unitBytes_);
     } else {
@@ -91,7 +154,11 @@ class NearestRows {
   int32_t width_;
   int32_t height_;
   int32_t unitBytes_ = 1;
-  TrackedBuffer<uint32_t> indices_;  // none: the width stays
+  TrackedBuffer<uint32_t> indices_;   // none: the width stays
+  TapPlan taps_;                      // the same, for permuting kernels
+  bool doubled_ = false;              // of bits
+  TrackedBuffer<uint64_t> bitMasks_;  // of bits: those taken, or the ends of runs
+  TrackedBuffer<uint32_t> lastBits_;  // where the width grows
   TrackedBuffer<uint8_t> spread_;
   TrackedBuffer<uint8_t> taken_;
   TrackedBuffer<uint8_t> line_;  // the row that repeats; none where rows cannot repeat

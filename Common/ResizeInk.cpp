@@ -50,6 +50,15 @@ class InkRows {
   Status Open(Here here) noexcept {
     TARN_TRY(reader_.Open());
     const auto count = static_cast<uint64_t>(width_);
+    columns_ = Columns();
+    if (columns_) {
+      planes_ = TrackedBuffer<uint8_t>(static_cast<uint64_t>(threshold_) * PlaneBytes(), here);
+      if (!planes_) return ERR_NO_MEMORY;
+      std::memset(planes_.data(), 0, static_cast<uint64_t>(threshold_) * PlaneBytes());
+      edge_[0] = static_cast<uint32_t>(CellStart(width_ - 1, fromWidth_, width_));
+      edge_[1] = static_cast<uint32_t>(fromWidth_);
+      return SUCCESS;
+    }
     starts_ = TrackedBuffer<uint32_t>(count + 1, here);
     counters_ = TrackedBuffer<uint32_t>(count, here);
     ink_ = TrackedBuffer<uint8_t>(count, here);
@@ -67,6 +76,12 @@ class InkRows {
       TARN_TRY(Count(first, end > first ? end : first + 1));
       counted_ = first;
     }
+    if (columns_) {
+      MakeCells(target);
+      const uint64_t made = (static_cast<uint64_t>(width_) + 7) / 8;
+      std::memset(target + made, 0, bytes - made);
+      return SUCCESS;
+    }
     for (uint64_t i = 0; i < static_cast<uint64_t>(width_); ++i)
       ink_[i] = (counters_[i] >= threshold_) == inkIsOne_ ? 1 : 0;
     Kernels().pixels->packIndices(target, ink_.data(), width_, 1);
@@ -76,7 +91,53 @@ class InkRows {
   }
 
  private:
+  /// Cells of so many columns, the last one perhaps wider; 0 for those that are counted one by one.
+  [[nodiscard]] int32_t Columns() const noexcept {
+    constexpr int64_t kMostThreshold = 3;
+    const int32_t columns = fromWidth_ / width_;
+    const bool regular = CellStart(width_ - 1, fromWidth_, width_) == int64_t{columns} * (width_ - 1);
+    return columns >= 2 && columns <= 4 && regular && threshold_ <= kMostThreshold ? columns : 0;
+  }
+  [[nodiscard]] uint64_t PlaneBytes() const noexcept {
+    return (static_cast<uint64_t>(fromWidth_) / 8 / kInkBytes + 1) * kInkBytes;
+  }
+
+  Status AddPlanes(int64_t first, int64_t end) noexcept {
+    const uint64_t bytes = PlaneBytes();
+    const auto most = static_cast<int32_t>(threshold_);
+    uint8_t* planes[3] = {};
+    for (int32_t n = 0; n < most; ++n) planes[n] = planes_.data() + static_cast<uint32_t>(n) * bytes;
+    edgeInk_ = 0;
+    const bool wider = edge_[1] - edge_[0] != static_cast<uint32_t>(columns_);
+    for (int64_t y = first; y < end; ++y) {
+      const uint8_t* const line = reader_.Row(static_cast<int32_t>(upwards_ ? fromHeight_ - 1 - y : y));
+      if (!line) return reader_.status();
+      Kernels().scale->addInk(planes, line, (int64_t{fromWidth_} + 7) / 8, most, !inkIsOne_, y == first);
+      if (wider) Kernels().scale->countInk(&edgeInk_, line, lineBytes_, edge_, 1, !inkIsOne_);
+    }
+    return SUCCESS;
+  }
+
+  void MarkEdge(uint8_t& last) const noexcept {
+    const auto bit = static_cast<uint8_t>(0x80 >> (width_ - 1) % 8);
+    last = static_cast<uint8_t>(edgeInk_ >= threshold_ ? last | bit : last & ~bit);
+  }
+
+  void MakeCells(uint8_t* target) noexcept {
+    const auto most = static_cast<int32_t>(threshold_);
+    const uint8_t* planes[3] = {};
+    for (int32_t n = 0; n < most; ++n) planes[n] = planes_.data() + static_cast<uint32_t>(n) * PlaneBytes();
+    Kernels().scale->inkCells(target, planes, width_, columns_, most);
+    const uint64_t used = (static_cast<uint64_t>(width_) + 7) / 8;
+    if (edge_[1] - edge_[0] != static_cast<uint32_t>(columns_)) MarkEdge(target[used - 1]);
+    if (!inkIsOne_) {
+      for (uint64_t i = 0; i < used; ++i) target[i] = static_cast<uint8_t>(~target[i]);
+    }
+    if (width_ % 8) target[used - 1] &= static_cast<uint8_t>(0xFF00 >> width_ % 8);
+  }
+
   Status Count(int64_t first, int64_t end) noexcept {
+    if (columns_) return AddPlanes(first, end);
     std::memset(counters_.data(), 0, static_cast<uint64_t>(width_) * sizeof(uint32_t));
     for (int64_t y = first; y < end; ++y) {
       const uint8_t* const line = reader_.Row(static_cast<int32_t>(upwards_ ? fromHeight_ - 1 - y : y));
@@ -102,7 +163,11 @@ class InkRows {
   bool upwards_;
   bool inkIsOne_;
   int64_t threshold_ = 1;
-  int64_t counted_ = -1;  // first row of what the counters hold
+  int64_t counted_ = -1;           // first row of what the counters hold
+  int32_t columns_ = 0;            // of a cell where whole words of bits are counted
+  TrackedBuffer<uint8_t> planes_;  // as many as the threshold
+  uint32_t edge_[2] = {};          // the last cell
+  uint32_t edgeInk_ = 0;
   TrackedBuffer<uint32_t> starts_;
   TrackedBuffer<uint32_t> counters_;
   TrackedBuffer<uint8_t> ink_;

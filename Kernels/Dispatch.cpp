@@ -73,6 +73,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.answerColors = AnswerColors_Avx512;
     table.pixels = &kPixelsAvx512;
     table.turn = &kTurnAvx512;
+    table.scale = &kScaleAvx512;
   }
   return table;
 }

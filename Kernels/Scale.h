@@ -34,6 +34,25 @@ struct SplineSpot {
   float nextFactor;   // (t^3 - t) / 6, of the one at the next sample
 };
 
+/// Bytes of a line that are made of bytes of another, block by block: `window` bytes of the result each (see
+/// ScaleKernels), or fewer samples that take several bytes each. What a block needs lies in `window` bytes of the
+/// source from base[block] on, all of them there. A block of `data` is `window` places in these bytes and then, for
+/// sums, as many bytes of weights, two times. Samples behind the last one of the last block have place and weight 0.
+struct Taps {
+  const uint32_t* base;
+  const uint8_t* data;
+  int64_t count;  // of bytes of the result
+};
+
+/// Weights of box averaging in two signed bytes: high * 64 + low.
+constexpr int32_t kBoxTaps = 4;  // bytes that a sample is made of
+/// Weights n - k and k, and 16 bits of ceil(65536 / n).
+constexpr int32_t kLinearTaps = 2;
+constexpr int32_t kMostLinearSteps = 16;
+constexpr int32_t kMostRows = 8;  // averaged at a time
+constexpr int32_t kInkBytes = 32;
+constexpr int32_t kSplineRows = 16;  // whose splines are made at a time
+
 /// Samples of one type. Sums of the narrow forms hold cells whose Total() is below narrowTotal.
 struct SampleKernels {
   uint64_t narrowTotal;
@@ -50,6 +69,9 @@ struct SampleKernels {
   /// target = sums / total, truncated toward zero.
   void (*divideRow)(void* target, const void* sums, uint64_t total, int64_t samples) noexcept;
   void (*divideRowWide)(void* target, const void* sums, uint64_t total, int64_t samples) noexcept;
+  /// The sum of 1..kMostRows rows times weights, divided by their sum, which is below narrowTotal.
+  void (*averageRows)(void* target, const void* const* rows, const uint16_t* weights, int32_t count,
+                      int64_t samples) noexcept;
 
   /// a + floor(k (b - a) / n) of each spot; signed samples that fall: a + k * trunc((b - a) / n).
   void (*linearLine)(void* target, const void* source, const LinearSpot* spots, int64_t count,
@@ -69,6 +91,37 @@ struct SampleKernels {
 enum class Sample : uint8_t { kU8, kU16, kS16, kU32, kS32, kCount };
 
 struct ScaleKernels {
+  /// Bytes of a block of Taps; 0: this level has no kernels for them.
+  int32_t window;
+  void (*takeBytes)(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept;
+  /// Sums of weights 4096..65535, divided by `total`.
+  void (*boxTaps)(uint8_t* target, const uint8_t* source, const Taps& taps, uint32_t total) noexcept;
+  void (*linearTaps)(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept;
+  /// Truncated averages of 2, 4 or 8 bytes beside each other.
+  void (*averageBytes)(uint8_t* target, const uint8_t* source, int64_t count, int32_t parts) noexcept;
+  /// What splineDerivatives and splineLine make of each of kSplineRows rows of bytes. Some may be the same. Work holds
+  /// 96 bytes for each sample of a row and 256 more, at a multiple of 64. Null: this level does one row at a time.
+  void (*splineRows)(uint8_t* const* targets, const uint8_t* const* sources, int64_t pixels, int32_t channels,
+                     const SplineSpot* spots, int64_t count, uint8_t* work) noexcept;
+
+  /// The bits that are set in masks, which go through a line of `words` words, most significant bits first, beside each
+  /// other. The last byte is filled up with zeros.
+  void (*takeBits)(uint8_t* target, const uint8_t* line, uint64_t bytes, const uint64_t* masks, int64_t words) noexcept;
+  /// Bits that repeat: a bit ends at each bit of ends[word], the last of them is bit last[word] of the line. Writes
+  /// whole words.
+  void (*repeatBits)(uint8_t* target, const uint8_t* line, const uint64_t* ends, const uint32_t* last,
+                     int64_t words) noexcept;
+  /// Every bit two times.
+  void (*doubleBits)(uint8_t* target, const uint8_t* line, int64_t bytes) noexcept;
+
+  /// planes[n] has the bits that are ones (zero: zeros) in more than n of the lines; `most` planes, 1..3. `first`
+  /// starts them. Planes are written up to a multiple of kInkBytes.
+  void (*addInk)(uint8_t* const* planes, const uint8_t* line, int64_t bytes, int32_t most, bool zeros,
+                 bool first) noexcept;
+  /// A bit for each cell of 2, 3 or 4 columns: whether it has `most` or more. Planes are read up to a multiple of
+  /// kInkBytes; bits of the last byte behind the last cell are of any value.
+  void (*inkCells)(uint8_t* target, const uint8_t* const* planes, int64_t cells, int32_t columns,
+                   int32_t most) noexcept;
   /// Pixels by index, `bytes` of each (1, 2, 3, 4, 6 or 8). The target may be the source when no index lies before its
   /// own place.
   void (*gather)(uint8_t* target, const uint8_t* source, const uint32_t* indices, int64_t count,
@@ -81,7 +134,30 @@ struct ScaleKernels {
 };
 
 extern const SampleKernels kSamplesPortable[static_cast<int>(Sample::kCount)];
+extern const SampleKernels kBytesAvx2;
 extern const ScaleKernels kScalePortable;
 extern const ScaleKernels kScaleAvx2;
+extern const ScaleKernels kScaleAvx512;
+
+// Entries of the tables above that are in files of their own.
+void Gather_Avx2(uint8_t*, const uint8_t*, const uint32_t*, int64_t, int32_t) noexcept;
+void CountInk_Avx2(uint32_t*, const uint8_t*, uint64_t, const uint32_t*, int64_t, bool) noexcept;
+void TakeBytes_Avx2(uint8_t*, const uint8_t*, const Taps&) noexcept;
+void BoxTaps_Avx2(uint8_t*, const uint8_t*, const Taps&, uint32_t) noexcept;
+void LinearTaps_Avx2(uint8_t*, const uint8_t*, const Taps&) noexcept;
+void AverageBytes_Avx2(uint8_t*, const uint8_t*, int64_t, int32_t) noexcept;
+void SplineRows_Avx2(uint8_t* const*, const uint8_t* const*, int64_t, int32_t, const SplineSpot*, int64_t,
+                     uint8_t*) noexcept;
+void SplineRow8_Avx2(void*, const void* const*, const SplineSpot&, int64_t) noexcept;
+void TakeBits_Avx2(uint8_t*, const uint8_t*, uint64_t, const uint64_t*, int64_t) noexcept;
+void RepeatBits_Avx2(uint8_t*, const uint8_t*, const uint64_t*, const uint32_t*, int64_t) noexcept;
+void DoubleBits_Avx2(uint8_t*, const uint8_t*, int64_t) noexcept;
+void AddInk_Avx2(uint8_t* const*, const uint8_t*, int64_t, int32_t, bool, bool) noexcept;
+void InkCells_Avx2(uint8_t*, const uint8_t* const*, int64_t, int32_t, int32_t) noexcept;
+void TakeBytes_Avx512(uint8_t*, const uint8_t*, const Taps&) noexcept;
+void BoxTaps_Avx512(uint8_t*, const uint8_t*, const Taps&, uint32_t) noexcept;
+void LinearTaps_Avx512(uint8_t*, const uint8_t*, const Taps&) noexcept;
+void SplineRows_Avx512(uint8_t* const*, const uint8_t* const*, int64_t, int32_t, const SplineSpot*, int64_t,
+                       uint8_t*) noexcept;
 
 }  // namespace tarn

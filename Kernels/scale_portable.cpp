@@ -93,6 +93,21 @@ void DivideRow(void* to, const void* from, uint64_t total, int64_t samples) noex
   for (int64_t i = 0; i < samples; ++i) target[i] = static_cast<T>(sums[i] / divisor);
 }
 
+template <class T, class Sum>
+void AverageRows(void* to, const void* const* rows, const uint16_t* weights, int32_t count, int64_t samples) noexcept {
+  constexpr int64_t kBlock = 256;
+  auto* const target = static_cast<T*>(to);
+  Sum sums[kBlock];
+  uint64_t total = 0;
+  for (int32_t i = 0; i < count; ++i) total += weights[i];
+  for (int64_t first = 0; first < samples; first += kBlock) {
+    const int64_t part = samples - first < kBlock ? samples - first : kBlock;
+    for (int32_t i = 0; i < count; ++i)
+      WeighRow<T, Sum>(sums, static_cast<const T*>(rows[i]) + first, weights[i], part, i != 0);
+    DivideRow<T, Sum>(target + first, sums, total, part);
+  }
+}
+
 // ---- Linear interpolation ------------------------------------------------------------------------------------------
 
 /// Deliberate: signed samples that fall lose the remainder of every step; results of old are compared byte for byte.
@@ -248,6 +263,7 @@ constexpr SampleKernels Samples() noexcept {
           .weighRowWide = WeighRow<T, Wide>,
           .divideRow = DivideRow<T, Narrow>,
           .divideRowWide = DivideRow<T, Wide>,
+          .averageRows = AverageRows<T, Narrow>,
           .linearLine = LinearLine<T>,
           .linearRow = LinearRow<T>,
           .splineDerivatives = SplineDerivatives<T>,
@@ -314,11 +330,104 @@ void CountInk(uint32_t* counters, const uint8_t* line, uint64_t bytes, const uin
   }
 }
 
+// ---- Bits ----------------------------------------------------------------------------------------------------------
+
+void StoreWord(uint8_t* target, uint64_t word, int64_t bytes) noexcept {
+  for (int64_t i = 0; i < bytes; ++i) target[i] = static_cast<uint8_t>(word >> (56 - 8 * i));
+}
+
+void TakeBits(uint8_t* target, const uint8_t* line, uint64_t bytes, const uint64_t* masks, int64_t words) noexcept {
+  uint32_t made = 0;
+  int taken = 0;
+  for (int64_t i = 0; i < words; ++i) {
+    const uint64_t word = LoadBits(line, bytes, static_cast<uint64_t>(i) * 8);
+    for (uint64_t rest = masks[i]; rest;) {
+      const int bit = 63 - std::countl_zero(rest);
+      rest &= ~(uint64_t{1} << bit);
+      made = made << 1 | static_cast<uint32_t>(word >> bit & 1);
+      if (++taken == 8) {
+        *target++ = static_cast<uint8_t>(made);
+        taken = 0;
+      }
+    }
+  }
+  if (taken) *target = static_cast<uint8_t>(made << (8 - taken));
+}
+
+void RepeatBits(uint8_t* target, const uint8_t* line, const uint64_t* ends, const uint32_t* last,
+                int64_t words) noexcept {
+  for (int64_t i = 0; i < words; ++i, target += 8) {
+    uint32_t at = last[i];
+    uint64_t made = 0;
+    for (int bit = std::countr_zero(ends[i]); bit < 64; ++bit) {
+      if (ends[i] >> bit & 1 && (ends[i] & ((uint64_t{1} << bit) - 1))) --at;
+      made |= static_cast<uint64_t>(line[at / 8] >> (7 - at % 8) & 1) << bit;
+    }
+    StoreWord(target, made, 8);
+  }
+}
+
+void DoubleBits(uint8_t* target, const uint8_t* line, int64_t bytes) noexcept {
+  for (int64_t i = 0; i < bytes; ++i) {
+    uint32_t bits = line[i];
+    bits = (bits | bits << 4) & 0x0F0F;
+    bits = (bits | bits << 2) & 0x3333;
+    bits = (bits | bits << 1) & 0x5555;
+    bits |= bits << 1;
+    target[2 * i] = static_cast<uint8_t>(bits >> 8);
+    target[2 * i + 1] = static_cast<uint8_t>(bits);
+  }
+}
+
+void AddInk(uint8_t* const* planes, const uint8_t* line, int64_t bytes, int32_t most, bool zeros, bool first) noexcept {
+  const uint8_t flip = zeros ? 0xFF : 0;
+  for (int64_t i = 0; i < bytes; ++i) {
+    uint8_t ink = line[i] ^ flip;
+    for (int32_t n = 0; n < most; ++n) {
+      const uint8_t before = first ? 0 : planes[n][i];
+      planes[n][i] = before | ink;
+      ink &= before;
+    }
+  }
+}
+
+void InkCells(uint8_t* target, const uint8_t* const* planes, int64_t cells, int32_t columns, int32_t most) noexcept {
+  for (int64_t i = 0; i < cells; i += 8, ++target) {
+    *target = 0;
+    for (int64_t cell = i; cell < i + 8 && cell < cells; ++cell) {
+      int32_t ink = 0;
+      for (int64_t bit = cell * columns; bit < (cell + 1) * columns; ++bit) {
+        for (int32_t n = 0; n < most; ++n) ink += planes[n][bit / 8] >> (7 - bit % 8) & 1;
+      }
+      *target |= static_cast<uint8_t>((ink >= most) << (7 - (cell - i)));
+    }
+  }
+}
+
+void AverageBytes(uint8_t* target, const uint8_t* source, int64_t count, int32_t parts) noexcept {
+  for (int64_t i = 0; i < count; ++i) {
+    uint32_t sum = 0;
+    for (int32_t n = 0; n < parts; ++n) sum += *source++;
+    target[i] = static_cast<uint8_t>(sum / static_cast<uint32_t>(parts));
+  }
+}
+
 }  // namespace
 
 constinit const SampleKernels kSamplesPortable[] = {Samples<uint8_t>(), Samples<uint16_t>(), Samples<int16_t>(),
                                                     Samples<uint32_t>(), Samples<int32_t>()};
 constinit const ScaleKernels kScalePortable = {
+    .window = 0,
+    .takeBytes = nullptr,
+    .boxTaps = nullptr,
+    .linearTaps = nullptr,
+    .averageBytes = AverageBytes,
+    .splineRows = nullptr,
+    .takeBits = TakeBits,
+    .repeatBits = RepeatBits,
+    .doubleBits = DoubleBits,
+    .addInk = AddInk,
+    .inkCells = InkCells,
     .gather = Gather,
     .countInk = CountInk,
     .samples = {&kSamplesPortable[0], &kSamplesPortable[1], &kSamplesPortable[2], &kSamplesPortable[3],

@@ -1,0 +1,165 @@
+// Box averaging of words. Samples less 32768 are signed words, whose sums with weights fit 32 bits and come out by
+// 32768 * total too small. The quotient is a product in double precision: a half added to the sum is further from any
+// multiple of the total than that product is wrong.
+
+#include <immintrin.h>
+
+#include <cstdint>
+
+#include "Kernels/Scale.h"
+
+namespace tarn {
+namespace {
+
+using V = __m256i;
+
+constexpr int kWindow = 16;
+constexpr int kPart = 3 * kWindow;
+constexpr int64_t kVector = 16;  // words
+
+const SampleKernels& Portable16() noexcept { return kSamplesPortable[static_cast<int>(Sample::kU16)]; }
+
+__m128i Load16(const uint8_t* at) noexcept { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); }
+V LoadPair(const uint8_t* low, const uint8_t* high) noexcept {
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(Load16(low)), Load16(high), 1);
+}
+V Signed(V words) noexcept { return _mm256_xor_si256(words, _mm256_set1_epi16(INT16_MIN)); }
+
+class Division {
+ public:
+  explicit Division(uint32_t total) noexcept
+      : back_(_mm256_set1_pd(32768.0 * total + 0.5)), reciprocal_(_mm256_set1_pd(1.0 / total)) {}
+  /// Four sums.
+  [[nodiscard]] __m128i Of(__m128i sums) const noexcept {
+    return _mm256_cvttpd_epi32(_mm256_mul_pd(_mm256_add_pd(_mm256_cvtepi32_pd(sums), back_), reciprocal_));
+  }
+  /// Eight.
+  [[nodiscard]] V Of(V sums) const noexcept {
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(Of(_mm256_castsi256_si128(sums))),
+                                   Of(_mm256_extracti128_si256(sums, 1)), 1);
+  }
+
+ private:
+  __m256d back_, reciprocal_;
+};
+
+}  // namespace
+
+void BoxTaps16_Avx2(uint8_t* target, const uint8_t* source, const Taps& taps, uint32_t total) noexcept {
+  const Division division(total);
+  const auto pairs = [&](const uint32_t* base, const uint8_t* data) {  // of four samples
+    const V places = LoadPair(data, data + kPart);
+    const V words = _mm256_shuffle_epi8(LoadPair(source + base[0], source + base[1]), places);
+    return _mm256_madd_epi16(Signed(words), LoadPair(data + kWindow, data + kPart + kWindow));
+  };
+  const auto eight = [&](const uint32_t* base, const uint8_t* data) {
+    const V sums = _mm256_hadd_epi32(pairs(base, data), pairs(base + 2, data + 2 * kPart));
+    const V made = division.Of(_mm256_permute4x64_epi64(sums, 0xD8));
+    return _mm_packus_epi32(_mm256_castsi256_si128(made), _mm256_extracti128_si256(made, 1));
+  };
+  const uint32_t* base = taps.base;
+  const uint8_t* data = taps.data;
+  int64_t left = taps.count;
+  for (; left >= 8; left -= 8, base += 4, data += 4 * kPart, target += 16)
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(target), eight(base, data));
+  if (left == 0) return;
+  uint32_t lastBase[4];
+  uint8_t lastData[4 * kPart];
+  for (int i = 0; i < 4; ++i) {
+    const int64_t block = 2 * i < left ? i : 0;
+    lastBase[i] = base[block];
+    __builtin_memcpy(lastData + i * kPart, data + block * kPart, kPart);
+  }
+  const __m128i last = eight(lastBase, lastData);
+  __builtin_memcpy(target, &last, static_cast<size_t>(2 * left));
+}
+
+void AverageRows16_Avx2(void* to, const void* const* from, const uint16_t* weights, int32_t count,
+                        int64_t samples) noexcept {
+  auto* const target = static_cast<uint16_t*>(to);
+  const uint16_t* rows[kMostRows];
+  V pairs[kMostRows / 2];
+  uint32_t total = 0;
+  for (int32_t i = 0; i < count; ++i) {
+    rows[i] = static_cast<const uint16_t*>(from[i]);
+    total += weights[i];
+  }
+  for (int32_t i = 0; i < count; i += 2) {
+    const uint32_t second = i + 1 < count ? weights[i + 1] : 0;
+    pairs[i / 2] = _mm256_set1_epi32(static_cast<int32_t>(weights[i] | second << 16));
+  }
+  if (samples < kVector || total >= 65536) return Portable16().averageRows(to, from, weights, count, samples);
+  const Division division(total);
+  for (int64_t next = 0; next < samples; next += kVector) {
+    const int64_t i = next + kVector <= samples ? next : samples - kVector;  // some at the end twice
+    V low = _mm256_setzero_si256(), high = low;
+    for (int32_t row = 0; row < count; row += 2) {
+      const V a = Signed(_mm256_loadu_si256(reinterpret_cast<const V*>(rows[row] + i)));
+      const V b = row + 1 < count ? Signed(_mm256_loadu_si256(reinterpret_cast<const V*>(rows[row + 1] + i))) : a;
+      low = _mm256_add_epi32(low, _mm256_madd_epi16(_mm256_unpacklo_epi16(a, b), pairs[row / 2]));
+      high = _mm256_add_epi32(high, _mm256_madd_epi16(_mm256_unpackhi_epi16(a, b), pairs[row / 2]));
+    }
+    const V made = _mm256_packus_epi32(division.Of(low), division.Of(high));
+    _mm256_storeu_si256(reinterpret_cast<V*>(target + i), made);
+  }
+}
+
+namespace {
+
+// The rest goes one sample at a time.
+void BoxLine16(void* target, const void* source, const BoxCell* cells, int64_t count, int32_t channels) noexcept {
+  Portable16().boxLine(target, source, cells, count, channels);
+}
+void BoxLineWide16(void* target, const void* source, const BoxCell* cells, int64_t count, int32_t channels) noexcept {
+  Portable16().boxLineWide(target, source, cells, count, channels);
+}
+void WeighRow16(void* sums, const void* row, uint32_t weight, int64_t samples, bool add) noexcept {
+  Portable16().weighRow(sums, row, weight, samples, add);
+}
+void WeighRowWide16(void* sums, const void* row, uint32_t weight, int64_t samples, bool add) noexcept {
+  Portable16().weighRowWide(sums, row, weight, samples, add);
+}
+void DivideRow16(void* target, const void* sums, uint64_t total, int64_t samples) noexcept {
+  Portable16().divideRow(target, sums, total, samples);
+}
+void DivideRowWide16(void* target, const void* sums, uint64_t total, int64_t samples) noexcept {
+  Portable16().divideRowWide(target, sums, total, samples);
+}
+void LinearLine16(void* target, const void* source, const LinearSpot* spots, int64_t count, int32_t channels) noexcept {
+  Portable16().linearLine(target, source, spots, count, channels);
+}
+void LinearRow16(void* target, const void* a, const void* b, int32_t k, int32_t n, int64_t samples) noexcept {
+  Portable16().linearRow(target, a, b, k, n, samples);
+}
+void SplineDerivatives16(void* derivatives, const void* source, int64_t pixels, int32_t channels,
+                         uint8_t* work) noexcept {
+  Portable16().splineDerivatives(derivatives, source, pixels, channels, work);
+}
+void SplineLine16(void* target, const void* source, const void* derivatives, const SplineSpot* spots, int64_t count,
+                  int32_t channels) noexcept {
+  Portable16().splineLine(target, source, derivatives, spots, count, channels);
+}
+void SplineRow16(void* target, const void* const* rows, const SplineSpot& spot, int64_t samples) noexcept {
+  Portable16().splineRow(target, rows, spot, samples);
+}
+
+}  // namespace
+
+constinit const SampleKernels kWordsAvx2 = {.narrowTotal = 1 << 16,
+                                            .narrowSumBytes = 4,
+                                            .wideSumBytes = 8,
+                                            .realBytes = 4,
+                                            .boxLine = BoxLine16,
+                                            .boxLineWide = BoxLineWide16,
+                                            .weighRow = WeighRow16,
+                                            .weighRowWide = WeighRowWide16,
+                                            .divideRow = DivideRow16,
+                                            .divideRowWide = DivideRowWide16,
+                                            .averageRows = AverageRows16_Avx2,
+                                            .linearLine = LinearLine16,
+                                            .linearRow = LinearRow16,
+                                            .splineDerivatives = SplineDerivatives16,
+                                            .splineLine = SplineLine16,
+                                            .splineRow = SplineRow16};
+
+}  // namespace tarn
