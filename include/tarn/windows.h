@@ -186,6 +186,45 @@ T_API HDC T_WinCreateDCA(LPCSTR driver, LPCSTR device, LPCSTR output, const DEVM
 T_API int T_WinReleaseDC(HWND window, HDC dc, uint32_t line, const wchar_t* file) T_NOTHROW;
 T_API BOOL T_WinDeleteDC(HDC dc, uint32_t line, const wchar_t* file) T_NOTHROW;
 
+/* ---- Drawing into a bitmap -------------------------------------------------------------------------------------- */
+
+/** Makes a device context whose drawing lands in a bitmap of any format and storage. It shows the picture upright, as
+ *  T_ConvertToDIB makes it, and draws in those colours. Pixels that are drawn come into the bitmap with T_UpdateTarnDC
+ *  and T_DeleteTarnDC, as T_PutPixelColor puts them; all others keep every bit, also where the bitmap is deeper than
+ *  what is drawn on. Meanwhile the record must stay where it is, and nothing else may change the bitmap's size.
+ *  @param dc gets the device context, to be ended by T_DeleteTarnDC; null after a failure. Its own bitmap must stay
+ *         selected into it, or selected again before it ends.
+ *  @return SUCCESS; ERR_INVALID_PARAMETER (null; unallocated); ERR_BAD_STRUCT_SIZE; ERR_NO_MEMORY (or no more GDI
+ *          objects); what T_ConvertToDIB gives. */
+T_API int32_t T_CreateTarnDC(BitmapHandle* bitmap, HDC* dc) T_NOTHROW;
+/** Brings what was drawn since into the bitmap. The device context goes on.
+ *  @return SUCCESS; ERR_INVALID_PARAMETER (no device context of T_CreateTarnDC's); ERR_NO_BITMAP (freed meanwhile);
+ *          ERR_BAD_STRUCT_SIZE; ERR_NO_MEMORY; what T_PutPixelColor gives. After a failure the bitmap is as it was. */
+T_API int32_t T_UpdateTarnDC(HDC dc) T_NOTHROW;
+/** T_UpdateTarnDC, after which the device context is gone, also when that failed. @return as T_UpdateTarnDC */
+T_API int32_t T_DeleteTarnDC(HDC dc) T_NOTHROW;
+
+/* ---- The display ------------------------------------------------------------------------------------------------ */
+
+/** What the toolkit's display library does for this one; functions may be null. */
+typedef struct T_DisDispatch {
+  uint32_t StructSize; /**< sizeof(T_DisDispatch) */
+  uint32_t Reserved;
+  /** Releases a region. @return SUCCESS or a status */
+  int32_t (*DeleteRegion)(uint64_t region);
+  /** Told when drawing has changed pixels inside a rectangle of the upright picture. */
+  void (*Changed)(BitmapHandle* bitmap, const RECT* rectangle);
+} T_DisDispatch;
+
+/** The table is process-wide, kept by reference and must stay valid; null takes it away.
+ *  @return the previous table; null also for a table of another StructSize, which changes nothing */
+T_API const T_DisDispatch* T_SetDisDispatch(const T_DisDispatch* table) T_NOTHROW;
+
+/** Releases a bitmap's region through the display and clears the field; a bitmap without one stays as it is.
+ *  @return SUCCESS; ERR_INVALID_PARAMETER (null); ERR_BAD_STRUCT_SIZE; ERR_NO_DISPATCH (no table, or none that deletes
+ *          regions); what the display gives: the region then stays. */
+T_API int32_t T_DeleteTarnRgn(BitmapHandle* bitmap) T_NOTHROW;
+
 T_EXTERN_C_END
 
 #endif /* _WIN32 */
