@@ -211,11 +211,11 @@ bool Resampler::MakeAhead(int32_t row) noexcept {
       sources[i] = line;
     }
     targets[i] = held_.data() + static_cast<uint64_t>(at % heldRows_) * stride_;
-    heldRow_[at % heldRows_] = at;
   }
   auto* const work = reinterpret_cast<uint8_t*>((reinterpret_cast<uintptr_t>(work_.data()) + 63) & ~uintptr_t{63});
   Kernels().scale->splineRows(targets, sources, columns_.source, channels_, columns_.places.data(), columns_.target,
                               work);
+  for (int32_t at = row; at < row + kSplineRows && at < rows_.source; ++at) heldRow_[at % heldRows_] = at;
   return true;
 }
 
