@@ -2,6 +2,7 @@
 
 #include "Common/Internal/Library.h"
 
+#include "Common/Internal/CodecModule.h"
 #include "Common/Internal/Hooks.h"
 #include "Common/Internal/Settings.h"
 #include "Platform/Platform.h"
@@ -30,6 +31,7 @@ void platform::LibraryDetach() noexcept {
   if (--attachCount > 0) return;
   T_ResourceLeakReport(0);
   ResetHooks();
+  UnloadCodec();
   StopSettings();
   ResetSlots();
 }

@@ -192,6 +192,40 @@ void* ModuleOpen(const wchar_t* path) noexcept {
   return module;
 }
 
+namespace {
+
+/// All of `bytes` bytes at an offset.
+bool ReadAt(int file, void* target, size_t bytes, uint64_t offset) noexcept {
+  return Repeat(fault::Answer::kPass, [&] { return pread(file, target, bytes, static_cast<off_t>(offset)); }) ==
+         static_cast<ssize_t>(bytes);
+}
+
+bool SegmentsLieInside(int file) noexcept {
+  struct stat facts;
+  ElfW(Ehdr) header;
+  if (fstat(file, &facts) != 0 || !S_ISREG(facts.st_mode) || !ReadAt(file, &header, sizeof header, 0)) return false;
+  ElfW(Phdr) segment;
+  if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_phentsize != sizeof segment) return false;
+  const auto size = static_cast<uint64_t>(facts.st_size);
+  for (uint32_t i = 0; i < header.e_phnum; ++i) {
+    if (!ReadAt(file, &segment, sizeof segment, header.e_phoff + i * sizeof segment)) return false;
+    if (segment.p_offset > size || segment.p_filesz > size - segment.p_offset) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool ModuleIsWhole(const wchar_t* path) noexcept {
+  const Utf8Name name(path);
+  if (!name) return false;
+  const int file = open(name.c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return false;
+  const bool whole = SegmentsLieInside(file);
+  close(file);
+  return whole;
+}
+
 void* ModuleSymbol(void* module, const char* name) noexcept {
   void* symbol = module && name ? dlsym(module, name) : nullptr;
   if (!symbol) errno = EINVAL;

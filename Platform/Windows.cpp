@@ -144,6 +144,8 @@ void* ModuleOpen(const wchar_t* path) noexcept {
   return module;
 }
 
+bool ModuleIsWhole(const wchar_t*) noexcept { return true; }
+
 void* ModuleSymbol(void* module, const char* name) noexcept {
   if (!module || !name) {
     SetSystemError(SystemError::kInvalid);

@@ -54,8 +54,8 @@ TEST(Alloc, MemoryTypes) {
       {8, 768, SUCCESS, kIn},
       {4, 1024, ERR_INVALID_PARAMETER, 0},
       {4, 1025, SUCCESS, kIn},
-      {8, 1024, ERR_LIBRARY_NOT_LOADED, 0},
-      {24, 1025, ERR_LIBRARY_NOT_LOADED, 0},
+      {8, 1024, SUCCESS, kIn | T_FLAG_SUPER_COMPRESSED},
+      {24, 1025, SUCCESS, kIn | T_FLAG_SUPER_COMPRESSED},
       {8, 0, ERR_INVALID_PARAMETER, 0},
       {8, 3, ERR_INVALID_PARAMETER, 0},
       {8, 5, ERR_INVALID_PARAMETER, 0},
@@ -234,7 +234,7 @@ TEST(Alloc, MemoryInfoChecksAndMoves) {
     uint32_t type = 0;
     EXPECT_EQ(T_GetBitmapMemoryInfo(nullptr, &type, nullptr, nullptr, nullptr, nullptr, nullptr), ERR_NO_BITMAP);
     EXPECT_EQ(T_GetBitmapMemoryInfo(&b, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), ERR_INVALID_PARAMETER);
-    const uint32_t moves[] = {128, 4, 512, 4, 1, 512, 128, 8};
+    const uint32_t moves[] = {128, 4, 512, 1024, 4, 1, 1024, 512, 128, 8};
     for (const uint32_t to : moves) {
       Thresholds(0x7FFFFFFF, 500, -100, 1);
       ASSERT_EQ(T_SetBitmapMemoryInfo(&b, to, 0, 0, 0, 0, 0, T_INFO_MEMORY_TYPE), SUCCESS) << to;
@@ -245,7 +245,6 @@ TEST(Alloc, MemoryInfoChecksAndMoves) {
       EXPECT_EQ(b.ViewPerspective, 7u);
     }
     EXPECT_EQ(T_SetBitmapMemoryInfo(&b, 2, 0, 0, 0, 0, 0, T_INFO_MEMORY_TYPE), ERR_NO_BITMAP);
-    EXPECT_EQ(T_SetBitmapMemoryInfo(&b, 1024, 0, 0, 0, 0, 0, T_INFO_MEMORY_TYPE), ERR_LIBRARY_NOT_LOADED);
     EXPECT_EQ(T_SetBitmapMemoryInfo(&b, 77, 0, 0, 0, 0, 0, T_INFO_MEMORY_TYPE), ERR_INVALID_PARAMETER);
     EXPECT_EQ(FirstDifference(b, 11, 80), -1);
   }
@@ -295,8 +294,10 @@ TEST(Alloc, CompressionChangesBothWays) {
   EXPECT_EQ(b.Reported(), 512u);
   EXPECT_EQ(FirstDifference(b, 8, 30), -1);
   EXPECT_EQ(T_ChangeBitmapCompression(&b, 512), SUCCESS);
-  EXPECT_EQ(T_ChangeBitmapCompression(&b, 1024), ERR_LIBRARY_NOT_LOADED);
-  EXPECT_EQ(b.Reported(), 512u);
+  EXPECT_EQ(T_ChangeBitmapCompression(&b, 1024), SUCCESS);
+  EXPECT_EQ(b.Reported(), 1024u);
+  EXPECT_EQ(FirstDifference(b, 8, 30), -1);
+  EXPECT_EQ(T_ChangeBitmapCompression(&b, 1024), SUCCESS);
   EXPECT_EQ(T_ChangeBitmapCompression(&b, 0), SUCCESS);
   EXPECT_EQ(b.Reported(), 1u);
   EXPECT_EQ(V(b.Size), size);

@@ -289,9 +289,9 @@ bool IsKnown(int64_t status) {
 }
 
 constexpr Shape kShape = {43, 9, 0};
-constexpr Kind kHostileKinds[] = {Kind::kBlock,     Kind::kMemoryTiles, Kind::kMixedTiles,
-                                  Kind::kSwapTiles, Kind::kDisk,        Kind::kCompressed};
-constexpr int32_t kHostileDepths[] = {1, 4, 12, 24};
+constexpr Kind kHostileKinds[] = {Kind::kBlock, Kind::kMemoryTiles, Kind::kMixedTiles, Kind::kSwapTiles,
+                                  Kind::kDisk,  Kind::kCompressed,  Kind::kSuper};
+constexpr int32_t kHostileDepths[] = {1, 4, 8, 12, 24};
 
 class Hostile : public testing::Test {
  protected:
@@ -357,7 +357,7 @@ class Hostile : public testing::Test {
     Random random(engine::RunSeed());
     for (const Kind kind : kHostileKinds) {
       for (const int32_t bits : kHostileDepths) {
-        if (kind == Kind::kCompressed && bits != 1) continue;
+        if (!Shape{kShape.width, kShape.height, bits}.Suits(kind)) continue;
         const BitmapHandle sample = Sample(kind, bits);
         for (const Field& field : kFields) {
           for (const uint64_t value : ValuesFor(field, Damage{&field, 0}.Read(sample), random)) {
@@ -378,7 +378,8 @@ class Hostile : public testing::Test {
     Random random(engine::Mix(engine::RunSeed(), 2));
     for (int i = 0; i < count && !HasFailure(); ++i) {
       const Kind kind = random.Pick(kHostileKinds);
-      const int32_t bits = kind == Kind::kCompressed ? 1 : random.Pick(kHostileDepths);
+      int32_t bits = random.Pick(kHostileDepths);
+      while (!Shape{kShape.width, kShape.height, bits}.Suits(kind)) bits = random.Pick(kHostileDepths);
       const BitmapHandle sample = Sample(kind, bits);
       std::vector<Damage> damages;
       for (int part = 0; part < 2; ++part) {

@@ -36,7 +36,7 @@ StorageNode* FindStorage(const void* data) noexcept;
 /// Operations of one storage kind. Offsets and counts are in bytes; `offset` counts from the start of `row` and may
 /// reach into later rows. Transfers never leave the storage.
 struct StorageOps {
-  /// Returns the bytes moved as the kind counts them, or a negative status.
+  /// Returns the bytes moved as the kind counts them, or a negative status. Several threads may read one bitmap.
   int64_t (*read)(BitmapHandle& bitmap, uint8_t* target, uint32_t row, uint64_t offset, uint64_t bytes) noexcept;
   /// The same for a put; failedTile is what a tile that cannot be written makes of the result.
   int64_t (*write)(BitmapHandle& bitmap, const uint8_t* source, uint32_t row, uint64_t offset, uint64_t bytes,
@@ -60,6 +60,7 @@ extern const StorageOps kBlockOps;
 extern const StorageOps kDiskOps;
 extern const StorageOps kTileOps;
 extern const StorageOps kCompressedOps;
+extern const StorageOps kSuperOps;
 
 /// The table for the record's flags, tested in the order compressed, tiles, super-compressed, memory, disk; null
 /// without any. Not to be kept across a put into compressed rows, which may change the kind.
@@ -67,7 +68,7 @@ inline const StorageOps* OpsOf(const BitmapHandle& bitmap) noexcept {
   const uint32_t flags = bitmap.Flags;
   if (flags & T_FLAG_COMPRESSED) return &kCompressedOps;
   if (flags & T_FLAG_TILED) return &kTileOps;
-  if (flags & T_FLAG_SUPER_COMPRESSED) return nullptr;  // no bitmap gets this far without its codec library
+  if (flags & T_FLAG_SUPER_COMPRESSED) return &kSuperOps;
   if (flags & T_FLAG_IN_MEMORY) return &kBlockOps;
   if (flags & T_FLAG_ON_DISK) return &kDiskOps;
   return nullptr;
@@ -89,6 +90,9 @@ uint32_t LutEntriesOf(const BitmapHandle& bitmap) noexcept;
 /// Copies significant bits, percentage, recorded range and parameter block; with ownLut a lookup table of the source is
 /// duplicated. Failure changes nothing.
 Status CopyGrayParams(BitmapHandle& target, const BitmapHandle& source, bool ownLut) noexcept;
+
+/// Rows of a strip of super-compressed bitmaps made from now on, for tests; 0: by their length.
+void SetStripRows(uint32_t rows) noexcept;
 
 /// Frees storage of any kind (caller memory stays the caller's) and clears the flags that go with it.
 void ReleaseStorage(BitmapHandle& bitmap) noexcept;

@@ -38,7 +38,7 @@ T_API int32_t T_CopyBitmapHandle(BitmapHandle* destination, const BitmapHandle* 
  *         a temporary file by size, free memory and the thread's thresholds (T_SetMemoryThresholds).
  *  @return SUCCESS; ERR_INVALID_PARAMETER (null handle); ERR_BAD_STRUCT_SIZE; ERR_EMPTY_AREA (Size is 0);
  *          ERR_INVALID_PARAMETER (type); ERR_NO_MEMORY; ERR_FILE_WRITE (temporary file cannot be extended);
- *          ERR_LIBRARY_NOT_LOADED (super-compressed storage without its codec library). After a failure the bitmap
+ *          ERR_LIBRARY_NOT_LOADED (super-compressed storage without its codec library, codec.h). After a failure the bitmap
  *          has no storage and T_FLAG_ALLOCATED is clear. */
 T_API int32_t T_AllocateBitmap(BitmapHandle* handle, uint32_t memoryType) T_NOTHROW;
 
@@ -88,6 +88,22 @@ T_API int32_t T_SetBitmapDataPointer(BitmapHandle* handle, void* data, uint64_t 
  *  @return SUCCESS; ERR_NO_BITMAP (null or unallocated); ERR_BAD_STRUCT_SIZE; ERR_INVALID_PARAMETER (type);
  *          ERR_BAD_BITS_PER_PIXEL; an allocation or row status. After a failure the bitmap is unchanged. */
 T_API int32_t T_ChangeBitmapCompression(BitmapHandle* handle, uint32_t type) T_NOTHROW;
+
+/** Compresses what a super-compressed bitmap still holds expanded and frees that memory; Size is then what its pixels
+ *  take. For a bitmap that will not be looked at for a while; the next row expands again. Any other storage stays as it
+ *  is.
+ *  @return SUCCESS; ERR_NO_BITMAP (null or unallocated); ERR_BAD_STRUCT_SIZE; ERR_NO_MEMORY (strips that could not be
+ *          compressed stay expanded). */
+T_API int32_t T_CompactBitmap(BitmapHandle* handle) T_NOTHROW;
+
+/** Sets how much memory a super-compressed bitmap may use for strips of rows that it keeps expanded, for bitmaps made
+ *  from now on by any thread. A bitmap has room for one strip at least, for 64 at most, and for no more than an eighth
+ * of its strips. A strip has about 128 KiB, or eight rows if those have more, up to 1 MiB; rows may be longer. The
+ * first row of a strip that is got or put expands it; a strip that was put to is compressed when another needs its
+ * room.
+ *  @param bytes 0: the default, 1 MiB
+ *  @return what was set before */
+T_API uint64_t T_SetSuperCompressedCache(uint64_t bytes) T_NOTHROW;
 
 /** Releases the lookup table and the gray parameter block. A null handle is ignored. */
 T_API void T_FreeGrayParams(BitmapHandle* handle) T_NOTHROW;

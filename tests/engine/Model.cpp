@@ -131,6 +131,7 @@ class Sequence {
   Shape PickShape(Kind kind) {
     Shape shape{};
     shape.bits = kind == Kind::kCompressed || random_.OneIn(5) ? 1 : random_.Pick(kDepths);
+    while (kind == Kind::kSuper && !(DepthsOf(kind) & DepthBit(shape.bits))) shape.bits = random_.Pick(kDepths);
     shape.width = random_.OneIn(4) ? random_.Between(1, 9) : random_.Between(10, 140);
     shape.height = random_.Between(kTileRows + 1, 30);
     return shape;
@@ -280,6 +281,7 @@ class Sequence {
   void Move() {
     constexpr uint32_t kTypes[] = {TYPE_CONV, TYPE_DISK, TYPE_NODISK, TYPE_TILED, TYPE_TILED, TYPE_COMPRESSED};
     uint32_t type = random_.Pick(kTypes);
+    if (random_.OneIn(5)) type = TYPE_SUPERCOMPRESSED | TYPE_CONV;
     if (type == TYPE_COMPRESSED && shape_.bits != 1) type = TYPE_CONV;
     const int64_t tileSize = int64_t{shape_.RowBytes()} * random_.Between(1, 6);
     Expect("T_SetBitmapMemoryInfo",
@@ -300,6 +302,11 @@ class Sequence {
   }
 
   void Compression() {
+    if (random_.OneIn(3)) {
+      const int32_t wanted = shape_.Suits(Kind::kSuper) ? int32_t{SUCCESS} : int32_t{ERR_BAD_BITS_PER_PIXEL};
+      Expect("T_ChangeBitmapCompression", T_ChangeBitmapCompression(&record_, TYPE_SUPERCOMPRESSED), wanted);
+      return Expect("T_CompactBitmap", T_CompactBitmap(&record_), SUCCESS);
+    }
     const bool compress = random_.OneIn(2);
     Expect("T_ChangeBitmapCompression", T_ChangeBitmapCompression(&record_, compress ? TYPE_COMPRESSED : 0),
            compress && shape_.bits != 1 ? ERR_BAD_BITS_PER_PIXEL : SUCCESS);

@@ -183,8 +183,7 @@ void AddCopyOperations(std::vector<Operation>& table) {
   table.push_back(Duplicate("T_DupBitmapNewDim, overlays", DUP_OVERLAYS, 0));
   table.push_back(Duplicate("T_DupBitmapNewDim, everything", DUP_STORAGE | DUP_PALETTE | DUP_REGION | DUP_OVERLAYS, 0));
   for (int kind = 0; kind < kKinds; ++kind)
-    table.push_back(
-        CopyInto(static_cast<Kind>(kind), static_cast<Kind>(kind) == Kind::kCompressed ? DepthBit(1) : kAllDepths));
+    table.push_back(CopyInto(static_cast<Kind>(kind), DepthsOf(static_cast<Kind>(kind))));
   AddCopiesAndCuts(table);
 
   table.push_back(MakePalette("T_CreateFixedPalette", T_CreateFixedPalette));

@@ -94,8 +94,8 @@ void AddStorageOperations(std::vector<Operation>& table) {
   table.push_back(Allocate("T_AllocateBitmap 256", TYPE_NODISK));
   table.push_back(Allocate("T_AllocateBitmap 512", TYPE_COMPRESSED, DepthBit(1)));
   table.push_back(Allocate("T_AllocateBitmap 768", TYPE_COMPRESSED | TYPE_NODISK));
-  table.push_back(
-      Allocate("T_AllocateBitmap 1025", TYPE_SUPERCOMPRESSED | TYPE_CONV, ~(DepthBit(1) | DepthBit(8) | DepthBit(24))));
+  table.push_back(Allocate("T_AllocateBitmap 1025", TYPE_SUPERCOMPRESSED | TYPE_CONV, ~kSuperDepths));
+  table.push_back(Allocate("T_AllocateBitmap 1024", TYPE_SUPERCOMPRESSED, kSuperDepths));
   table.push_back(AllocateTiles("T_AllocateBitmap 1, memory tiles", TYPE_CONV, {kTileRows, -100, 1}));
   table.push_back(AllocateTiles("T_AllocateBitmap 1, memory and swap tiles", TYPE_CONV, {kTileRows, 3, 2}));
   table.push_back(AllocateTiles("T_AllocateBitmap 256, swap tiles", TYPE_NODISK, {1, 0, 1}));
@@ -116,6 +116,7 @@ void AddStorageOperations(std::vector<Operation>& table) {
   table.push_back(MoveTo("T_SetBitmapMemoryInfo, memory only", TYPE_NODISK));
   table.push_back(MoveTo("T_SetBitmapMemoryInfo, disk", TYPE_DISK));
   table.push_back(MoveTo("T_SetBitmapMemoryInfo, compressed", TYPE_COMPRESSED, DepthBit(1)));
+  table.push_back(MoveTo("T_SetBitmapMemoryInfo, super-compressed", TYPE_SUPERCOMPRESSED, kSuperDepths));
   table.push_back(MoveToTiles("T_SetBitmapMemoryInfo, swap tiles", 2, 0, 0));
   table.push_back(MoveToTiles("T_SetBitmapMemoryInfo, memory and swap tiles", 1, 2, 2));
   table.push_back(MoveToTiles("T_SetBitmapMemoryInfo, memory tiles", 4, 100, 0));
@@ -129,9 +130,17 @@ void AddStorageOperations(std::vector<Operation>& table) {
                    .failures = kMoving,
                    .call = [](Work& w) { return T_ChangeBitmapCompression(&w.subject.record, TYPE_COMPRESSED); }});
   table.push_back({.name = "T_ChangeBitmapCompression 0",
-                   .kinds = Bit(Kind::kCompressed),
+                   .kinds = Bit(Kind::kCompressed) | Bit(Kind::kSuper),
                    .failures = kMoving,
                    .call = [](Work& w) { return T_ChangeBitmapCompression(&w.subject.record, 0); }});
+  table.push_back({.name = "T_ChangeBitmapCompression 1024",
+                   .kinds = kAllKinds,
+                   .depths = kSuperDepths,
+                   .failures = kMoving,
+                   .call = [](Work& w) { return T_ChangeBitmapCompression(&w.subject.record, TYPE_SUPERCOMPRESSED); }});
+  table.push_back({.name = "T_CompactBitmap", .kinds = kAllKinds, .failures = {ERR_NO_MEMORY}, .call = [](Work& w) {
+                     return T_CompactBitmap(&w.subject.record);
+                   }});
   table.push_back({.name = "T_GrowBitmapHeap", .kinds = Bit(Kind::kCompressed), .failures = {0}, .call = [](Work& w) {
                      return T_GrowBitmapHeap(&w.subject.record, 5000);
                    }});

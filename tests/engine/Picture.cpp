@@ -9,13 +9,13 @@
 namespace tarn::engine {
 
 const char* NameOf(Kind kind) {
-  constexpr const char* kNames[] = {"block",       "caller memory", "movable block", "memory tiles",
-                                    "mixed tiles", "swap tiles",    "disk",          "compressed"};
+  constexpr const char* kNames[] = {"block",      "caller memory", "movable block", "memory tiles", "mixed tiles",
+                                    "swap tiles", "disk",          "compressed",    "super"};
   return kNames[static_cast<int>(kind)];
 }
 
 bool Shape::Suits(Kind kind) const {
-  if (kind == Kind::kCompressed) return bits == 1;
+  if (!(DepthsOf(kind) & DepthBit(bits))) return false;
   return !(Bit(kind) & kTiledKinds) || height > kTileRows;
 }
 
@@ -119,6 +119,10 @@ std::string Picture::MakeBlank(Kind kind, const Shape& shape) {
     case Kind::kCompressed:
       wanted |= T_FLAG_COMPRESSED;
       status = T_AllocateBitmap(&record, TYPE_COMPRESSED);
+      break;
+    case Kind::kSuper:
+      wanted |= T_FLAG_SUPER_COMPRESSED;
+      status = T_AllocateBitmap(&record, TYPE_SUPERCOMPRESSED);
       break;
     default:
       status = T_AllocateBitmap(&record, TYPE_CONV);

@@ -12,7 +12,7 @@ namespace tarn::engine {
 using Bytes = std::vector<uint8_t>;
 
 /// Where the pixels are. Tiles are three rows high; of mixed tiles the first lie in memory and the others share two
-/// views; of swap tiles one view exists.
+/// views; of swap tiles one view exists. While a Scene lives strips are three rows high too, and one is kept expanded.
 enum class Kind : uint8_t {
   kBlock,
   kCaller,
@@ -22,6 +22,7 @@ enum class Kind : uint8_t {
   kSwapTiles,
   kDisk,
   kCompressed,
+  kSuper,
   kCount
 };
 constexpr int kKinds = static_cast<int>(Kind::kCount);
@@ -39,12 +40,17 @@ constexpr uint64_t DepthBit(int32_t bits) { return uint64_t{1} << (bits - 1); }
 constexpr uint64_t kAllDepths = ~uint64_t{};
 constexpr uint64_t kPaletteDepths = 0xFF;
 
+constexpr uint64_t kSuperDepths = DepthBit(1) | DepthBit(8) | DepthBit(24);
+constexpr uint64_t DepthsOf(Kind kind) {
+  return kind == Kind::kCompressed ? DepthBit(1) : kind == Kind::kSuper ? kSuperDepths : kAllDepths;
+}
+
 struct Shape {
   int32_t width;
   int32_t height;
   int32_t bits;
   uint32_t RowBytes() const { return static_cast<uint32_t>((int64_t{width} * bits + 31) / 8) & ~3u; }
-  /// Tiles need more rows than one tile has, compressed rows one bit.
+  /// Tiles need more rows than one tile has, compressed rows one bit, super-compressed ones 1, 8 or 24.
   bool Suits(Kind kind) const;
 };
 std::string Text(const Shape& shape);

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "Common/Internal/Settings.h"
+#include "Common/Internal/Storage.h"
 #include "engine/Random.h"
 
 namespace tarn::engine {
@@ -75,11 +76,13 @@ Scene::Scene() : before_(TempDirectory()) {
   T_SetTempDirectory(directory_.Name().c_str());
   T_SetStatusCallBack(GoOn, this, &status_, &statusData_);
   T_SetCopyStatusCallBack(GoOn, &copyData_, &copy_, &copyData_);
+  SetStripRows(kTileRows);
   ledger::StartRecording();
 }
 
 Scene::~Scene() {
   ledger::StopRecording();
+  SetStripRows(0);
   T_SetCopyStatusCallBack(copy_, copyData_, nullptr, nullptr);
   T_SetStatusCallBack(status_, statusData_, nullptr, nullptr);
   T_SetTempDirectory(before_.c_str());
