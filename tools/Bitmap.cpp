@@ -40,6 +40,8 @@ uint32_t MemoryType(const StorageChoice& choice, const std::string& file) {
       return TYPE_DISK;
     case StorageKind::kCompressed:
       return TYPE_COMPRESSED;
+    case StorageKind::kSuper:
+      return TYPE_SUPERCOMPRESSED;
   }
   return TYPE_CONV;
 }
@@ -49,6 +51,9 @@ uint32_t MemoryType(const StorageChoice& choice, const std::string& file) {
 void RequireStorable(const StorageChoice& choice, const Layout& layout, const std::string& file) {
   if (choice.kind == StorageKind::kCompressed && layout.bits != 1) {
     throw Failure(Exit::kDepth, file, "compressed storage holds 1-bit pictures only, this is " + NameOf(layout));
+  }
+  if (choice.kind == StorageKind::kSuper && !SuperCompressible(layout.bits)) {
+    throw Failure(Exit::kDepth, file, "super storage holds pictures of 1, 8 or 24 bits, this is " + NameOf(layout));
   }
 }
 
@@ -64,6 +69,8 @@ void ThrowStatus(int64_t status, const std::string& file, const std::string& doi
     case ERR_DISK_FULL:
     case 0:
       throw Failure(Exit::kOutput, file, doing + ": temporary storage cannot be used (disk full?)");
+    case ERR_LIBRARY_NOT_LOADED:
+      throw Failure(Exit::kInternal, file, doing + ": the codec library is not beside libtarn");
     default:
       throw Failure(Exit::kInternal, file, doing + ": the library answers " + std::to_string(status));
   }
@@ -142,6 +149,8 @@ std::string Bitmap::StorageName() const {
       return "a temporary file";
     case TYPE_COMPRESSED:
       return "compressed rows in memory";
+    case TYPE_SUPERCOMPRESSED:
+      return "compressed strips in memory";
     default:
       return "one block in memory";
   }

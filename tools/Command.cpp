@@ -44,13 +44,15 @@ void ReadOptions::AddLimits(Options& options) {
 }
 
 void ReadOptions::AddKind(Options& options) {
-  options.Choice<StorageKind>("--storage", storage.kind,
-                              {{"auto", StorageKind::kAuto},
-                               {"memory", StorageKind::kMemory},
-                               {"tiled", StorageKind::kTiled},
-                               {"disk", StorageKind::kDisk},
-                               {"compressed", StorageKind::kCompressed}},
-                              "KIND", "auto, memory, tiled, disk or compressed (1-bit pictures)");
+  options.Choice<StorageKind>(
+      "--storage", storage.kind,
+      {{"auto", StorageKind::kAuto},
+       {"memory", StorageKind::kMemory},
+       {"tiled", StorageKind::kTiled},
+       {"disk", StorageKind::kDisk},
+       {"compressed", StorageKind::kCompressed},
+       {"super", StorageKind::kSuper}},
+      "KIND", "auto, memory, tiled, disk, compressed (1-bit pictures) or super (1, 8 and 24 bits, without loss)");
 }
 
 void ReadOptions::Check() const {

@@ -113,6 +113,7 @@ bool RowConverter::Convert(const std::string& file) {
 StorageChoice PassingStorage(const StorageChoice& choice, int32_t bits) {
   StorageChoice passing = choice;
   if (choice.kind == StorageKind::kCompressed && bits != 1) passing.kind = StorageKind::kAuto;
+  if (choice.kind == StorageKind::kSuper && !SuperCompressible(bits)) passing.kind = StorageKind::kAuto;
   return passing;
 }
 

@@ -53,7 +53,7 @@ int32_t DotsPerInch(double perInch) noexcept;
 
 // ---- Storage -------------------------------------------------------------------------------------------------------
 
-enum class StorageKind { kAuto, kMemory, kTiled, kDisk, kCompressed };
+enum class StorageKind { kAuto, kMemory, kTiled, kDisk, kCompressed, kSuper };
 
 struct StorageChoice {
   StorageKind kind = StorageKind::kAuto;
@@ -61,6 +61,7 @@ struct StorageChoice {
   uint64_t maxMemory = 0;  // bytes of pixels to keep in memory, 0: as the machine allows; for kAuto
 };
 
+constexpr bool SuperCompressible(int32_t bits) { return bits == 1 || bits == 8 || bits == 24; }
 /// Throws Failure when the storage asked for does not take such pixels.
 void RequireStorable(const StorageChoice& choice, const Layout& layout, const std::string& file);
 /// The library's answer as a Failure: `doing` says to what.

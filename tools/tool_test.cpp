@@ -124,8 +124,10 @@ TEST_F(Tool, TiffKindsKeepEveryPixel) {
   for (const TiffKind& kind : kinds) {
     const int width = 45, height = 35;  // three tiles across and down, the last ones cut
     const Pixels truth = MakeTiff(In("a.tif"), width, height, kind);
-    for (const std::string storage : {"auto", "tiled", "disk", "compressed"}) {
-      if (storage == "compressed" && kind.bits * kind.samples != 1) continue;
+    for (const std::string storage : {"auto", "tiled", "disk", "compressed", "super"}) {
+      const int bits = kind.bits * kind.samples;
+      if (storage == "compressed" && bits != 1) continue;
+      if (storage == "super" && bits != 1 && bits != 8 && bits != 24) continue;
       SCOPED_TRACE("photometric " + std::to_string(kind.photometric) + ", " + std::to_string(kind.samples) + " x " +
                    std::to_string(kind.bits) + " bits, compression " + std::to_string(kind.compression) + ", tiles " +
                    std::to_string(kind.tiles) + ", planes " + std::to_string(kind.planes) + ", " + storage);
