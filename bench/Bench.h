@@ -103,6 +103,8 @@ std::vector<GroupMaker> TurnGroups(const std::string& directory);
 std::vector<GroupMaker> ResizeGroups(const std::string& directory);
 /// Making and freeing bitmaps.
 Group StorageGroup();
+/// Super-compressed photographs and pages.
+Group SuperGroup(const std::string& directory);
 /// Single pixels in order and anywhere; the nearest entry of a palette; filling.
 Group PixelGroup();
 Group NearestGroup();

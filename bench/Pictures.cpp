@@ -75,7 +75,7 @@ Pixels::Pixels(Format itsFormat, int32_t itsWidth, int32_t itsHeight)
       rowBytes(static_cast<uint32_t>((int64_t{itsWidth} * itsFormat.bits + 31) / 32 * 4)),
       bytes(uint64_t{rowBytes} * static_cast<uint32_t>(itsHeight)) {}
 
-Pixels Mosaic(const std::string& directory, int32_t width, int32_t height, std::string* origin) {
+std::vector<Pixels> Photographs(const std::string& directory, std::string* names) {
   std::vector<std::filesystem::path> paths;
   std::error_code ignored;
   for (const auto& entry : std::filesystem::directory_iterator(directory, ignored)) {
@@ -84,18 +84,23 @@ Pixels Mosaic(const std::string& directory, int32_t width, int32_t height, std::
   }
   std::sort(paths.begin(), paths.end());
   std::vector<Pixels> photographs;
-  std::string names;
+  std::string all;
   for (const auto& path : paths) {
     Pixels photograph = ReadBmp(path);
     if (photograph.width == 0) continue;
     photographs.push_back(std::move(photograph));
-    names += (names.empty() ? "" : ", ") + path.stem().string().substr(6);
+    all += (all.empty() ? "" : ", ") + path.stem().string().substr(6);
   }
   if (photographs.empty()) {
     photographs.push_back(Landscape());
-    names = "a computed landscape";
+    all = "a computed landscape";
   }
-  if (origin) *origin = names;
+  if (names) *names = all;
+  return photographs;
+}
+
+Pixels Mosaic(const std::string& directory, int32_t width, int32_t height, std::string* origin) {
+  const std::vector<Pixels> photographs = Photographs(directory, origin);
   Pixels mosaic(kBgr24, width, height);
   for (int32_t y = 0; y < height; ++y) {
     uint8_t* at = mosaic.Row(y);

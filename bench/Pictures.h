@@ -51,6 +51,10 @@ struct Pixels {
   [[nodiscard]] double Count() const { return static_cast<double>(width) * height; }
 };
 
+/// The photographs photo-*.bmp of the directory, 24 bits, blue first; a computed landscape where there are none. Their
+/// names come back in `names` if wanted.
+std::vector<Pixels> Photographs(const std::string& directory, std::string* names = nullptr);
+
 /// 24-bit pixels, blue first: the photographs photo-*.bmp of the directory set together in squares, always alike; a
 /// computed landscape where there are none. The name of what it is made from comes back in `origin` if wanted.
 Pixels Mosaic(const std::string& directory, int32_t width, int32_t height, std::string* origin = nullptr);

@@ -60,6 +60,7 @@ int main(int count, char** arguments) {
       {"rows-12", [] { return RowGroup(12 << 10); }},
       {"rows-48", [] { return RowGroup(48 << 10); }},
       {"storage", StorageGroup},
+      {"super", [&] { return SuperGroup(options.pages); }},
       {"copy", CopyGroup},
       {"pixels", PixelGroup},
       {"nearest", NearestGroup},
