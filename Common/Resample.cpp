@@ -91,8 +91,9 @@ Status Resampler::StartDithering() noexcept {
 // ---- Opening -------------------------------------------------------------------------------------------------------
 
 Status Resampler::OpenTaps(Here here) noexcept {
+  const bool words = kernels_ == Kernels().scale->samples[static_cast<int>(Sample::kU16)];
+  if (columns_.cells && (sampleBytes_ == 1 || words)) return OpenBoxTaps(here);
   if (sampleBytes_ != 1) return SUCCESS;
-  if (columns_.cells) return OpenBoxTaps(here);
   if (columns_.spots) return OpenLinearTaps(here);
   constexpr int64_t kMostAhead = 1 << 16;  // samples of a row: they take 96 times as many bytes
   together_ = columns_.places && columns_.source > 2 && Kernels().scale->splineRows &&
@@ -163,8 +164,9 @@ void Resampler::AcrossCells(void* target, const void* line) noexcept {
   int64_t left = columns_.target;
   if (taps_) {
     const auto total = static_cast<uint32_t>(cells[0].Total());
-    scale.boxTaps(static_cast<uint8_t*>(target), static_cast<const uint8_t*>(line), taps_.taps(), total);
-    target = static_cast<uint8_t*>(target) + tapPixels_ * channels_;
+    const auto make = sampleBytes_ == 1 ? scale.boxTaps : scale.boxTaps16;
+    make(static_cast<uint8_t*>(target), static_cast<const uint8_t*>(line), taps_.taps(), total);
+    target = static_cast<uint8_t*>(target) + tapPixels_ * channels_ * sampleBytes_;
     cells += tapPixels_;
     left -= tapPixels_;
   }

@@ -34,23 +34,32 @@ Status Resampler::OpenBoxTaps(Here here) noexcept {
   const auto* const cells = columns_.cells.data();
   const int64_t from = columns_.source;
   for (const int32_t parts : {2, 4, 8}) {
-    if (channels_ == 1 && from == int64_t{parts} * columns_.target) parts_ = parts;
+    if (channels_ == 1 && sampleBytes_ == 1 && from == int64_t{parts} * columns_.target) parts_ = parts;
   }
   if (parts_ || columns_.mostSamples > kBoxTaps) return SUCCESS;
   int64_t pixels = 0;
   while (pixels < columns_.target && cells[pixels].Total() == cells[0].Total()) ++pixels;
   tapPixels_ = pixels;
-  return taps_.Build(pixels * channels_, kBoxTaps, from * channels_, here, [&](int64_t i, TapSet& set) {
+  const auto bytes = static_cast<int32_t>(sampleBytes_);
+  return taps_.Build(pixels * channels_, kBoxTaps * bytes, from * channels_ * bytes, here, [&](int64_t i, TapSet& set) {
     const BoxCell cell = cells[i / channels_];
     for (int32_t n = 0; n < kBoxTaps; ++n) {
       const int32_t weight = n == 0                ? cell.firstWeight
                              : n <= cell.whole     ? 4096
                              : n == cell.whole + 1 ? cell.endWeight
                                                    : 0;
-      const int32_t at = cell.first + (weight ? n : 0);
-      set.places[n] = static_cast<uint32_t>(at * channels_ + i % channels_);
-      set.first[n] = static_cast<uint8_t>(weight >> 6);
-      set.second[n] = static_cast<uint8_t>(weight & 63);
+      const auto at = (int64_t{cell.first} + (weight ? n : 0)) * channels_ + i % channels_;
+      if (bytes == 1) {
+        set.places[n] = static_cast<uint32_t>(at);
+        set.first[n] = static_cast<uint8_t>(weight >> 6);
+        set.second[n] = static_cast<uint8_t>(weight & 63);
+        continue;
+      }
+      for (int32_t byte = 0; byte < 2; ++byte) {
+        set.places[2 * n + byte] = static_cast<uint32_t>(2 * at + byte);
+        set.first[2 * n + byte] = static_cast<uint8_t>(weight >> 8 * byte);
+        set.second[2 * n + byte] = 0;
+      }
     }
   });
 }

@@ -41,7 +41,7 @@ struct SplineSpot {
 struct Taps {
   const uint32_t* base;
   const uint8_t* data;
-  int64_t count;  // of bytes of the result
+  int64_t count;  // of samples of the result
 };
 
 /// Weights of box averaging in two signed bytes: high * 64 + low.
@@ -96,6 +96,8 @@ struct ScaleKernels {
   void (*takeBytes)(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept;
   /// Sums of weights 4096..65535, divided by `total`.
   void (*boxTaps)(uint8_t* target, const uint8_t* source, const Taps& taps, uint32_t total) noexcept;
+  /// The same of words: a sample is made of eight bytes, four of them weights of a word each in the first table.
+  void (*boxTaps16)(uint8_t* target, const uint8_t* source, const Taps& taps, uint32_t total) noexcept;
   void (*linearTaps)(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept;
   /// Truncated averages of 2, 4 or 8 bytes beside each other.
   void (*averageBytes)(uint8_t* target, const uint8_t* source, int64_t count, int32_t parts) noexcept;
@@ -135,6 +137,7 @@ struct ScaleKernels {
 
 extern const SampleKernels kSamplesPortable[static_cast<int>(Sample::kCount)];
 extern const SampleKernels kBytesAvx2;
+extern const SampleKernels kWordsAvx2;
 extern const ScaleKernels kScalePortable;
 extern const ScaleKernels kScaleAvx2;
 extern const ScaleKernels kScaleAvx512;
@@ -144,6 +147,8 @@ void Gather_Avx2(uint8_t*, const uint8_t*, const uint32_t*, int64_t, int32_t) no
 void CountInk_Avx2(uint32_t*, const uint8_t*, uint64_t, const uint32_t*, int64_t, bool) noexcept;
 void TakeBytes_Avx2(uint8_t*, const uint8_t*, const Taps&) noexcept;
 void BoxTaps_Avx2(uint8_t*, const uint8_t*, const Taps&, uint32_t) noexcept;
+void BoxTaps16_Avx2(uint8_t*, const uint8_t*, const Taps&, uint32_t) noexcept;
+void AverageRows16_Avx2(void*, const void* const*, const uint16_t*, int32_t, int64_t) noexcept;
 void LinearTaps_Avx2(uint8_t*, const uint8_t*, const Taps&) noexcept;
 void AverageBytes_Avx2(uint8_t*, const uint8_t*, int64_t, int32_t) noexcept;
 void SplineRows_Avx2(uint8_t* const*, const uint8_t* const*, int64_t, int32_t, const SplineSpot*, int64_t,
@@ -156,6 +161,7 @@ void AddInk_Avx2(uint8_t* const*, const uint8_t*, int64_t, int32_t, bool, bool) 
 void InkCells_Avx2(uint8_t*, const uint8_t* const*, int64_t, int32_t, int32_t) noexcept;
 void TakeBytes_Avx512(uint8_t*, const uint8_t*, const Taps&) noexcept;
 void BoxTaps_Avx512(uint8_t*, const uint8_t*, const Taps&, uint32_t) noexcept;
+void BoxTaps16_Avx512(uint8_t*, const uint8_t*, const Taps&, uint32_t) noexcept;
 void LinearTaps_Avx512(uint8_t*, const uint8_t*, const Taps&) noexcept;
 void SplineRows_Avx512(uint8_t* const*, const uint8_t* const*, int64_t, int32_t, const SplineSpot*, int64_t,
                        uint8_t*) noexcept;

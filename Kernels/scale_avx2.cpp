@@ -278,6 +278,7 @@ constinit const ScaleKernels kScaleAvx2 = {
     .window = 16,
     .takeBytes = TakeBytes_Avx2,
     .boxTaps = BoxTaps_Avx2,
+    .boxTaps16 = BoxTaps16_Avx2,
     .linearTaps = LinearTaps_Avx2,
     .averageBytes = AverageBytes_Avx2,
     .splineRows = SplineRows_Avx2,
@@ -288,6 +289,6 @@ constinit const ScaleKernels kScaleAvx2 = {
     .inkCells = InkCells_Avx2,
     .gather = Gather_Avx2,
     .countInk = CountInk_Avx2,
-    .samples = {&kBytesAvx2, &kSamplesPortable[1], &kSamplesPortable[2], &kSamplesPortable[3], &kSamplesPortable[4]}};
+    .samples = {&kBytesAvx2, &kWordsAvx2, &kSamplesPortable[2], &kSamplesPortable[3], &kSamplesPortable[4]}};
 
 }  // namespace tarn

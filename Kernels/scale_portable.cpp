@@ -420,6 +420,7 @@ constinit const ScaleKernels kScalePortable = {
     .window = 0,
     .takeBytes = nullptr,
     .boxTaps = nullptr,
+    .boxTaps16 = nullptr,
     .linearTaps = nullptr,
     .averageBytes = AverageBytes,
     .splineRows = nullptr,

@@ -64,6 +64,26 @@ void BoxTaps_Avx512(uint8_t* target, const uint8_t* source, const Taps& taps, ui
   });
 }
 
+void BoxTaps16_Avx512(uint8_t* target, const uint8_t* source, const Taps& taps, uint32_t total) noexcept {
+  // Samples less 32768 are signed words, and the sum comes out by 32768 * total too small. A half added to it is
+  // further from any multiple of the total than the product with the reciprocal is wrong.
+  const __m512d back = _mm512_set1_pd(32768.0 * total + 0.5);
+  const __m512d reciprocal = _mm512_set1_pd(1.0 / total);
+  const V top = _mm512_set1_epi16(INT16_MIN);
+  constexpr int kSamples = 8;
+  const uint32_t* base = taps.base;
+  const uint8_t* data = taps.data;
+  for (int64_t left = taps.count; left > 0; left -= kSamples, ++base, data += kPart, target += 2 * kSamples) {
+    const V words = _mm512_xor_si512(_mm512_permutexvar_epi8(Load(data), Load(source + *base)), top);
+    const V pairs = _mm512_madd_epi16(words, Load(data + kWindow));
+    const __m256i sums = _mm512_cvtepi64_epi32(_mm512_add_epi32(pairs, _mm512_srli_epi64(pairs, 32)));
+    const __m512d averages = _mm512_mul_pd(_mm512_add_pd(_mm512_cvtepi32_pd(sums), back), reciprocal);
+    const __m128i made = _mm256_cvtepi32_epi16(_mm512_cvttpd_epi32(averages));
+    const auto mask = static_cast<__mmask8>(left < kSamples ? (1 << left) - 1 : 0xFF);
+    _mm_mask_storeu_epi16(target, mask, made);
+  }
+}
+
 void LinearTaps_Avx512(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept {
   // Sums are at most 255 n. Exact while 255 n (n - 1) < 2^16.
   ForBlocks<kWindow / kLinearTaps>(target, source, taps, [](V bytes, V weights, V reciprocals) {
@@ -76,6 +96,7 @@ constinit const ScaleKernels kScaleAvx512 = {
     .window = kWindow,
     .takeBytes = TakeBytes_Avx512,
     .boxTaps = BoxTaps_Avx512,
+    .boxTaps16 = BoxTaps16_Avx512,
     .linearTaps = LinearTaps_Avx512,
     .averageBytes = AverageBytes_Avx2,
     .splineRows = SplineRows_Avx512,
@@ -86,6 +107,6 @@ constinit const ScaleKernels kScaleAvx512 = {
     .inkCells = InkCells_Avx2,
     .gather = Gather_Avx2,
     .countInk = CountInk_Avx2,
-    .samples = {&kBytesAvx2, &kSamplesPortable[1], &kSamplesPortable[2], &kSamplesPortable[3], &kSamplesPortable[4]}};
+    .samples = {&kBytesAvx2, &kWordsAvx2, &kSamplesPortable[2], &kSamplesPortable[3], &kSamplesPortable[4]}};
 
 }  // namespace tarn

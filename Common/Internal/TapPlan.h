@@ -13,9 +13,10 @@ namespace tarn {
 
 /// Bytes of a line of the source that a byte of the result is made of, and the two tables of Taps for them.
 struct TapSet {
-  uint32_t places[kBoxTaps];
-  uint8_t first[kBoxTaps];
-  uint8_t second[kBoxTaps];
+  static constexpr int kMost = 2 * kBoxTaps;  // of words
+  uint32_t places[kMost];
+  uint8_t first[kMost];
+  uint8_t second[kMost];
 };
 
 class TapPlan {
@@ -24,9 +25,9 @@ class TapPlan {
   explicit operator bool() const noexcept { return taps_.count != 0; }
   [[nodiscard]] const Taps& taps() const noexcept { return taps_; }
 
-  /// `set(i, TapSet&)` tells what byte i of `count` is made of. The plan stays empty where this level has no kernels
+  /// `set(i, TapSet&)` tells what sample i of `count` is made of. The plan stays empty where this level has no kernels
   /// for it or what a block needs lies too far apart.
-  /// @param each bytes that one is made of: 1 (no tables), 2 or 4
+  /// @param each bytes that one is made of: 1 (no tables), 2, 4 or 8
   template <class Set>
   Status Build(int64_t count, int32_t each, int64_t sourceBytes, Here here, Set&& set) noexcept {
     const int32_t window = Kernels().scale->window;
