@@ -20,6 +20,7 @@ void ShiftLowBits_Portable(uint8_t* target, uint32_t targetBit, const uint8_t* s
 uint32_t CompressRuns_Avx2(void* runs, const uint8_t* source, uint32_t firstBit, uint32_t pixels) noexcept;
 uint32_t NearestEntry_Portable(const uint8_t* entries, uint32_t count, uint32_t color) noexcept;
 uint32_t NearestEntry_Avx2(const uint8_t* entries, uint32_t count, uint32_t color) noexcept;
+uint32_t NearestEntry_Avx512(const uint8_t* entries, uint32_t count, uint32_t color) noexcept;
 uint32_t NearestPrepared_Portable(const PreparedPalette& palette, uint32_t color) noexcept;
 uint32_t NearestPrepared_Avx2(const PreparedPalette& palette, uint32_t color) noexcept;
 void NearestCell_Portable(uint8_t* answers, const PreparedPalette& palette, uint32_t cell) noexcept;
@@ -70,6 +71,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.rotate = &kRotateAvx2;
   }
   if (limit >= Isa::kAvx512) {
+    table.nearestEntry = NearestEntry_Avx512;
     table.answerColors = AnswerColors_Avx512;
     table.pixels = &kPixelsAvx512;
     table.turn = &kTurnAvx512;
