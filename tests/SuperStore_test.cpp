@@ -357,7 +357,8 @@ TEST_F(SuperStore, DamagedCodecsAreNotLoaded) {
   whole.read(start.data(), static_cast<std::streamsize>(start.size()));
   std::ofstream(alone.CodecPath(), std::ios::binary).write(start.data(), static_cast<std::streamsize>(start.size()));
   alone.Expect(ERR_LIBRARY_NOT_LOADED);
-  fs::copy_file(TARN_LIBRARY_PATH, alone.CodecPath(), fs::copy_options::overwrite_existing);  // without the two names
+  fs::remove(alone.CodecPath());
+  fs::copy_file(TARN_LIBRARY_PATH, alone.CodecPath());  // without the two names
   alone.Expect(ERR_LIBRARY_NOT_LOADED);
 }
 
