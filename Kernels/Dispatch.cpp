@@ -53,7 +53,8 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
                     .markColors = MarkColors_Portable,
                     .turn = &kTurnPortable,
                     .scale = &kScalePortable,
-                    .rotate = &kRotatePortable};
+                    .rotate = &kRotatePortable,
+                    .combine = &kCombinePortable};
   if (limit >= Isa::kAvx2) {
     table.compressRuns = CompressRuns_Avx2;  // expanding goes run by run: wider registers do not help it
     table.shiftBits = ShiftBits_Avx2;
@@ -69,6 +70,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.turn = &kTurnAvx2;
     table.scale = &kScaleAvx2;
     table.rotate = &kRotateAvx2;
+    table.combine = &kCombineAvx2;
   }
   if (limit >= Isa::kAvx512) {
     table.nearestEntry = NearestEntry_Avx512;

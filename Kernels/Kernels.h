@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "Kernels/Combine.h"
 #include "Kernels/Dither.h"
 #include "Kernels/Histogram.h"
 #include "Kernels/Pixels.h"
@@ -82,6 +83,7 @@ struct KernelTable {
   const TurnKernels* turn;
   const ScaleKernels* scale;
   const RotateKernels* rotate;
+  const CombineKernels* combine;
 };
 
 /// The rule of long runs, for the rare run of more than 65535 pixels: writes the words up to its last piece and moves

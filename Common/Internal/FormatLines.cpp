@@ -30,12 +30,16 @@ Status FormatLines::Open(const BitmapHandle& source, const LineFormat& target, u
 }
 
 void FormatLines::Make(uint8_t* target, const uint8_t* source, uint32_t targetBytes) noexcept {
+  MakePixels(target, source, width_);
+  std::memset(target + usedBytes_, 0, targetBytes - usedBytes_);
+}
+
+void FormatLines::MakePixels(uint8_t* target, const uint8_t* source, int64_t count) noexcept {
   if (decoded_) {
-    colors_.Colors(decoded_.data(), source, 0, width_);
+    colors_.Colors(decoded_.data(), source, 0, count);
     source = decoded_.data();
   }
-  converter_.Convert(target, source, width_);
-  std::memset(target + usedBytes_, 0, targetBytes - usedBytes_);
+  converter_.Convert(target, source, count);
 }
 
 }  // namespace tarn

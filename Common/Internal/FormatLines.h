@@ -25,6 +25,8 @@ class FormatLines {
   Status Open(const BitmapHandle& source, const LineFormat& target, uint32_t flags, Here here) noexcept;
   /// All `targetBytes` bytes of a row; those behind the pixels become 0.
   void Make(uint8_t* target, const uint8_t* source, uint32_t targetBytes) noexcept;
+  /// The first `count` pixels, at most as many as the source is wide; only bytes that hold them are written.
+  void MakePixels(uint8_t* target, const uint8_t* source, int64_t count) noexcept;
 
  private:
   int64_t width_ = 0;

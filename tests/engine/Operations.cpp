@@ -30,6 +30,7 @@ const std::vector<Operation>& Operations() {
     AddCopyOperations(rows);
     AddDibOperations(rows);
     AddPixelOperations(rows);
+    AddCombineOperations(rows);
     AddColorOperations(rows);
     AddGeometryOperations(rows);
     AddScaleOperations(rows);

@@ -105,6 +105,7 @@ void AddRowOperations(std::vector<Operation>& table);
 void AddCopyOperations(std::vector<Operation>& table);
 void AddDibOperations(std::vector<Operation>& table);
 void AddPixelOperations(std::vector<Operation>& table);
+void AddCombineOperations(std::vector<Operation>& table);
 void AddColorOperations(std::vector<Operation>& table);
 void AddGeometryOperations(std::vector<Operation>& table);
 void AddScaleOperations(std::vector<Operation>& table);

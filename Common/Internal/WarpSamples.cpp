@@ -1,0 +1,208 @@
+#include "Common/Internal/WarpSamples.h"
+
+#include <cstring>
+
+#include "Common/Internal/PackedPixels.h"
+#include "tarn/convert.h"
+
+namespace tarn {
+namespace {
+
+constexpr int64_t kMostWindow = int64_t{8} << 20;
+
+template <int kBytes>
+void Nearest(uint8_t* target, const WarpSampler::Window& window, const WarpPlace* places, int64_t count) noexcept {
+  for (int64_t i = 0; i < count; ++i, target += kBytes)
+    std::memcpy(target, window.data + (places[i].y >> 8) * window.stride + (places[i].x >> 8) * kBytes, kBytes);
+}
+
+/// Wide holds a sample times 65536.
+template <class T, int kSamples, class Wide>
+void Bilinear(uint8_t* target, const WarpSampler::Window& window, const WarpPlace* places, int64_t count) noexcept {
+  constexpr int64_t kBytes = static_cast<int64_t>(sizeof(T)) * kSamples;
+  for (int64_t i = 0; i < count; ++i, target += kBytes) {
+    const int64_t column = places[i].x >> 8, row = places[i].y >> 8;
+    const auto right = static_cast<Wide>(places[i].x & 255), lower = static_cast<Wide>(places[i].y & 255);
+    const uint8_t* const a = window.data + row * window.stride + column * kBytes;
+    const uint8_t* const b = column < window.lastColumn ? a + kBytes : a;
+    const int64_t down = row < window.lastRow ? window.stride : 0;
+    T upperLeft[kSamples], upperRight[kSamples], lowerLeft[kSamples], lowerRight[kSamples], made[kSamples];
+    std::memcpy(upperLeft, a, kBytes);
+    std::memcpy(upperRight, b, kBytes);
+    std::memcpy(lowerLeft, a + down, kBytes);
+    std::memcpy(lowerRight, b + down, kBytes);
+    for (int k = 0; k < kSamples; ++k) {
+      const Wide upper = upperLeft[k] * (256 - right) + upperRight[k] * right;
+      const Wide below = lowerLeft[k] * (256 - right) + lowerRight[k] * right;
+      made[k] = static_cast<T>((upper * (256 - lower) + below * lower + 32768) >> 16);
+    }
+    std::memcpy(target, made, kBytes);
+  }
+}
+
+}  // namespace
+
+WarpSampler::Sampler WarpSampler::ChooseSampler() const noexcept {
+  if (bilinear_) {
+    switch (form_.BitsPerPixel) {
+      case 8:
+        return Bilinear<uint8_t, 1, uint32_t>;
+      case 12:
+      case 16:
+        return Bilinear<uint16_t, 1, uint32_t>;
+      case 24:
+        return Bilinear<uint8_t, 3, uint32_t>;
+      case 32:
+        return form_.Order == T_ORDER_GRAY ? Bilinear<uint32_t, 1, uint64_t> : Bilinear<uint8_t, 4, uint32_t>;
+      case 48:
+        return Bilinear<uint16_t, 3, uint32_t>;
+      default:
+        return Bilinear<uint16_t, 4, uint32_t>;
+    }
+  }
+  switch (unit_) {
+    case 1:
+      return Nearest<1>;
+    case 2:
+      return Nearest<2>;
+    case 3:
+      return Nearest<3>;
+    case 4:
+      return Nearest<4>;
+    case 6:
+      return Nearest<6>;
+    default:
+      return Nearest<8>;
+  }
+}
+
+Status WarpSampler::Open(int64_t areaWidth, int64_t areaHeight, bool bilinear) noexcept {
+  bilinear_ = bilinear;
+  form_ = source_;  // a format, nothing else
+  const int32_t bits = source_.BitsPerPixel;
+  if (bilinear) {
+    levels_ = IsDeepGray(source_);
+    params_ = SamplesOf(source_);
+    if (IsWholeSample(params_, bits)) levels_ = false;
+    colors_ = (bits <= 8 && !IsGray8(source_)) || (bits == 16 && source_.Order != T_ORDER_GRAY);
+    if (colors_) {
+      form_.BitsPerPixel = 32;
+      form_.Order = T_ORDER_BGR;
+      form_.Palette = nullptr;
+      TARN_TRY(lines_.Open(source_, {32, T_ORDER_BGR, nullptr}, T_CONVERT_OPAQUE, TARN_HERE));
+    }
+  }
+  const int32_t formBits = form_.BitsPerPixel;
+  unit_ = formBits < 8 ? 1 : formBits == 12 ? 2 : formBits / 8;
+  sampler_ = ChooseSampler();
+  window_.lastColumn = areaWidth - 1;
+  window_.lastRow = areaHeight - 1;
+  TARN_TRY(reader_.Open());
+  if (!SharesBytes(bits) && !colors_ && !levels_) block_ = BlockOf(source_);
+  if (block_) return SUCCESS;
+  // At least four pixels, so that one sample's always fit.
+  const int64_t rowBytes = areaWidth * unit_;
+  windowBytes_ = rowBytes >= kMostWindow || rowBytes * areaHeight >= kMostWindow ? kMostWindow : rowBytes * areaHeight;
+  held_ = TrackedBuffer<uint8_t>(static_cast<uint64_t>(windowBytes_) + 8, TARN_HERE);
+  if (!held_) return ERR_NO_MEMORY;
+  aligned_ = TrackedBuffer<uint8_t>(source_.BytesPerLine + uint64_t{8}, TARN_HERE);
+  return aligned_ ? SUCCESS : ERR_NO_MEMORY;
+}
+
+void WarpSampler::Locate(WarpPlace* places, int64_t count, WarpBox& box) const noexcept {
+  const int32_t half = bilinear_ ? 128 : 0;
+  // Nearest: the last pixel reaches to 255 behind its beginning.
+  const auto lastX = static_cast<int32_t>(256 * window_.lastColumn + (bilinear_ ? 0 : 255));
+  const auto lastY = static_cast<int32_t>(256 * window_.lastRow + (bilinear_ ? 0 : 255));
+  int32_t leastX = INT32_MAX, leastY = INT32_MAX, mostX = -1, mostY = -1;
+  for (int64_t i = 0; i < count; ++i) {
+    int32_t x = places[i].x - half, y = places[i].y - half;
+    x = x < 0 ? 0 : x > lastX ? lastX : x;
+    y = y < 0 ? 0 : y > lastY ? lastY : y;
+    places[i] = {x, y};
+    leastX = x < leastX ? x : leastX;
+    leastY = y < leastY ? y : leastY;
+    mostX = x > mostX ? x : mostX;
+    mostY = y > mostY ? y : mostY;
+  }
+  if (count <= 0) return;
+  const auto end = [this](int32_t most, int64_t last) noexcept {
+    const int64_t pixel = (most >> 8) + (bilinear_ ? 1 : 0);
+    return (pixel < last ? pixel : last) + 1;
+  };
+  if (leastX >> 8 < box.left) box.left = leastX >> 8;
+  if (leastY >> 8 < box.top) box.top = leastY >> 8;
+  if (const int64_t right = end(mostX, window_.lastColumn); right > box.right) box.right = right;
+  if (const int64_t bottom = end(mostY, window_.lastRow); bottom > box.bottom) box.bottom = bottom;
+}
+
+/// Pixels of a row from a bit of `part` on, in units of their own.
+void WarpSampler::ReadLine(uint8_t* target, const uint8_t* part, uint32_t firstBit, int64_t count) noexcept {
+  const int32_t bits = source_.BitsPerPixel;
+  if (firstBit) {
+    ShiftFor(bits)(aligned_.data(), 0, part, firstBit, static_cast<uint64_t>(count) * static_cast<uint32_t>(bits));
+    part = aligned_.data();
+  }
+  if (colors_) {
+    lines_.MakePixels(target, part, count);
+  } else if (SharesBytes(bits)) {
+    UnpackPixels(target, part, count, bits);
+  } else {
+    std::memcpy(target, part, BytesOf(count, bits));
+  }
+  if (!levels_) return;
+  for (int64_t i = 0; i < count; ++i) {
+    uint32_t sample = 0;
+    std::memcpy(&sample, target + i * unit_, static_cast<size_t>(unit_));
+    sample = sample >> params_.shift & params_.mask;
+    std::memcpy(target + i * unit_, &sample, static_cast<size_t>(unit_));
+  }
+}
+
+Status WarpSampler::Read(const WarpBox& box, int64_t areaLeft, int64_t areaTop) noexcept {
+  if (block_) {
+    window_.stride = source_.BytesPerLine;
+    window_.data = block_ + areaTop * window_.stride + areaLeft * unit_;
+    return SUCCESS;
+  }
+  const int64_t width = box.right - box.left;
+  const auto bits = static_cast<uint32_t>(source_.BitsPerPixel);
+  const uint64_t firstBit = static_cast<uint64_t>(areaLeft + box.left) * bits;
+  const uint64_t bytes = (firstBit % 8 + static_cast<uint64_t>(width) * bits + 7) / 8;
+  window_.stride = width * unit_;
+  for (int64_t row = box.top; row < box.bottom; ++row) {
+    const uint8_t* const part = reader_.Part(static_cast<int32_t>(areaTop + row), firstBit / 8, bytes);
+    if (!part) return reader_.status();
+    ReadLine(held_.data() + (row - box.top) * window_.stride, part, static_cast<uint32_t>(firstBit % 8), width);
+  }
+  window_.data = held_.data() - box.top * window_.stride - box.left * unit_;
+  return SUCCESS;
+}
+
+void WarpSampler::Sample(uint8_t* target, const WarpPlace* places, int64_t count) const noexcept {
+  sampler_(target, window_, places, count);
+}
+
+const uint8_t* WarpSampler::Packed(uint8_t* buffer, const uint8_t* samples, int64_t count) const noexcept {
+  const int32_t bits = form_.BitsPerPixel;
+  if (!levels_ && !SharesBytes(bits)) return samples;
+  if (!levels_) {
+    PackPixels(buffer, samples, count, bits);
+    return buffer;
+  }
+  for (int64_t i = 0; i < count; ++i) {
+    uint32_t sample = 0;
+    std::memcpy(&sample, samples + i * unit_, static_cast<size_t>(unit_));
+    sample <<= params_.shift;
+    if (bits == 12) {
+      uint8_t* const at = buffer + i / 2 * 3 + i % 2;
+      at[0] = static_cast<uint8_t>(i % 2 ? (at[0] & 15) | sample << 4 : sample);
+      at[1] = static_cast<uint8_t>(i % 2 ? sample >> 4 : sample >> 8);
+    } else {
+      std::memcpy(buffer + i * unit_, &sample, static_cast<size_t>(unit_));
+    }
+  }
+  return buffer;
+}
+
+}  // namespace tarn
