@@ -109,6 +109,8 @@ Group SuperGroup(const std::string& directory);
 Group PixelGroup();
 Group NearestGroup();
 Group FillGroup();
+/// Two bitmaps combined.
+Group CombineGroup();
 /// One-bit pages compressed and expanded; page is "text-600", "text-300" or "noise".
 Group PageGroup(const std::string& page, const std::string& pageDirectory);
 

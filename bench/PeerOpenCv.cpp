@@ -99,6 +99,27 @@ class OpenCv : public Peer {
     return job;
   }
 
+  PeerJob Combine(const Pixels& target, const Pixels& source, uint32_t operation) override {
+    if (TypeOf(target.format) < 0) return {};
+    const auto to = std::make_shared<cv::Mat>(MatOf(target));
+    const auto from = std::make_shared<cv::Mat>(MatOf(source));
+    const double whole = target.format.bits >= 48 ? 65535 : 255;
+    switch (operation) {
+      case T_COMBINE_COPY:
+        return {"copyTo", [=] { from->copyTo(*to); }, {}};
+      case T_COMBINE_XOR:
+        return {"bitwise_xor", [=] { cv::bitwise_xor(*to, *from, *to); }, {}};
+      case T_COMBINE_ADD:
+        return {"add", [=] { cv::add(*to, *from, *to); }, {}};
+      case T_COMBINE_AVERAGE:
+        return {"addWeighted", [=] { cv::addWeighted(*to, 0.5, *from, 0.5, 0, *to); }, {}};
+      case T_COMBINE_MULTIPLY:
+        return {"multiply", [=] { cv::multiply(*to, *from, *to, 1 / whole); }, {}};
+      default:
+        return {};
+    }
+  }
+
   PeerJob ConvertInPlace(const Pixels& source, Format target) override {
     for (const ColorCode& known : kCodes) {
       if (known.from != source.format || known.to != target) continue;

@@ -59,6 +59,8 @@ class Peer {
   virtual std::vector<PeerJob> Turn(const Pixels& /*source*/, const TurnTask& /*task*/) { return {}; }
   /// Another size.
   virtual std::vector<PeerJob> Resize(const Pixels& /*source*/, const Scaling& /*scaling*/) { return {}; }
+  /// Two pictures of one format by a T_COMBINE_... operation.
+  virtual PeerJob Combine(const Pixels& /*target*/, const Pixels& /*source*/, uint32_t /*operation*/) { return {}; }
   virtual PeerJob CountColours(const Pixels& /*source*/) { return {}; }
 };
 

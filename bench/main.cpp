@@ -65,6 +65,7 @@ int main(int count, char** arguments) {
       {"pixels", PixelGroup},
       {"nearest", NearestGroup},
       {"fill", FillGroup},
+      {"combine", CombineGroup},
       {"page-text-600", [&] { return PageGroup("text-600", options.pages); }},
       {"page-text-300", [&] { return PageGroup("text-300", options.pages); }},
       {"page-noise", [&] { return PageGroup("noise", options.pages); }},
