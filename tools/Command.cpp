@@ -202,7 +202,7 @@ std::vector<std::unique_ptr<Command>> AllCommands() {
   std::vector<std::unique_ptr<Command>> commands;
   for (const auto make :
        {MakeInfo, MakeConvert, MakeColors, MakeCountColors, MakeCrop, MakeResize, MakeRotate, MakeFlip, MakeReverse,
-        MakeOrient, MakeShear, MakeTrim, MakeAlpha, MakeDeskew, MakeRun, MakePages, MakePalette, MakePixel, MakeDiff}) {
+        MakeOrient, MakeShear, MakeTrim, MakeAlpha, MakeDeskew, MakeFill, MakeCombine, MakeScramble, MakeRun, MakePages, MakePalette, MakePixel, MakeDiff}) {
     commands.push_back(make());
   }
   return commands;
