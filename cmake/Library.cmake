@@ -34,7 +34,7 @@ set(tarn_avx512_options ${tarn_avx2_options}
   -Wno-uninitialized -Wno-maybe-uninitialized)  # of the compiler's own intrinsics, before g++ 13
 if(TARN_SANITIZE MATCHES "address" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # Frames that are kept beyond their return are aligned to 32 bytes, which the widest registers' are not content with.
-  list(APPEND tarn_avx512_options "SHELL:--param asan-use-after-return=0")
+  list(APPEND tarn_avx512_options --param=asan-use-after-return=0)
 endif()
 foreach(source IN LISTS tarn_sources)
   if(source MATCHES "_(avx2|avx512)\\.cpp$")
