@@ -366,7 +366,7 @@ std::string GallerySection(const std::string& title, const std::string& text, co
       html += "<figure><a href=\"" + Escaped(made.image) + "\"><img loading=\"lazy\" src=\"" + Escaped(made.image) +
               "\" alt=\"" + Escaped(made.command) + "\"></a><figcaption><code>" + Escaped(made.command) +
               "</code><div class=\"soft\">" + Escaped(made.holds) + ", " + Grouped(made.bytes) + " bytes" +
-              (made.distance.empty() ? ""
+              (made.distance.empty()    ? ""
                : made.distance == "inf" ? "; no difference"
                                         : "; " + Escaped(made.distance) + " dB") +
               "</div></figcaption></figure>\n";
@@ -386,8 +386,10 @@ constexpr char kColorsText[] =
     "picture to see its pixels as they are.";
 
 constexpr char kMovedText[] =
-    "The photograph and a part of the page in other sizes, turned, slanted, trimmed and with other opacity, each by the "
-    "command below it. White around a turned picture is the colour that <code>--fill</code> did not change; where there "
+    "The photograph and a part of the page in other sizes, turned, slanted, trimmed and with other opacity, each by "
+    "the "
+    "command below it. White around a turned picture is the colour that <code>--fill</code> did not change; where "
+    "there "
     "is opacity, the page shows through.";
 
 std::string Page(const std::vector<Shown>& all, const std::string& galleries, const std::string& origin, size_t trips,

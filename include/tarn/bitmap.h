@@ -38,8 +38,8 @@ T_API int32_t T_CopyBitmapHandle(BitmapHandle* destination, const BitmapHandle* 
  *         a temporary file by size, free memory and the thread's thresholds (T_SetMemoryThresholds).
  *  @return SUCCESS; ERR_INVALID_PARAMETER (null handle); ERR_BAD_STRUCT_SIZE; ERR_EMPTY_AREA (Size is 0);
  *          ERR_INVALID_PARAMETER (type); ERR_NO_MEMORY; ERR_FILE_WRITE (temporary file cannot be extended);
- *          ERR_LIBRARY_NOT_LOADED (super-compressed storage without its codec library, codec.h). After a failure the bitmap
- *          has no storage and T_FLAG_ALLOCATED is clear. */
+ *          ERR_LIBRARY_NOT_LOADED (super-compressed storage without its codec library, codec.h). After a failure the
+ * bitmap has no storage and T_FLAG_ALLOCATED is clear. */
 T_API int32_t T_AllocateBitmap(BitmapHandle* handle, uint32_t memoryType) T_NOTHROW;
 
 /** Fills a record, gives it storage and a palette.

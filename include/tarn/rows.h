@@ -19,13 +19,14 @@ T_EXTERN_C_BEGIN
  *  @return bytes moved (compressed and tiled storage: the requested count); ERR_INVALID_PARAMETER (null, or row not
  *          below Height); ERR_BAD_STRUCT_SIZE; ERR_NO_BITMAP (no pixels in memory); ERR_NO_MEMORY (no storage at all);
  *          ERR_FILE_SEEK, ERR_FILE_READ (disk storage). Fewer bytes than asked for are a failure of the medium.
- *          Super-compressed storage: ERR_NO_MEMORY too when a strip cannot be expanded or the one that makes room for it
- *          cannot be compressed, ERR_UNSUPPORTED_FORMAT when somebody damaged it. */
+ *          Super-compressed storage: ERR_NO_MEMORY too when a strip cannot be expanded or the one that makes room for
+ * it cannot be compressed, ERR_UNSUPPORTED_FORMAT when somebody damaged it. */
 T_API int64_t T_GetBitmapRow(BitmapHandle* bitmap, void* buffer, uint32_t row, uint64_t bytes) T_NOTHROW;
 
 /** Copies bytes from a buffer into a row and the rows that follow.
  *  @return bytes moved; 0 when a tile could not be written; statuses as T_GetBitmapRow with ERR_FILE_WRITE; for
- *          compressed rows ERR_NO_MEMORY when a row cannot be stored. Super-compressed storage takes all rows or none. */
+ *          compressed rows ERR_NO_MEMORY when a row cannot be stored. Super-compressed storage takes all rows or none.
+ */
 T_API int64_t T_PutBitmapRow(BitmapHandle* bitmap, const void* buffer, uint32_t row, uint64_t bytes) T_NOTHROW;
 
 /** T_GetBitmapRow from a column on. Below 8 bits a pixel the transfer starts at the byte that holds the column's first
