@@ -201,9 +201,9 @@ int32_t LibraryProgress::Step(int32_t percent, void* self) noexcept {
 std::vector<std::unique_ptr<Command>> AllCommands() {
   std::vector<std::unique_ptr<Command>> commands;
   for (const auto make :
-       {MakeInfo,     MakeConvert, MakeColors, MakeCountColors, MakeCrop,  MakeResize, MakeRotate, MakeFlip,
-        MakeReverse,  MakeOrient,  MakeShear,  MakeTrim,        MakeAlpha, MakeDeskew, MakeFill,   MakeCombine,
-        MakeScramble, MakeRun,     MakePages,  MakePalette,     MakePixel, MakeDiff}) {
+       {MakeInfo,    MakeConvert,  MakeColors, MakeCountColors, MakeCrop,    MakeResize, MakeRotate, MakeFlip,
+        MakeReverse, MakeOrient,   MakeShear,  MakeTrim,        MakeAlpha,   MakeDeskew, MakeFill,   MakeCombine,
+        MakeOverlay, MakeScramble, MakeRun,    MakePages,       MakePalette, MakePixel,  MakeDiff}) {
     commands.push_back(make());
   }
   return commands;

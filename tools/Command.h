@@ -161,6 +161,7 @@ std::unique_ptr<Command> MakeAlpha();
 std::unique_ptr<Command> MakeDeskew();
 std::unique_ptr<Command> MakeFill();
 std::unique_ptr<Command> MakeCombine();
+std::unique_ptr<Command> MakeOverlay();
 std::unique_ptr<Command> MakeScramble();
 std::unique_ptr<Command> MakeRun();
 std::unique_ptr<Command> MakePages();

@@ -65,6 +65,35 @@ TEST_F(Tool, CombineLaysOneOnTheOther) {
   }
 }
 
+TEST_F(Tool, OverlayPutsBitsAndTakesThemOut) {
+  for (const int bits : {8, 16}) {
+    for (const int orientation : {1, 6}) {
+      SCOPED_TRACE(testing::Message() << bits << ", " << orientation);
+      const PngKind gray{PNG_COLOR_TYPE_GRAY, bits, false, false};
+      Pixels first = Seen(MakePng(In("a.png"), 21, 13, gray, {0, orientation, ""}), orientation);
+      Pixels mask = MakePng(In("m.png"), 9, 6, PngKind{PNG_COLOR_TYPE_GRAY, 1, false, false});
+      Ended ended = Run({"overlay", In("a.png"), Out("b.tif"), "--bit", "3", "--put", In("m.png"), "--at", "2,-1",
+                         "--storage", "disk"});
+      ASSERT_EQ(ended.code, 0) << ended;
+      ended = Run({"overlay", Out("b.tif"), Out("c.png"), "--bit", "3", "--take"});
+      ASSERT_EQ(ended.code, 0) << ended;
+      Pixels put = Seen(DecodeTiff(Out("b.tif")), orientation), taken = Seen(DecodePng(Out("c.png")), orientation);
+      ASSERT_EQ(taken.width, put.width);
+      for (int y = 0; y < put.height; ++y) {
+        for (int x = 0; x < put.width; ++x) {
+          const bool under = x >= 2 && x < 11 && y < 5;
+          const int shift = bits == 8 ? 11 : 3;  // samples are compared as 16 bits, those of 8 twice in them
+          const int was = first.At(x, y)[0], now = put.At(x, y)[0];
+          const int bit = under ? mask.At(x - 2, y + 1)[0] != 0 : was >> shift & 1;
+          ASSERT_EQ(now >> shift & 1, bit) << x << ',' << y;
+          ASSERT_EQ((now ^ was) & ~(bits == 8 ? 0x0808 : 8), 0) << x << ',' << y;
+          ASSERT_EQ(taken.At(x, y)[0] != 0, bit != 0) << x << ',' << y;
+        }
+      }
+    }
+  }
+}
+
 TEST_F(Tool, ScrambleHidesAndRestores) {
   for (const PngKind& kind : {kColour, PngKind{PNG_COLOR_TYPE_GRAY, 1, false, false}}) {
     const Pixels before = MakePng(In("a.png"), 90, 70, kind, {0, 6, ""});
@@ -91,6 +120,9 @@ TEST_F(Tool, CombiningRefusesInOneLine) {
                         {{"combine", a, out, a, "--at", "1"}, 1, "is not a place"},
                         {{"combine", a, out, a, "--area", "1"}, 1, "is not a rectangle"},
                         {{"combine", a, out, a, "--operation", "divide"}, 1, "divide"},
+                        {{"overlay", a, out}, 1, "one of --take and --put"},
+                        {{"overlay", a, out, "--take", "--at", "1,1"}, 1, "--at goes with --put"},
+                        {{"overlay", a, out, "--take"}, 4, "has no planes of bits"},
                         {{"scramble", a, out}, 1, "--key is needed"},
                         {{"scramble", a, out, "--key", "4294967296"}, 1, "is not a key"},
                         {{"scramble", a, out, "--key", "1x"}, 1, "is not a key"},

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "Common/Internal/NearestCache.h"
 #include "Common/Internal/Settings.h"
 #include "Common/Internal/Storage.h"
 #include "engine/Random.h"
@@ -77,6 +78,8 @@ Scene::Scene() : before_(TempDirectory()) {
   T_SetStatusCallBack(GoOn, this, &status_, &statusData_);
   T_SetCopyStatusCallBack(GoOn, &copyData_, &copy_, &copyData_);
   SetStripRows(kTileRows);
+  constexpr T_PaletteEntry kTwo[2] = {{0, 0, 0, 0}, {255, 255, 255, 0}};
+  NearestMap().Open(kTwo, 2);  // what a thread keeps from its first search on is no operation's
   ledger::StartRecording();
 }
 
