@@ -24,7 +24,7 @@ struct NearestCache {
   T_PaletteEntry source[kEntries];
   uint8_t map[kEntries];
   bool known[kCells];
-  uint8_t answers[kCells][kCellColors];  // 0 in the cells that are not known
+  uint8_t answers[kCells * kCellColors];  // 0 in the cells that are not known
 
   void* SearchPlace() noexcept {
     const auto at = reinterpret_cast<uintptr_t>(search);
@@ -43,7 +43,7 @@ void Forget(NearestCache& cache, const T_PaletteEntry* entries, uint32_t count) 
   for (uint32_t cell = 0; cell < kCells; ++cell) {
     if (!cache.known[cell]) continue;
     cache.known[cell] = false;
-    std::memset(cache.answers[cell], 0, kCellColors);
+    std::memset(cache.answers + uint64_t{cell} * kCellColors, 0, kCellColors);
   }
 }
 
@@ -68,7 +68,7 @@ uint32_t FindColor(const NearestSearch& search, uint32_t color) noexcept {
 }
 
 void LearnCell(NearestCache& cache, uint32_t cell) noexcept {
-  cache.Search().FindCell(cell, cache.answers[cell]);
+  cache.Search().FindCell(cell, cache.answers + uint64_t{cell} * kCellColors);
   cache.known[cell] = true;
 }
 
@@ -100,12 +100,12 @@ void NearestMap::Map(uint8_t* target, const uint8_t* colors, int64_t pixels) con
   uint32_t places[kBatch];
   for (int64_t first = 0; first < pixels; first += kBatch) {
     const int64_t count = pixels - first < kBatch ? pixels - first : kBatch;
-    if (!kernels.answerColors(target + first, places, colors + 4 * first, count, cache.answers[0])) continue;
+    if (!kernels.answerColors(target + first, places, colors + 4 * first, count, cache.answers)) continue;
     for (int64_t i = 0; i < count; ++i) {  // what is 0 may not be known
       if (target[first + i] != 0) continue;
       const uint32_t cell = places[i] / kCellColors;
       if (!cache.known[cell]) LearnCell(cache, cell);
-      target[first + i] = cache.answers[0][places[i]];
+      target[first + i] = cache.answers[places[i]];
     }
   }
 }
