@@ -208,10 +208,8 @@ bool WideToNarrow(const wchar_t* text, char* target, size_t room) noexcept;
 
 // ---- Libraries loaded at run time ----------------------------------------------------------------------------------
 
+/// Null with the last error set, for a library that was cut off too.
 void* ModuleOpen(const wchar_t* path) noexcept;
-/// The file is a library of this system with all its parts. Opening one that was cut short ends the process on Linux;
-/// Windows tests that itself.
-bool ModuleIsWhole(const wchar_t* path) noexcept;
 void* ModuleSymbol(void* module, const char* name) noexcept;
 void ModuleClose(void* module) noexcept;
 /// Whether a file name leads somewhere without the current folder, and whether it names a folder at all.

@@ -160,18 +160,28 @@ void ShowMessage(const wchar_t* text, const wchar_t* caption) noexcept {
 
 namespace {
 
-/// Whether a file ends before its ELF header says. The system's loader maps a library without looking at its length
-/// and is killed by what is not there.
-bool IsCutOff(const char* path) noexcept {
-  const int file = open(path, O_RDONLY | O_CLOEXEC);
-  if (file == -1) return false;  // the loader will say why
-  Elf64_Ehdr header;
-  struct stat state;
-  const bool whole = pread(file, &header, sizeof header, 0) == sizeof header && fstat(file, &state) == 0 &&
-                     header.e_shoff <= uint64_t(state.st_size) &&
-                     uint64_t{header.e_shnum} * header.e_shentsize <= uint64_t(state.st_size) - header.e_shoff;
-  close(file);
-  return !whole;
+/// All of `bytes` bytes at an offset.
+bool ReadAt(int file, void* target, size_t bytes, uint64_t offset) noexcept {
+  return Repeat(fault::Answer::kPass, [&] { return pread(file, target, bytes, static_cast<off_t>(offset)); }) ==
+         static_cast<ssize_t>(bytes);
+}
+
+/// Whether what the headers of an ELF file announce lies inside it. The system's loader maps a library without looking
+/// at its length and is killed by what is not there.
+bool IsWhole(int file) noexcept {
+  struct stat facts;
+  ElfW(Ehdr) header;
+  if (fstat(file, &facts) != 0 || !S_ISREG(facts.st_mode) || !ReadAt(file, &header, sizeof header, 0)) return false;
+  ElfW(Phdr) segment;
+  if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_phentsize != sizeof segment) return false;
+  const auto size = static_cast<uint64_t>(facts.st_size);
+  const auto inside = [size](uint64_t offset, uint64_t bytes) { return offset <= size && bytes <= size - offset; };
+  if (!inside(header.e_shoff, uint64_t{header.e_shnum} * header.e_shentsize)) return false;
+  for (uint32_t i = 0; i < header.e_phnum; ++i) {
+    if (!ReadAt(file, &segment, sizeof segment, header.e_phoff + i * sizeof segment)) return false;
+    if (!inside(segment.p_offset, segment.p_filesz)) return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -182,48 +192,18 @@ void* ModuleOpen(const wchar_t* path) noexcept {
     errno = EINVAL;
     return nullptr;
   }
-  if (IsCutOff(name.c_str())) {
-    errno = ENOEXEC;
-    return nullptr;
+  if (const int file = open(name.c_str(), O_RDONLY | O_CLOEXEC); file != -1) {  // else the loader will say why
+    const bool whole = IsWhole(file);
+    close(file);
+    if (!whole) {
+      errno = ENOEXEC;
+      return nullptr;
+    }
   }
   errno = 0;
   void* module = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!module && errno == 0) errno = ENOENT;
   return module;
-}
-
-namespace {
-
-/// All of `bytes` bytes at an offset.
-bool ReadAt(int file, void* target, size_t bytes, uint64_t offset) noexcept {
-  return Repeat(fault::Answer::kPass, [&] { return pread(file, target, bytes, static_cast<off_t>(offset)); }) ==
-         static_cast<ssize_t>(bytes);
-}
-
-bool SegmentsLieInside(int file) noexcept {
-  struct stat facts;
-  ElfW(Ehdr) header;
-  if (fstat(file, &facts) != 0 || !S_ISREG(facts.st_mode) || !ReadAt(file, &header, sizeof header, 0)) return false;
-  ElfW(Phdr) segment;
-  if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_phentsize != sizeof segment) return false;
-  const auto size = static_cast<uint64_t>(facts.st_size);
-  for (uint32_t i = 0; i < header.e_phnum; ++i) {
-    if (!ReadAt(file, &segment, sizeof segment, header.e_phoff + i * sizeof segment)) return false;
-    if (segment.p_offset > size || segment.p_filesz > size - segment.p_offset) return false;
-  }
-  return true;
-}
-
-}  // namespace
-
-bool ModuleIsWhole(const wchar_t* path) noexcept {
-  const Utf8Name name(path);
-  if (!name) return false;
-  const int file = open(name.c_str(), O_RDONLY | O_CLOEXEC);
-  if (file < 0) return false;
-  const bool whole = SegmentsLieInside(file);
-  close(file);
-  return whole;
 }
 
 void* ModuleSymbol(void* module, const char* name) noexcept {

@@ -144,8 +144,6 @@ void* ModuleOpen(const wchar_t* path) noexcept {
   return module;
 }
 
-bool ModuleIsWhole(const wchar_t*) noexcept { return true; }
-
 void* ModuleSymbol(void* module, const char* name) noexcept {
   if (!module || !name) {
     SetSystemError(SystemError::kInvalid);

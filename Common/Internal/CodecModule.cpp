@@ -1,5 +1,6 @@
 #include "Common/Internal/CodecModule.h"
 
+#include "Common/Internal/Modules.h"
 #include "Platform/Platform.h"
 
 namespace tarn {
@@ -10,23 +11,10 @@ constexpr wchar_t kCodecName[] = L"TFCMP15X.DLL";
 #else
 constexpr wchar_t kCodecName[] = L"libtfcmp15x.so";
 #endif
-constexpr uint32_t kPathRoom = 4096;
 
 constinit platform::CriticalSection codecSection;
 constinit void* codecModule = nullptr;
 constinit CodecEntries codecEntries = {nullptr, nullptr};
-
-// Only beside this library: a codec from the search path or the working directory could be anybody's.
-bool CodecPath(wchar_t* path) noexcept {
-  if (!platform::OwnDirectory(path, kPathRoom)) return false;
-  uint32_t length = 0;
-  while (path[length]) ++length;
-  for (uint32_t i = 0;; ++i, ++length) {
-    if (length == kPathRoom) return false;
-    path[length] = kCodecName[i];
-    if (!kCodecName[i]) return true;
-  }
-}
 
 // It knows the record of this release.
 bool Answers(const CodecEntries& entries) noexcept {
@@ -43,9 +31,7 @@ bool Answers(const CodecEntries& entries) noexcept {
 bool LoadCodec(CodecEntries& entries) noexcept {
   const platform::Guard guard(codecSection);
   if (!codecModule) {
-    wchar_t path[kPathRoom];
-    if (!CodecPath(path)) return false;
-    void* const module = platform::ModuleIsWhole(path) ? platform::ModuleOpen(path) : nullptr;
+    void* const module = OpenModuleBeside(kCodecName);
     if (!module) return false;
     codecEntries.save = reinterpret_cast<T_CodecFunction>(platform::ModuleSymbol(module, "fltSaveBuffer"));
     codecEntries.load = reinterpret_cast<T_CodecFunction>(platform::ModuleSymbol(module, "fltLoadBuffer"));
