@@ -174,6 +174,18 @@ int PictureCommand::Run(Console& console) {
   return static_cast<int>(Exit::kOk);
 }
 
+Loaded PictureCommand::LoadSecond(const std::string& file, Console& console, uint32_t perspective) const {
+  ReadOptions reading;
+  reading.storage = Storage(0);
+  Loaded loaded = Load(file, reading, console);
+  BitmapHandle& bitmap = loaded.bitmap->Handle();
+  if (perspective != 0 && perspective != bitmap.ViewPerspective) {
+    const int32_t status = T_ChangeBitmapViewPerspective(nullptr, &bitmap, sizeof bitmap, perspective);
+    if (status != SUCCESS) ThrowStatus(status, file, "turning it");
+  }
+  return loaded;
+}
+
 void PictureCommand::ApplyToAll(FileToFile::Bitmaps& bitmaps, Console& console) {
   for (std::unique_ptr<Bitmap>& bitmap : bitmaps) Apply(bitmap, console);
 }

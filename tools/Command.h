@@ -115,12 +115,13 @@ class PictureCommand : public Command {
   /// Of the bitmap that is made of one with so many bits; compressed rows are for 1-bit pictures, and a step's result
   /// need not be the last one.
   StorageChoice Storage(int32_t bits) const { return PassingStorage(way_.reading.storage, bits); }
+  /// Another picture that the work needs, turned to be stored as one of this view perspective; 0 leaves it as it is.
+  Loaded LoadSecond(const std::string& file, Console& console, uint32_t perspective = 0) const;
   /// Throws Failure when the library's answer is not success.
   void Require(int32_t status, const char* doing) const {
     if (status != SUCCESS) ThrowStatus(status, way_.input, doing);
   }
 
- protected:
   FileToFile way_;
 };
 

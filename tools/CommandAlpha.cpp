@@ -121,9 +121,7 @@ class AlphaCommand final : public PictureCommand {
   }
 
   void Set(BitmapHandle& target, Console& console) const {
-    ReadOptions reading;
-    reading.storage = Storage(0);
-    const Loaded mask = Load(mask_, reading, console);
+    const Loaded mask = LoadSecond(mask_, console);
     BitmapHandle& alpha = mask.bitmap->Handle();
     const auto seen = [](const BitmapHandle& bitmap) {
       const bool swap = SidesSwap(bitmap.ViewPerspective);

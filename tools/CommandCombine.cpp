@@ -1,7 +1,5 @@
 // tarn combine: a second picture laid on a picture.
 
-#include <limits>
-
 #include "Command.h"
 #include "View.h"
 
@@ -36,33 +34,18 @@ class CombineCommand final : public PictureCommand {
     options.Flag("--invert-result", invertResult_, "invert the result");
   }
   void CheckOwnOptions() const override {
-    Area area;
-    if (!place_.empty() && !ParsePlace(place_, area)) {
-      throw Failure(Exit::kUsage, "", "'" + place_ + "' is not a place; write X,Y");
-    }
-    if (!text_.empty() && !ParseArea(text_, area)) {
-      throw Failure(Exit::kUsage, "", "'" + text_ + "' is not a rectangle; write X,Y,WxH");
-    }
+    if (!place_.empty()) ParsePlace(place_);
+    if (!text_.empty()) ParseArea(text_);
   }
   Shape Plan(const Shape& before) override { return before; }
 
  protected:
   void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) override {
     BitmapHandle& target = bitmap->Handle();
-    ReadOptions reading;
-    reading.storage = Storage(0);
-    const Loaded loaded = Load(second_, reading, console);
+    const Loaded loaded = LoadSecond(second_, console, target.ViewPerspective);
     BitmapHandle& source = loaded.bitmap->Handle();
-    if (source.ViewPerspective != target.ViewPerspective) {
-      const int32_t status =
-          T_ChangeBitmapViewPerspective(nullptr, &source, sizeof source, static_cast<uint32_t>(target.ViewPerspective));
-      if (status != SUCCESS) ThrowStatus(status, second_, "turning it");
-    }
-    const bool swap = SidesSwap(target.ViewPerspective);
-    Area from{0, 0, swap ? source.Height : source.Width, swap ? source.Width : source.Height};
-    if (!text_.empty()) ParseArea(text_, from);
-    Area to;
-    if (!place_.empty()) ParsePlace(place_, to);
+    Area from = text_.empty() ? SeenArea(source.ViewPerspective, source.Width, source.Height) : ParseArea(text_);
+    Area to = place_.empty() ? Area{} : ParsePlace(place_);
     to.width = from.width;
     to.height = from.height;
     from = StoredArea(from, source.ViewPerspective, source.Width, source.Height);
@@ -77,18 +60,13 @@ class CombineCommand final : public PictureCommand {
     if (invertFirst_) flags |= T_COMBINE_INVERT_DESTINATION;
     if (invertResult_) flags |= T_COMBINE_INVERT_RESULT;
     const LibraryProgress progress(console, Input() + ", combining");
-    Require(T_CombineBitmapKrn(&target, Coordinate(to.left), Coordinate(to.top), &source, Coordinate(from.left),
-                               Coordinate(from.top), Coordinate(to.width), Coordinate(to.height), flags),
+    Require(T_CombineBitmapKrn(&target, Near(to.left), Near(to.top), &source, Near(from.left), Near(from.top),
+                               Near(to.width), Near(to.height), flags),
             "combining");
   }
 
  private:
-  int32_t Coordinate(int64_t value) const {
-    if (value >= std::numeric_limits<int32_t>::min() && value <= std::numeric_limits<int32_t>::max()) {
-      return static_cast<int32_t>(value);
-    }
-    throw Failure(Exit::kUsage, Input(), "the place is too far away");
-  }
+  int32_t Near(int64_t value) const { return Coordinate(value, Input(), "the place"); }
 
   std::string second_;
   uint32_t operation_ = T_COMBINE_COPY;

@@ -1,19 +1,10 @@
 // tarn crop: a rectangle of a picture.
 
-#include <limits>
-
 #include "Command.h"
 #include "View.h"
 
 namespace tarn::tool {
 namespace {
-
-int32_t Coordinate(int64_t value, const std::string& file) {
-  if (value >= std::numeric_limits<int32_t>::min() && value <= std::numeric_limits<int32_t>::max()) {
-    return static_cast<int32_t>(value);
-  }
-  throw Failure(Exit::kUsage, file, "the rectangle is too far away");
-}
 
 class CropCommand final : public PictureCommand {
  public:
@@ -25,13 +16,10 @@ class CropCommand final : public PictureCommand {
     options.Argument("area", text_, "X,Y,WxH",
                      "the rectangle as the picture is seen; it may reach beyond the picture, where pixels are zero");
   }
-  void CheckOwnOptions() const override {
-    Area area;
-    if (!ParseArea(text_, area)) throw Failure(Exit::kUsage, "", "'" + text_ + "' is not a rectangle; write X,Y,WxH");
-  }
+  void CheckOwnOptions() const override { ParseArea(text_); }
 
   Shape Plan(const Shape& before) override {
-    ParseArea(text_, seen_);
+    seen_ = ParseArea(text_);
     const bool swap = SidesSwap(before.orientation);
     Shape after = before;
     after.width = static_cast<int32_t>(swap ? seen_.height : seen_.width);
@@ -42,7 +30,8 @@ class CropCommand final : public PictureCommand {
   void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) override {
     BitmapHandle& source = bitmap->Handle();
     const Area area = StoredArea(seen_, source.ViewPerspective, source.Width, source.Height);
-    const int32_t left = Coordinate(area.left, Input()), top = Coordinate(area.top, Input());
+    const int32_t left = Coordinate(area.left, Input(), "the rectangle"),
+                  top = Coordinate(area.top, Input(), "the rectangle");
     const auto width = static_cast<int32_t>(area.width), height = static_cast<int32_t>(area.height);
     if (left >= source.Width || top >= source.Height || area.left + width <= 0 || area.top + height <= 0) {
       console.Note(Input(), "the rectangle lies beside the picture");

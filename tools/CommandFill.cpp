@@ -19,14 +19,11 @@ class FillCommand final : public PictureCommand {
     options.Text("--area", text_, "X,Y,WxH", "the rectangle as the picture is seen, instead of all of it");
   }
   void CheckOwnOptions() const override {
-    Area area;
     uint32_t colour = 0;
     if (!ParseColourValue(colour_, colour)) {
       throw Failure(Exit::kUsage, "", "'" + colour_ + "' is not a colour; write #rrggbb or gray:N");
     }
-    if (!text_.empty() && !ParseArea(text_, area)) {
-      throw Failure(Exit::kUsage, "", "'" + text_ + "' is not a rectangle; write X,Y,WxH");
-    }
+    if (!text_.empty()) ParseArea(text_);
   }
   Shape Plan(const Shape& before) override { return before; }
 
@@ -35,8 +32,7 @@ class FillCommand final : public PictureCommand {
     BitmapHandle& target = bitmap->Handle();
     Area area{0, 0, target.Width, target.Height};
     if (!text_.empty()) {
-      ParseArea(text_, area);
-      area = StoredArea(area, target.ViewPerspective, target.Width, target.Height);
+      area = StoredArea(ParseArea(text_), target.ViewPerspective, target.Width, target.Height);
       // What lies outside is not made.
       const int64_t right = std::min<int64_t>(area.left + area.width, target.Width);
       const int64_t bottom = std::min<int64_t>(area.top + area.height, target.Height);

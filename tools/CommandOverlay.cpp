@@ -1,7 +1,5 @@
 // tarn overlay: one bit of a gray picture's pixels, out as a picture or in from one.
 
-#include <limits>
-
 #include "Command.h"
 #include "View.h"
 
@@ -21,11 +19,8 @@ class OverlayCommand final : public PictureCommand {
   }
   void CheckOwnOptions() const override {
     if (take_ == !mask_.empty()) throw Failure(Exit::kUsage, "", "one of --take and --put is needed");
-    Area area;
     if (!place_.empty() && mask_.empty()) throw Failure(Exit::kUsage, "", "--at goes with --put");
-    if (!place_.empty() && !ParsePlace(place_, area)) {
-      throw Failure(Exit::kUsage, "", "'" + place_ + "' is not a place; write X,Y");
-    }
+    if (!place_.empty()) ParsePlace(place_);
   }
 
   Shape Plan(const Shape& before) override {
@@ -55,24 +50,18 @@ class OverlayCommand final : public PictureCommand {
           Storage(1), Input(), "taking its bits out");
       return;
     }
-    ReadOptions reading;
-    reading.storage = Storage(0);
-    const Loaded loaded = Load(mask_, reading, console);
+    const Loaded loaded = LoadSecond(mask_, console, owner.ViewPerspective);
     BitmapHandle& mask = loaded.bitmap->Handle();
     if (mask.BitsPerPixel != 1) throw Failure(Exit::kDepth, mask_, "is not a picture of one bit a pixel");
-    if (mask.ViewPerspective != owner.ViewPerspective) {
-      const int32_t status =
-          T_ChangeBitmapViewPerspective(nullptr, &mask, sizeof mask, static_cast<uint32_t>(owner.ViewPerspective));
-      if (status != SUCCESS) ThrowStatus(status, mask_, "turning it");
+    Area to = SeenArea(owner.ViewPerspective, mask.Width, mask.Height);
+    if (!place_.empty()) {
+      const Area place = ParsePlace(place_);
+      to.left = place.left;
+      to.top = place.top;
     }
-    const bool swap = SidesSwap(owner.ViewPerspective);
-    Area to;
-    if (!place_.empty()) ParsePlace(place_, to);
-    to.width = swap ? mask.Height : mask.Width;
-    to.height = swap ? mask.Width : mask.Height;
     to = StoredArea(to, owner.ViewPerspective, owner.Width, owner.Height);
-    attributes.Left = Coordinate(to.left);
-    attributes.Top = Coordinate(to.top);
+    attributes.Left = Coordinate(to.left, Input(), "the place");
+    attributes.Top = Coordinate(to.top, Input(), "the place");
     Require(T_SetOverlayBitmap(&owner, 0, &mask, T_OVERLAY_COPY), "laying it on");
     Require(T_SetOverlayAttributes(&owner, 0, &attributes, T_OVERLAY_POSITION), "laying it on");
     Require(T_MoveOverlayBits(&owner, 0, T_OVERLAY_TO_BITMAP), "putting the bits in");
@@ -80,13 +69,6 @@ class OverlayCommand final : public PictureCommand {
   }
 
  private:
-  int32_t Coordinate(int64_t value) const {
-    if (value >= std::numeric_limits<int32_t>::min() && value <= std::numeric_limits<int32_t>::max()) {
-      return static_cast<int32_t>(value);
-    }
-    throw Failure(Exit::kUsage, Input(), "the place is too far away");
-  }
-
   int bit_ = 0;
   bool take_ = false;
   std::string mask_;

@@ -23,9 +23,8 @@ class PixelCommand final : public Command {
   }
 
   void CheckOptions() const override {
-    Area area;
     uint32_t colour = 0;
-    if (!ParsePlace(place_, area)) throw Failure(Exit::kUsage, "", "'" + place_ + "' is not a place; write X,Y");
+    ParsePlace(place_);
     if (colour_.empty() != way_.output.empty()) throw Failure(Exit::kUsage, "", "--set and OUT go together");
     if (!colour_.empty() && !ParseColourValue(colour_, colour)) {
       throw Failure(Exit::kUsage, "", "'" + colour_ + "' is not a colour; write #rrggbb or gray:N");
@@ -37,7 +36,7 @@ class PixelCommand final : public Command {
   std::string Subject() const override { return way_.input; }
 
   int Run(Console& console) override {
-    ParsePlace(place_, seen_);
+    seen_ = ParsePlace(place_);
     if (colour_.empty()) {
       const Loaded loaded = Load(way_.input, way_.reading, console);
       BitmapHandle& bitmap = loaded.bitmap->Handle();

@@ -25,15 +25,12 @@ class ScrambleCommand final : public PictureCommand {
     options.Flag("--restore", restore_, "undo what the same key and rectangle did");
   }
   void CheckOwnOptions() const override {
-    Area area;
     uint32_t key = 0;
     if (key_.empty()) throw Failure(Exit::kUsage, "", "--key is needed");
     if (!ParseKey(key_, key)) {
       throw Failure(Exit::kUsage, "", "'" + key_ + "' is not a key; write a number of 0 to 4294967295");
     }
-    if (!text_.empty() && !ParseArea(text_, area)) {
-      throw Failure(Exit::kUsage, "", "'" + text_ + "' is not a rectangle; write X,Y,WxH");
-    }
+    if (!text_.empty()) ParseArea(text_);
   }
   Shape Plan(const Shape& before) override { return before; }
 
@@ -42,8 +39,7 @@ class ScrambleCommand final : public PictureCommand {
     BitmapHandle& target = bitmap->Handle();
     Area area{0, 0, target.Width, target.Height};
     if (!text_.empty()) {
-      ParseArea(text_, area);
-      area = StoredArea(area, target.ViewPerspective, target.Width, target.Height);
+      area = StoredArea(ParseArea(text_), target.ViewPerspective, target.Width, target.Height);
     }
     if (area.left < 0 || area.top < 0 || area.left + area.width > target.Width ||
         area.top + area.height > target.Height) {

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <limits>
 
+#include "Failure.h"
+
 namespace tarn::tool {
 namespace {
 
@@ -28,19 +30,31 @@ bool TakeNumber(const char*& at, const char* end, char after, int64_t& number) {
 
 }  // namespace
 
-bool ParsePlace(const std::string& text, Area& area) {
+Area ParsePlace(const std::string& text) {
   const char* at = Begin(text);
   const char* const end = text.data() + text.size();
-  area.width = area.height = 1;
-  return TakeNumber(at, end, ',', area.left) && TakeNumber(at, end, 0, area.top);
+  Area area{0, 0, 1, 1};
+  if (TakeNumber(at, end, ',', area.left) && TakeNumber(at, end, 0, area.top)) return area;
+  throw Failure(Exit::kUsage, "", "'" + text + "' is not a place; write X,Y");
 }
 
-bool ParseArea(const std::string& text, Area& area) {
+Area ParseArea(const std::string& text) {
   const char* at = Begin(text);
   const char* const end = text.data() + text.size();
-  return TakeNumber(at, end, ',', area.left) && TakeNumber(at, end, ',', area.top) &&
-         TakeNumber(at, end, 'x', area.width) && TakeNumber(at, end, 0, area.height) && area.width > 0 &&
-         area.height > 0;
+  Area area;
+  if (TakeNumber(at, end, ',', area.left) && TakeNumber(at, end, ',', area.top) &&
+      TakeNumber(at, end, 'x', area.width) && TakeNumber(at, end, 0, area.height) && area.width > 0 &&
+      area.height > 0) {
+    return area;
+  }
+  throw Failure(Exit::kUsage, "", "'" + text + "' is not a rectangle; write X,Y,WxH");
+}
+
+int32_t Coordinate(int64_t value, const std::string& file, const char* what) {
+  if (value >= std::numeric_limits<int32_t>::min() && value <= std::numeric_limits<int32_t>::max()) {
+    return static_cast<int32_t>(value);
+  }
+  throw Failure(Exit::kUsage, file, std::string(what) + " is too far away");
 }
 
 bool ParseNewSize(const std::string& text, NewSize& size) {

@@ -14,10 +14,12 @@ struct Area {
   int64_t height = 0;
 };
 
-/// "X,Y" as an area of one pixel, and "X,Y,WxH"; X and Y may be negative. False for anything else, for sides below 1
-/// and for numbers beyond 31 bits.
-bool ParsePlace(const std::string& text, Area& area);
-bool ParseArea(const std::string& text, Area& area);
+/// "X,Y" as an area of one pixel, and "X,Y,WxH"; X and Y may be negative. Anything else, sides below 1 and numbers
+/// beyond 31 bits are failures (Exit::kUsage) that say what to write.
+Area ParsePlace(const std::string& text);
+Area ParseArea(const std::string& text);
+/// A place or side for the library, which counts in 31 bits; `what` of the file is too far away otherwise.
+int32_t Coordinate(int64_t value, const std::string& file, const char* what);
 
 /// A size asked for: sides of which one may be 0, in proportion, or a percentage of what there is.
 struct NewSize {
@@ -32,6 +34,12 @@ bool ParseAngle(const std::string& text, int32_t& hundredths);
 
 /// Whether rows of storage are seen as columns.
 inline bool SidesSwap(uint32_t perspective) noexcept { return perspective >= 5; }
+/// The picture as it is seen.
+/// @param width, height of the bitmap, as stored
+inline Area SeenArea(uint32_t perspective, int64_t width, int64_t height) noexcept {
+  const bool swap = SidesSwap(perspective);
+  return {0, 0, swap ? height : width, swap ? width : height};
+}
 /// Where an area of the picture lies in storage.
 /// @param width, height of the bitmap, as stored
 Area StoredArea(const Area& seen, uint32_t perspective, int64_t width, int64_t height) noexcept;
