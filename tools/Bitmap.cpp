@@ -57,18 +57,48 @@ void RequireStorable(const StorageChoice& choice, const Layout& layout, const st
   }
 }
 
+void RequireWithin(const StorageChoice& choice, const Picture& picture, const std::string& file) {
+  const auto width = static_cast<uint64_t>(picture.width), height = static_cast<uint64_t>(picture.height);
+  const std::string sides = std::to_string(width) + " x " + std::to_string(height) + " pixels";
+  const auto refuse = [&](const std::string& what, const std::string& option, uint64_t limit, uint64_t needed) {
+    throw Failure(Exit::kLimit, file,
+                  what + ", more than the limit of " + std::to_string(limit) + "; " + option + " " +
+                      std::to_string(needed) + " allows it");
+  };
+  // Who asks for tiles or a file expects a large picture, and has said where it goes.
+  const bool onDisk = choice.kind == StorageKind::kTiled || choice.kind == StorageKind::kDisk;
+  const uint64_t pixels = width * height;  // below 2^62
+  const uint64_t most = choice.maxPixels != 0 ? choice.maxPixels : onDisk ? pixels : kMostPixels;
+  if (pixels > most) refuse("is " + sides, "--max-pixels", most, pixels);
+  const uint64_t bytes = picture.RowBytes() * height;
+  if (choice.kind == StorageKind::kMemory && choice.maxMemory != 0 && bytes > choice.maxMemory) {
+    refuse(sides + " of " + DepthName(picture) + " take " + std::to_string(bytes) + " bytes", "--max-memory",
+           choice.maxMemory, bytes);
+  }
+}
+
+namespace {
+
+std::string TemporaryFolder() {
+  char name[4096] = {};
+  return T_GetTempDirectoryA(name, sizeof name) == SUCCESS && name[0] ? name : "the temporary directory";
+}
+
+}  // namespace
+
 void ThrowStatus(int64_t status, const std::string& file, const std::string& doing) {
   switch (status) {
     case ERR_NO_MEMORY:
       throw Failure(Exit::kMemory, file, doing + ": no memory");
     case ERR_IMAGE_TOO_LARGE:
       throw Failure(Exit::kDepth, file, doing + ": a bitmap holds at most 4294901760 bytes");
+    case ERR_DISK_FULL:
+      throw Failure(Exit::kOutput, file, doing + ": no room for temporary files in " + TemporaryFolder());
     case ERR_FILE_SEEK:
     case ERR_FILE_READ:
     case ERR_FILE_WRITE:
-    case ERR_DISK_FULL:
     case 0:
-      throw Failure(Exit::kOutput, file, doing + ": temporary storage cannot be used (disk full?)");
+      throw Failure(Exit::kOutput, file, doing + ": temporary files in " + TemporaryFolder() + " cannot be used");
     case ERR_LIBRARY_NOT_LOADED:
       throw Failure(Exit::kInternal, file, doing + ": the codec library is not beside libtarn");
     default:

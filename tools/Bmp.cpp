@@ -64,6 +64,7 @@ class BmpReader final : public Reader {
     const int32_t most = StripRows(rowBytes_, picture_.height);
     for (int32_t top = 0; top < picture_.height; top += most) {
       const int32_t rows = std::min(most, picture_.height - top);
+      row_ = top;
       const int32_t first = topDown_ ? top : picture_.height - top - rows;  // in the file's order
       Fetch(pixels_ + static_cast<uint64_t>(first) * rowBytes_, static_cast<uint64_t>(rows) * rowBytes_, bytes);
       Decode(bytes, top, rows, bitmap, progress);
@@ -74,7 +75,7 @@ class BmpReader final : public Reader {
   bool Runs() const { return compression_ == kRuns8 || compression_ == kRuns4; }
   [[noreturn]] void Damaged(const std::string& what) const {
     file_.ThrowIfFailed();
-    throw Failure(Exit::kDamaged, file_.Name(), "damaged BMP: " + what);
+    throw Failure(Exit::kDamaged, file_.Name(), "damaged BMP: " + what + Where(static_cast<int64_t>(file_.Position())));
   }
   [[noreturn]] void Unsupported() const {
     throw Failure(Exit::kDamaged, file_.Name(), "BMP of a kind that is not supported");

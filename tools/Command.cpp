@@ -38,9 +38,12 @@ void ReadOptions::AddPage(Options& options) {
 }
 
 void ReadOptions::AddLimits(Options& options) {
+  options.Size("--max-pixels", storage.maxPixels,
+               "largest picture that is read, in pixels; 256M unless told, any with tiled and disk storage");
   options.Size("--tile-size", storage.tileBytes, "bytes a tile; K, M and G count in 1024s");
   options.Size("--max-memory", storage.maxMemory,
-               "bytes of a bitmap's pixels kept in memory; what is more goes to temporary files");
+               "bytes of a picture's pixels in memory; what is more goes to temporary files, or is refused "
+               "with memory storage");
 }
 
 void ReadOptions::AddKind(Options& options) {
@@ -58,8 +61,8 @@ void ReadOptions::AddKind(Options& options) {
 void ReadOptions::Check() const {
   const bool tiles = storage.kind == StorageKind::kAuto || storage.kind == StorageKind::kTiled;
   if (storage.tileBytes != 0 && !tiles) throw Failure(Exit::kUsage, "", "--tile-size goes with auto or tiled storage");
-  if (storage.maxMemory != 0 && storage.kind != StorageKind::kAuto) {
-    throw Failure(Exit::kUsage, "", "--max-memory goes with auto storage");
+  if (storage.maxMemory != 0 && storage.kind != StorageKind::kAuto && storage.kind != StorageKind::kMemory) {
+    throw Failure(Exit::kUsage, "", "--max-memory goes with auto or memory storage");
   }
   if (storage.maxMemory != 0 && storage.tileBytes > storage.maxMemory) {
     throw Failure(Exit::kUsage, "", "--tile-size is larger than --max-memory");
@@ -67,6 +70,7 @@ void ReadOptions::Check() const {
 }
 
 Loaded ReadBitmap(Reader& reader, const StorageChoice& storage, const std::string& file, Console& console) {
+  RequireWithin(storage, reader.Info(), file);
   Loaded loaded;
   loaded.bitmap = std::make_unique<Bitmap>(reader.Info(), PassingStorage(storage, reader.Info().bits), file);
   const std::string name = loaded.bitmap->StorageName();
@@ -82,7 +86,7 @@ Loaded ReadBitmap(Reader& reader, const StorageChoice& storage, const std::strin
 
 Loaded Load(const std::string& file, const ReadOptions& options, Console& console) {
   InputFile input(file);
-  const std::unique_ptr<Reader> reader = OpenPicture(input, console, options.page);
+  const std::unique_ptr<Reader> reader = OpenPicture(input, console, options.page, options.storage.maxMemory);
   console.Note(file, reader->Source() + ", " + reader->Info().depth);
   RequireStorable(options.storage, LayoutOf(reader->Info()), file);
   return ReadBitmap(*reader, options.storage, file, console);
@@ -118,7 +122,7 @@ void FileToFile::Run(bool allPages, const Plan& plan, const Work& work, Console&
   const int page = allPages && reading.page == 0 ? kEveryPage : reading.page;
   if (quality != 0) writing.jpegQuality = quality;
   InputFile source(input);
-  std::unique_ptr<Reader> reader = OpenPicture(source, console, page);
+  std::unique_ptr<Reader> reader = OpenPicture(source, console, page, reading.storage.maxMemory);
   const int count = page == kEveryPage ? reader->Pages() : 1;
   const auto turnTo = [&](int number) {
     if (count > 1) reader->TurnTo(number);
@@ -129,6 +133,7 @@ void FileToFile::Run(bool allPages, const Plan& plan, const Work& work, Console&
     const std::string name = turnTo(number);
     console.Note(input, reader->Source() + ", " + reader->Info().depth);
     const Picture& info = reader->Info();
+    RequireWithin(reading.storage, info, name);
     const Shape shape = plan({info.width, info.height, LayoutOf(info), info.orientation});
     RequireStorable(reading.storage, shape.layout, name);
     target.Expect(reader->Info(), shape);

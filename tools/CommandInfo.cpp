@@ -11,8 +11,9 @@ namespace {
 /// A report of one file, several lines.
 std::string Describe(const std::string& input, const ReadOptions& options, Console& console) {
   InputFile file(input);
-  const std::unique_ptr<Reader> reader = OpenPicture(file, console, options.page);
+  const std::unique_ptr<Reader> reader = OpenPicture(file, console, options.page, options.storage.maxMemory);
   const Picture& picture = reader->Info();
+  RequireWithin(options.storage, picture, input);
   const Bitmap bitmap(picture, options.storage, input);
   const uint64_t rowBytes = bitmap.BytesPerLine();
 

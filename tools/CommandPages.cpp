@@ -44,7 +44,8 @@ bool ParsePosition(const std::string& text, int& position) {
 
 /// A file whose pages are used, and a page of it.
 struct Source {
-  Source(const std::string& name, Console& console) : input(name), reader(OpenPicture(input, console, kEveryPage)) {}
+  Source(const std::string& name, uint64_t memory, Console& console)
+      : input(name), reader(OpenPicture(input, console, kEveryPage, memory)) {}
 
   InputFile input;
   std::unique_ptr<Reader> reader;
@@ -181,6 +182,7 @@ void PagesCommand::Write(const PageList& pages, Console& console) const {
   for (const PageOf& page : pages) {
     const Reader& reader = turnTo(page);
     const Layout layout = LayoutOf(reader.Info());
+    RequireWithin(storage, reader.Info(), NameOfPage(page.source->input.Name(), reader));
     RequireStorable(storage, layout, NameOfPage(page.source->input.Name(), reader));
     target.Expect(reader.Info(), {reader.Info().width, reader.Info().height, layout});
   }
@@ -199,13 +201,14 @@ int PagesCommand::Run(Console& console) {
     List(console);
     return static_cast<int>(Exit::kOk);
   }
-  Source source(way_.input, console);
+  const uint64_t memory = way_.reading.storage.maxMemory;
+  Source source(way_.input, memory, console);
   std::unique_ptr<Source> other;
   PageList pages = PagesOf(source);
   const auto count = static_cast<int>(pages.size());
   if (action_ == Action::kInsert) {
     const int position = PositionIn(count + 1);
-    other = std::make_unique<Source>(inserted_, console);
+    other = std::make_unique<Source>(inserted_, memory, console);
     const PageList added = PagesOf(*other);
     pages.insert(pages.begin() + position, added.begin(), added.end());
   } else {

@@ -6,17 +6,37 @@
 
 namespace tarn::tool {
 
-/// Exit codes of the tool; docs/tool.md lists them for callers.
+/// Exit codes of the tool. A signal that ends it is not among them: the process dies by it once it has cleaned up, and
+/// shells show 128 and the signal's number.
 enum class Exit : int {
   kOk = 0,
-  kUsage = 1,      // wrong arguments
-  kInput = 2,      // the input cannot be opened or read
-  kDamaged = 3,    // the input is damaged, or of a kind that is not supported
-  kDepth = 4,      // the target format, or the storage asked for, cannot hold the picture's depth or size
-  kOutput = 5,     // the output, or temporary storage, cannot be written
-  kMemory = 6,     // no memory
-  kInternal = 7,   // the library refused something that it should not
-  kDifferent = 8,  // two pictures that were compared are not the same
+  kUsage = 1,
+  kInput = 2,
+  kDamaged = 3,
+  kDepth = 4,
+  kOutput = 5,
+  kMemory = 6,
+  kInternal = 7,
+  kDifferent = 8,
+  kLimit = 9,
+};
+
+/// The table of docs/tool.md and of the manual page.
+struct ExitMeaning {
+  Exit exit;
+  const char* text;
+};
+constexpr ExitMeaning kExitMeanings[] = {
+    {Exit::kOk, "done"},
+    {Exit::kUsage, "wrong arguments, a page or pixel that is not there, or sizes that do not fit together"},
+    {Exit::kInput, "the input cannot be opened or read"},
+    {Exit::kDamaged, "the input is damaged, or of a kind that is not supported"},
+    {Exit::kDepth, "the target format or the storage cannot hold the picture"},
+    {Exit::kOutput, "the output or temporary storage cannot be written; the disk is full"},
+    {Exit::kMemory, "no memory"},
+    {Exit::kInternal, "the library refused something that it should not: please report it"},
+    {Exit::kDifferent, "the pictures that were compared are not the same"},
+    {Exit::kLimit, "the picture is beyond a limit; the message names the option that raises it"},
 };
 
 /// One line for the user: the file and the reason.

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <csetjmp>
 #include <cstring>
 
@@ -20,8 +21,8 @@ namespace tarn::tool {
 namespace {
 
 constexpr size_t kBufferBytes = 64 * 1024;
-constexpr long kDecoderMemory = 1L << 30;  // coefficients of a progressive picture; a larger one is refused
-constexpr int kMaxScans = 500;             // a scan costs a pass over the picture; real files have about ten
+constexpr uint64_t kDecoderMemory = 1 << 30;  // coefficients of a progressive picture, unless more is allowed
+constexpr int kMaxScans = 500;                // a scan costs a pass over the picture; real files have about ten
 constexpr uint8_t kExifHead[] = {'E', 'x', 'i', 'f', 0, 0};
 constexpr int kExifMarker = JPEG_APP0 + 1;
 constexpr int kProfileMarker = JPEG_APP0 + 2;
@@ -33,6 +34,7 @@ struct JpegContext {
   Console* console;
   const std::string* name;
   bool outOfMemory;
+  bool beyondLimit;  // of the memory that it may take
   std::array<char, JMSG_LENGTH_MAX> message;
 
   static JpegContext& Of(j_common_ptr codec) { return *reinterpret_cast<JpegContext*>(codec->err); }
@@ -40,7 +42,8 @@ struct JpegContext {
   [[noreturn]] static void OnError(j_common_ptr codec) {
     JpegContext& context = Of(codec);
     codec->err->format_message(codec, context.message.data());
-    context.outOfMemory = codec->err->msg_code == JERR_OUT_OF_MEMORY || codec->err->msg_code == JERR_NO_BACKING_STORE;
+    context.outOfMemory = codec->err->msg_code == JERR_OUT_OF_MEMORY;
+    context.beyondLimit = codec->err->msg_code == JERR_NO_BACKING_STORE;
     longjmp(context.jump, 1);
   }
   /// Bytes between the last pixels and the end marker, odd version numbers and unknown colour tags leave the picture
@@ -124,7 +127,8 @@ struct FileSource {
 
 class JpegReader final : public Reader {
  public:
-  JpegReader(InputFile& file, Console& console) : file_(file) {
+  JpegReader(InputFile& file, Console& console, uint64_t memory)
+      : file_(file), memory_(std::max(memory, kDecoderMemory)) {
     context_.Install(console, file.Name());
     source_.Install(file);
     codec_.err = &context_.base;
@@ -142,6 +146,7 @@ class JpegReader final : public Reader {
     JSAMPROW target = line.data();
     Run([&] { jpeg_start_decompress(&codec_); });
     for (int32_t row = 0; row < picture_.height; ++row) {
+      row_ = row;
       Run([&] { jpeg_read_scanlines(&codec_, &target, 1); });
       bitmap.PutRow(row, line.data());
       progress.Step();
@@ -155,7 +160,12 @@ class JpegReader final : public Reader {
     if (Guarded(context_, step)) return;
     file_.ThrowIfFailed();
     if (context_.outOfMemory) throw Failure(Exit::kMemory, file_.Name(), "needs too much memory to decode");
-    throw Failure(Exit::kDamaged, file_.Name(), std::string("damaged JPEG: ") + context_.message.data());
+    if (context_.beyondLimit) {
+      throw Failure(Exit::kLimit, file_.Name(),
+                    "needs more than " + std::to_string(memory_) + " bytes to decode; --max-memory raises the limit");
+    }
+    const auto byte = static_cast<int64_t>(file_.Position() - source_.base.bytes_in_buffer);
+    throw Failure(Exit::kDamaged, file_.Name(), std::string("damaged JPEG: ") + context_.message.data() + Where(byte));
   }
 
   static void CountScans(j_common_ptr common) {
@@ -166,6 +176,7 @@ class JpegReader final : public Reader {
   void ReadHeader();
 
   InputFile& file_;
+  uint64_t memory_;
   JpegContext context_{};
   FileSource source_{};
   jpeg_progress_mgr watch_{};
@@ -175,7 +186,7 @@ class JpegReader final : public Reader {
 void JpegReader::ReadHeader() {
   Run([&] {
     jpeg_create_decompress(&codec_);
-    codec_.mem->max_memory_to_use = kDecoderMemory;
+    codec_.mem->max_memory_to_use = static_cast<long>(std::min<uint64_t>(memory_, LONG_MAX));
     codec_.src = &source_.base;
     watch_.progress_monitor = CountScans;
     codec_.progress = &watch_;
@@ -325,8 +336,8 @@ class JpegWriter {
 
 }  // namespace
 
-std::unique_ptr<Reader> OpenJpeg(InputFile& file, Console& console) {
-  return std::make_unique<JpegReader>(file, console);
+std::unique_ptr<Reader> OpenJpeg(InputFile& file, Console& console, uint64_t memory) {
+  return std::make_unique<JpegReader>(file, console, memory);
 }
 
 void WriteJpeg(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress,

@@ -70,18 +70,29 @@ std::string Reader::Source() const {
   return picture_.container + ", page " + std::to_string(page_) + " of " + std::to_string(Pages());
 }
 
-std::unique_ptr<Reader> OpenPicture(InputFile& file, Console& console, int page) {
+std::string Reader::Where(int64_t byte) const {
+  std::string where;
+  const auto add = [&](const char* what, int64_t number) {
+    where += (where.empty() ? " (" : ", ") + std::string(what) + " " + std::to_string(number);
+  };
+  if (Pages() > 1) add("page", page_);
+  if (row_ >= 0) add("row", row_);
+  if (byte >= 0) add("byte", byte);
+  return where.empty() ? where : where + ")";
+}
+
+std::unique_ptr<Reader> OpenPicture(InputFile& file, Console& console, int page, uint64_t memory) {
   unsigned char head[8] = {};
   const size_t got = file.Read(head, sizeof head);
   file.ThrowIfFailed();
   file.Seek(0);
   const auto starts = [&](const char* magic, size_t bytes) { return got >= bytes && !std::memcmp(head, magic, bytes); };
   if (starts("II*\0", 4) || starts("MM\0*", 4) || starts("II+\0", 4) || starts("MM\0+", 4)) {
-    return OpenTiff(file, console, page);
+    return OpenTiff(file, console, page, memory);
   }
   if (page > 1) throw Failure(Exit::kUsage, file.Name(), "has one page only");
   if (starts("\x89PNG\r\n\x1A\n", 8)) return OpenPng(file, console);
-  if (starts("\xFF\xD8\xFF", 3)) return OpenJpeg(file, console);
+  if (starts("\xFF\xD8\xFF", 3)) return OpenJpeg(file, console, memory);
   if (starts("BM", 2)) return OpenBmp(file);
   throw Failure(Exit::kDamaged, file.Name(), "is not a PNG, JPEG, TIFF or BMP file");
 }

@@ -58,12 +58,17 @@ enum class StorageKind { kAuto, kMemory, kTiled, kDisk, kCompressed, kSuper };
 struct StorageChoice {
   StorageKind kind = StorageKind::kAuto;
   uint64_t tileBytes = 0;  // 0: the library's default
-  uint64_t maxMemory = 0;  // bytes of pixels to keep in memory, 0: as the machine allows; for kAuto
+  uint64_t maxMemory = 0;  // bytes of pixels to keep in memory, 0: as the machine allows; for kAuto and kMemory
+  uint64_t maxPixels = 0;  // of a picture that is read, 0: kMostPixels, and any number on the user's disk
 };
+
+constexpr uint64_t kMostPixels = uint64_t{1} << 28;  // unless told: 16384 x 16384
 
 constexpr bool SuperCompressible(int32_t bits) { return bits == 1 || bits == 8 || bits == 24; }
 /// Throws Failure when the storage asked for does not take such pixels.
 void RequireStorable(const StorageChoice& choice, const Layout& layout, const std::string& file);
+/// Throws Failure (Exit::kLimit) for a picture that is larger than may be read; it says which option would allow it.
+void RequireWithin(const StorageChoice& choice, const Picture& picture, const std::string& file);
 /// The library's answer as a Failure: `doing` says to what.
 [[noreturn]] void ThrowStatus(int64_t status, const std::string& file, const std::string& doing);
 
@@ -125,8 +130,13 @@ class Reader {
   std::string Source() const;
 
  protected:
+  /// " (page 2, row 17, byte 4711)": where the file is damaged, as far as it is known; counted as told the user.
+  /// @param byte of the file, -1 when the codec does not know
+  std::string Where(int64_t byte) const;
+
   Picture picture_;
   int page_ = 1;
+  int32_t row_ = -1;  // that is being read, as stored; -1: none yet
 };
 
 enum class Format { kPng, kJpeg, kTiff, kBmp };
@@ -140,7 +150,8 @@ constexpr int kEveryPage = -1;
 
 /// Recognises the file by its first bytes. `page` counts from 1; 0: the file's only page; kEveryPage: the first one of
 /// any number.
-std::unique_ptr<Reader> OpenPicture(InputFile& file, Console& console, int page);
+/// @param memory bytes that a decoder may take at a time, where that is more than it may anyway
+std::unique_ptr<Reader> OpenPicture(InputFile& file, Console& console, int page, uint64_t memory = 0);
 /// The format of an output file by its extension; throws Failure.
 Format FormatOf(const std::string& name);
 /// Throws Failure (Exit::kDepth) when the format cannot hold the picture without loss of depth.
@@ -160,8 +171,8 @@ std::unique_ptr<PageWriter> WriteTiffPages(OutputFile& file, Console& console, u
 // One pair for each codec, behind the functions above.
 std::unique_ptr<Reader> OpenBmp(InputFile& file);
 std::unique_ptr<Reader> OpenPng(InputFile& file, Console& console);
-std::unique_ptr<Reader> OpenJpeg(InputFile& file, Console& console);
-std::unique_ptr<Reader> OpenTiff(InputFile& file, Console& console, int page);
+std::unique_ptr<Reader> OpenJpeg(InputFile& file, Console& console, uint64_t memory);
+std::unique_ptr<Reader> OpenTiff(InputFile& file, Console& console, int page, uint64_t memory);
 void WriteBmp(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress);
 void WritePng(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress);
 void WriteJpeg(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress,

@@ -96,6 +96,7 @@ class PngReader final : public Reader {
         const bool touched = passes_ == 1 || PNG_ROW_IN_INTERLACE_PASS(static_cast<png_uint_32>(row), pass);
         if (passes_ > 1 && touched) bitmap.GetRow(row, line.data());
         uint8_t* const target = line.data();
+        row_ = row;
         Run([&] { png_read_row(png_, target, nullptr); });
         if (touched) bitmap.PutRow(row, line.data());
         progress.Step();
@@ -113,7 +114,8 @@ class PngReader final : public Reader {
     if (Guarded(png_, step)) return;
     file_.ThrowIfFailed();
     if (context_.outOfMemory) throw Failure(Exit::kMemory, file_.Name(), "needs too much memory to decode");
-    throw Failure(Exit::kDamaged, file_.Name(), std::string("damaged PNG: ") + context_.error.data());
+    throw Failure(Exit::kDamaged, file_.Name(),
+                  std::string("damaged PNG: ") + context_.error.data() + Where(static_cast<int64_t>(file_.Position())));
   }
 
   static void ReadBytes(png_structp png, png_bytep target, size_t bytes) {

@@ -23,7 +23,7 @@
 namespace tarn::tool {
 namespace {
 
-constexpr tmsize_t kCodecMemory = tmsize_t{1} << 29;  // largest single buffer, a tile or row of the file
+constexpr uint64_t kCodecMemory = 1 << 29;  // largest single buffer, a tile or row of the file, unless more is allowed
 constexpr double kCentimetresPerInch = 2.54;
 
 /// What libtiff's callbacks know. libtiff goes on after errors and warnings; the first of each is kept.
@@ -100,12 +100,12 @@ struct TiffCalls {
   static int Close(thandle_t) { return 0; }
   static toff_t Size(thandle_t handle) { return Of(handle).Size(); }
 
-  static TIFF* Open(File& file, const char* mode, TiffContext& context) {
+  static TIFF* Open(File& file, const char* mode, uint64_t memory, TiffContext& context) {
     context.Clear();
     const std::unique_ptr<TIFFOpenOptions, decltype(&TIFFOpenOptionsFree)> options(TIFFOpenOptionsAlloc(),
                                                                                    TIFFOpenOptionsFree);
     if (!options) throw std::bad_alloc();
-    TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), kCodecMemory);
+    TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), static_cast<tmsize_t>(std::min<uint64_t>(memory, INT64_MAX)));
     TIFFOpenOptionsSetErrorHandlerExtR(options.get(), TiffContext::OnError, &context);
     TIFFOpenOptionsSetWarningHandlerExtR(options.get(), TiffContext::OnWarning, &context);
     return context.Call([&] {
@@ -197,9 +197,10 @@ void Straighten(T* pixels, uint32_t count) {
 
 class TiffReader final : public Reader {
  public:
-  TiffReader(InputFile& file, Console& console, int page) : file_(file), context_{&console, &file.Name()} {
+  TiffReader(InputFile& file, Console& console, int page, uint64_t memory)
+      : file_(file), memory_(std::max(memory, kCodecMemory)), context_{&console, &file.Name()} {
     // "m": no memory mapping. Row-wise reading then takes long strips in pieces.
-    tiff_ = TiffCalls<InputFile>::Open(file, "rm", context_);
+    tiff_ = TiffCalls<InputFile>::Open(file, "rm", memory_, context_);
     if (!tiff_) Damaged();
     try {
       FindPages();
@@ -230,7 +231,7 @@ class TiffReader final : public Reader {
     file_.ThrowIfFailed();
     std::string reason = context_.error[0] ? context_.error.data() : context_.warning.data();
     if (reason.empty()) reason = "cannot be read";
-    throw Failure(Exit::kDamaged, file_.Name(), "damaged TIFF: " + reason);
+    throw Failure(Exit::kDamaged, file_.Name(), "damaged TIFF: " + reason + Where(-1));
   }
   [[noreturn]] void Unsupported(const std::string& what) const {
     throw Failure(Exit::kDamaged, file_.Name(), "TIFF with " + what + " is not supported");
@@ -258,6 +259,7 @@ class TiffReader final : public Reader {
   void PutChannels(Bitmap& bitmap, int32_t row, uint32_t column, uint32_t count, const T* source, int plane);
 
   InputFile& file_;
+  uint64_t memory_;
   TiffContext context_;
   TIFF* tiff_ = nullptr;
   std::vector<uint64_t> pages_;  // offsets of their directories
@@ -294,6 +296,7 @@ void TiffReader::ChoosePage(int page) {
 
 void TiffReader::TurnTo(int page) {
   page_ = page;
+  row_ = -1;
   picture_ = {};
   samples_ = planes_ = 1;
   grayWithOpacity_ = multiplied_ = invertGray16_ = false;
@@ -302,7 +305,7 @@ void TiffReader::TurnTo(int page) {
   if (context_.Call([&] { return TIFFSetSubDirectory(tiff_, directory); }) != 1) Damaged();
   ReadHeader();
   // libtiff makes up for a tag whose value is cut off, a colour map for instance.
-  if (file_.RanOut()) throw Failure(Exit::kDamaged, file_.Name(), "damaged TIFF: the file is cut off");
+  if (file_.RanOut()) throw Failure(Exit::kDamaged, file_.Name(), "damaged TIFF: the file is cut off" + Where(-1));
 }
 
 void TiffReader::ReadHeader() {
@@ -322,8 +325,10 @@ void TiffReader::ReadHeader() {
 
   const uint64_t block = TIFFIsTiled(tiff_) ? TIFFTileSize64(tiff_) : TIFFScanlineSize64(tiff_);
   if (block == 0 || context_.error[0]) Damaged();
-  if (block > static_cast<uint64_t>(kCodecMemory)) {
-    throw Failure(Exit::kMemory, file_.Name(), "a row or tile of " + std::to_string(block) + " bytes is too large");
+  if (block > memory_) {
+    throw Failure(Exit::kLimit, file_.Name(),
+                  "a row or tile takes " + std::to_string(block) + " bytes, more than the limit of " +
+                      std::to_string(memory_) + "; --max-memory " + std::to_string(block) + " allows it");
   }
   const auto unit = Tag<uint16_t>(TIFFTAG_RESOLUTIONUNIT);
   const double perInch = unit == RESUNIT_INCH ? 1 : unit == RESUNIT_CENTIMETER ? kCentimetresPerInch : 0;
@@ -460,6 +465,7 @@ void TiffReader::ReadStrips(Bitmap& bitmap, Progress& progress) {
   std::vector<uint16_t> line(static_cast<size_t>(room + 1) / 2);
   for (int plane = 0; plane < planes_; ++plane) {
     for (int32_t row = 0; row < picture_.height; ++row) {
+      row_ = row;
       const auto at = static_cast<uint32_t>(row);
       const auto sample = static_cast<uint16_t>(plane);
       CheckDecoded(context_.Call([&] { return TIFFReadScanline(tiff_, line.data(), at, sample); }) == 1);
@@ -485,6 +491,7 @@ void TiffReader::ReadTiles(Bitmap& bitmap, Progress& progress) {
   for (int plane = 0; plane < planes_; ++plane) {
     for (uint32_t top = 0; top < height; top += std::min(tileHeight, height - top)) {
       const uint32_t rows = std::min(tileHeight, height - top);
+      row_ = static_cast<int32_t>(top);
       for (uint32_t left = 0; left < width; left += std::min(tileWidth, width - left)) {
         const auto sample = static_cast<uint16_t>(plane);
         CheckDecoded(context_.Call([&] { return TIFFReadTile(tiff_, tile.data(), left, top, 0, sample); }) ==
@@ -507,7 +514,7 @@ class TiffWriter final : public PageWriter {
   TiffWriter(OutputFile& file, Console& console, uint64_t pixelBytes, int pages)
       : file_(file), context_{&console, &file.Name()}, pages_(pages) {
     constexpr uint64_t kClassicLimit = 0xF0000000;  // offsets have 32 bits; leaves room for what compression may add
-    tiff_ = TiffCalls<OutputFile>::Open(file, pixelBytes > kClassicLimit ? "w8" : "w", context_);
+    tiff_ = TiffCalls<OutputFile>::Open(file, pixelBytes > kClassicLimit ? "w8" : "w", kCodecMemory, context_);
     if (!tiff_) Fail();
   }
   ~TiffWriter() override {
@@ -646,8 +653,8 @@ void TiffWriter::WriteHeader(const Picture& picture, const BitmapHandle& bitmap,
 
 }  // namespace
 
-std::unique_ptr<Reader> OpenTiff(InputFile& file, Console& console, int page) {
-  return std::make_unique<TiffReader>(file, console, page);
+std::unique_ptr<Reader> OpenTiff(InputFile& file, Console& console, int page, uint64_t memory) {
+  return std::make_unique<TiffReader>(file, console, page, memory);
 }
 
 void WriteTiff(const Picture& picture, Bitmap& bitmap, OutputFile& file, Console& console, Progress& progress,
