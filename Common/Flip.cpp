@@ -25,7 +25,7 @@ constexpr int64_t kBlock = 512;  // pixels taken from either end at a time, a mu
 void MirrorPacked(uint8_t* packed, int64_t pixels, int32_t bits) noexcept {
   uint8_t values[2 * 2 * kBlock];
   UnpackPixels(values, packed, pixels, bits);
-  (bits == 12 ? Kernels().turn->mirror16 : Kernels().turn->mirror8)(values, values, pixels);
+  (bits == 12 ? Kernels().turn->mirror16 : Kernels().turn->mirror8)(values, values, pixels, 0);
   PackPixels(packed, values, pixels, bits);
 }
 
@@ -55,6 +55,38 @@ void MirrorInBlocks(uint8_t* line, int64_t pixels, int32_t bits) noexcept {
   move(middle, 0, left, 0, middleBits);
 }
 
+/// The kernels say what `ahead` is.
+void MirrorAhead(uint8_t* line, int64_t pixels, int32_t bits, int64_t ahead) noexcept {
+  if (pixels <= 0) return;
+  const TurnKernels& kernels = *Kernels().turn;
+  switch (bits) {
+    case 1:
+    case 2:
+    case 4:
+      return kernels.mirrorBits(line, pixels, bits, ahead);
+    case 3:
+    case 5:
+    case 6:
+    case 7:
+    case 12:
+      return MirrorInBlocks(line, pixels, bits);
+    case 8:
+      return kernels.mirror8(line, line, pixels, ahead);
+    case 16:
+      return kernels.mirror16(line, line, pixels, ahead);
+    case 24:
+      return kernels.mirror24(line, line, pixels, ahead);
+    case 32:
+      return kernels.mirror32(line, line, pixels, ahead);
+    case 48:
+      return kernels.mirror48(line, line, pixels, ahead);
+    case 64:
+      return kernels.mirror64(line, line, pixels, ahead);
+    default:
+      return;
+  }
+}
+
 // ---- Rows in memory ------------------------------------------------------------------------------------------------
 
 /// A turn of rows in place, step by step. Every step is its own undoing.
@@ -67,33 +99,29 @@ class RowsInPlace {
         height_(bitmap.Height),
         width_(bitmap.Width),
         bits_(bitmap.BitsPerPixel),
-        rowBytes_(bitmap.BytesPerLine) {}
+        rowBytes_(bitmap.BytesPerLine),
+        rowsAhead_(rowBytes_ < kBytesAhead ? static_cast<int32_t>(kBytesAhead / rowBytes_) : 1),
+        ahead_(rowBytes_ <= kMostAhead ? int64_t{rowsAhead_} * rowBytes_ : 0) {}
   [[nodiscard]] int32_t Steps() const noexcept { return turn_ == Turn::kReverse ? height_ : height_ / 2 + height_ % 2; }
 
   void Step(int32_t step) noexcept {
     uint8_t* const row = Row(step);
+    if (turn_ == Turn::kReverse)
+      return MirrorAhead(row, width_, bits_, int64_t{step} + rowsAhead_ < height_ ? ahead_ : 0);
     const int32_t partner = height_ - 1 - step;
-    if (turn_ == Turn::kReverse) {
-      if (step + 1 < height_) AskFor(Row(step + 1));
-    } else if (partner > step + 1) {
-      AskFor(Row(partner - 1));
-    }
-    if (turn_ != Turn::kReverse && partner != step) {
+    if (partner != step) {
       uint8_t* const other = Row(partner);
-      Kernels().turn->exchange(row, other, rowBytes_);
+      Kernels().turn->exchange(row, other, rowBytes_, int64_t{step} + rowsAhead_ < Steps() ? ahead_ : 0);
       if (turn_ == Turn::kHalf) MirrorPixels(other, width_, bits_);
     }
-    if (turn_ != Turn::kFlip) MirrorPixels(row, width_, bits_);
+    if (turn_ == Turn::kHalf) MirrorPixels(row, width_, bits_);
   }
 
  private:
-  /// A row that is gone through from both ends at once, which processors do not foresee.
-  void AskFor(const uint8_t* row) const noexcept {
-    constexpr uint32_t kCacheLine = 64;
-    constexpr uint32_t kMostBytes = 16 << 10;  // half of a first-level cache
-    if (rowBytes_ > kMostBytes) return;
-    for (uint32_t at = 0; at < rowBytes_; at += kCacheLine) __builtin_prefetch(row + at, 1);
-  }
+  /// Bytes from a row to one that is asked for meanwhile: far enough for memory to answer, near enough for a
+  /// second-level cache. In tiles, rows follow each other as well but for the last ones of each.
+  static constexpr uint32_t kBytesAhead = 32 << 10;
+  static constexpr uint32_t kMostAhead = 128 << 10;
   uint8_t* Row(int32_t row) noexcept {
     return base_ ? base_ + static_cast<uint64_t>(row) * rowBytes_ : DirectRow(bitmap_, row);
   }
@@ -105,6 +133,8 @@ class RowsInPlace {
   int32_t width_;
   int32_t bits_;
   uint32_t rowBytes_;
+  int32_t rowsAhead_;
+  int64_t ahead_;
 };
 
 Status TurnInPlace(BitmapHandle& bitmap, Turn turn, int32_t firstPercent, int32_t lastPercent, TurnEnd end,
@@ -232,36 +262,7 @@ int32_t TurnDisplayed(BitmapHandle* bitmap, bool flip) noexcept {
 
 }  // namespace
 
-void MirrorPixels(uint8_t* line, int64_t pixels, int32_t bits) noexcept {
-  if (pixels <= 0) return;
-  const TurnKernels& kernels = *Kernels().turn;
-  switch (bits) {
-    case 1:
-    case 2:
-    case 4:
-      return kernels.mirrorBits(line, pixels, bits);
-    case 3:
-    case 5:
-    case 6:
-    case 7:
-    case 12:
-      return MirrorInBlocks(line, pixels, bits);
-    case 8:
-      return kernels.mirror8(line, line, pixels);
-    case 16:
-      return kernels.mirror16(line, line, pixels);
-    case 24:
-      return kernels.mirror24(line, line, pixels);
-    case 32:
-      return kernels.mirror32(line, line, pixels);
-    case 48:
-      return kernels.mirror48(line, line, pixels);
-    case 64:
-      return kernels.mirror64(line, line, pixels);
-    default:
-      return;
-  }
-}
+void MirrorPixels(uint8_t* line, int64_t pixels, int32_t bits) noexcept { MirrorAhead(line, pixels, bits, 0); }
 
 Status TurnStored(BitmapHandle& bitmap, Turn turn, int32_t firstPercent, int32_t lastPercent, TurnEnd end,
                   void* context) noexcept {

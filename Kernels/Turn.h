@@ -6,18 +6,18 @@
 namespace tarn {
 
 struct TurnKernels {
-  /// Exchanges two stretches that do not overlap.
-  void (*exchange)(uint8_t* a, uint8_t* b, uint64_t bytes) noexcept;
+  // `ahead` is a distance in bytes from what is worked on to what follows soon, which is asked for from memory in the
+  // meantime: processors do not foresee rows that are gone through from both ends. It need not exist; 0: nothing.
 
-  /// Pixels in reverse order, of 1, 2, 3, 4, 6 and 8 bytes. Target and source are the same or do not overlap.
-  void (*mirror8)(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept;
-  void (*mirror16)(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept;
-  void (*mirror24)(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept;
-  void (*mirror32)(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept;
-  void (*mirror48)(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept;
-  void (*mirror64)(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept;
+  /// Exchanges two stretches that do not overlap. After them come a + ahead and b - ahead.
+  void (*exchange)(uint8_t* a, uint8_t* b, uint64_t bytes, int64_t ahead) noexcept;
+
+  /// Pixels in reverse order, of 1, 2, 3, 4, 6 and 8 bytes. Target and source are the same or do not overlap. After
+  /// the source comes source + ahead.
+  using Mirror = void (*)(uint8_t* target, const uint8_t* source, int64_t pixels, int64_t ahead) noexcept;
+  Mirror mirror8, mirror16, mirror24, mirror32, mirror48, mirror64;
   /// The same in place for pixels of 1, 2 or 4 bits, most significant bits first. Bits behind the last pixel stay.
-  void (*mirrorBits)(uint8_t* line, int64_t pixels, int32_t bits) noexcept;
+  void (*mirrorBits)(uint8_t* line, int64_t pixels, int32_t bits, int64_t ahead) noexcept;
 
   /// Line i of the target gets pixel i of every line of the source: `lines` source lines of `pixels` pixels become
   /// `pixels` lines of `lines` pixels. Strides are in bytes and may be negative. Target and source do not overlap.

@@ -17,9 +17,17 @@ void Store(uint8_t* at, V value) noexcept { _mm256_storeu_si256(reinterpret_cast
 __m128i LoadHalf(const uint8_t* at) noexcept { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); }
 void StoreHalf(uint8_t* at, __m128i value) noexcept { _mm_storeu_si128(reinterpret_cast<__m128i*>(at), value); }
 
-void Exchange(uint8_t* a, uint8_t* b, uint64_t bytes) noexcept {
+/// Into the second-level cache: what is worked on needs the first.
+void AskFor(const uint8_t* from, int64_t ahead) noexcept {
+  const uintptr_t there = reinterpret_cast<uintptr_t>(from) + static_cast<uintptr_t>(ahead);
+  _mm_prefetch(reinterpret_cast<const char*>(there), _MM_HINT_T1);
+}
+
+void Exchange(uint8_t* a, uint8_t* b, uint64_t bytes, int64_t ahead) noexcept {
   uint64_t at = 0;
   for (; at + 64 <= bytes; at += 64) {
+    AskFor(a + at, ahead);
+    AskFor(b + at, -ahead);
     const V a0 = Load(a + at), a1 = Load(a + at + 32);
     const V b0 = Load(b + at), b1 = Load(b + at + 32);
     Store(b + at, a0);
@@ -27,7 +35,7 @@ void Exchange(uint8_t* a, uint8_t* b, uint64_t bytes) noexcept {
     Store(a + at, b0);
     Store(a + at + 32, b1);
   }
-  kTurnPortable.exchange(a + at, b + at, bytes - at);
+  kTurnPortable.exchange(a + at, b + at, bytes - at, 0);
 }
 
 // ---- Pixels of 1, 2, 4 and 8 bytes ---------------------------------------------------------------------------------
@@ -49,25 +57,27 @@ template <int kBytes>
 void MirrorMiddle(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
   switch (kBytes) {
     case 1:
-      return kTurnPortable.mirror8(target, source, pixels);
+      return kTurnPortable.mirror8(target, source, pixels, 0);
     case 2:
-      return kTurnPortable.mirror16(target, source, pixels);
+      return kTurnPortable.mirror16(target, source, pixels, 0);
     case 3:
-      return kTurnPortable.mirror24(target, source, pixels);
+      return kTurnPortable.mirror24(target, source, pixels, 0);
     case 4:
-      return kTurnPortable.mirror32(target, source, pixels);
+      return kTurnPortable.mirror32(target, source, pixels, 0);
     case 6:
-      return kTurnPortable.mirror48(target, source, pixels);
+      return kTurnPortable.mirror48(target, source, pixels, 0);
     default:
-      return kTurnPortable.mirror64(target, source, pixels);
+      return kTurnPortable.mirror64(target, source, pixels, 0);
   }
 }
 
 template <int kBytes>
-void Mirror(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
+void Mirror(uint8_t* target, const uint8_t* source, int64_t pixels, int64_t ahead) noexcept {
   const V mask = _mm256_broadcastsi128_si256(ReverseMask<kBytes>());
   int64_t left = 0, right = pixels * kBytes;
   for (; right - left >= 128; left += 64, right -= 64) {
+    AskFor(source + 2 * left, ahead);
+    AskFor(source + 2 * left + 64, ahead);
     const V a = Load(source + left), b = Load(source + left + 32);
     const V c = Load(source + right - 64), d = Load(source + right - 32);
     Store(target + right - 32, Reversed(a, mask));
@@ -119,10 +129,12 @@ void Store48Reversed(uint8_t* at, const Bytes48& bytes, const Masks48& masks) no
 }
 
 template <int kBytes>
-void Mirror48(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
+void Mirror48(uint8_t* target, const uint8_t* source, int64_t pixels, int64_t ahead) noexcept {
   static constexpr Masks48 kMasks = MakeMasks48<kBytes>();
   int64_t left = 0, right = pixels * kBytes;
   for (; right - left >= 96; left += 48, right -= 48) {
+    AskFor(source + 2 * left, ahead);
+    AskFor(source + 2 * left + 48, ahead);
     const Bytes48 a = Load48(source + left), b = Load48(source + right - 48);
     Store48Reversed(target + right - 48, a, kMasks);
     Store48Reversed(target + left, b, kMasks);
@@ -139,10 +151,10 @@ __m128i NibbleTable(int32_t bits) noexcept {
   return _mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
 }
 
-void MirrorBits(uint8_t* line, int64_t pixels, int32_t bits) noexcept {
+void MirrorBits(uint8_t* line, int64_t pixels, int32_t bits, int64_t ahead) noexcept {
   const int64_t bytes = (pixels * bits + 7) / 8;
   if (bytes < 64) {
-    kTurnPortable.mirrorBits(line, pixels, bits);
+    kTurnPortable.mirrorBits(line, pixels, bits, 0);
     return;
   }
   const auto spare = static_cast<int>(8 * bytes - pixels * bits);
@@ -158,11 +170,12 @@ void MirrorBits(uint8_t* line, int64_t pixels, int32_t bits) noexcept {
   };
   int64_t left = 0, right = bytes;
   for (; right - left >= 64; left += 32, right -= 32) {
+    AskFor(line + 2 * left, ahead);
     const V a = Load(line + left), b = Load(line + right - 32);
     Store(line + right - 32, turned(a));
     Store(line + left, turned(b));
   }
-  kTurnPortable.mirrorBits(line + left, (right - left) * 8 / bits, bits);
+  kTurnPortable.mirrorBits(line + left, (right - left) * 8 / bits, bits, 0);
   if (spare == 0) return;
   // What was behind the last pixel is in front now and moves out.
   const __m128i near = _mm_cvtsi32_si128(spare);

@@ -21,9 +21,19 @@ struct Order {
   [[nodiscard]] V Get() const noexcept { return _mm512_load_si512(at); }
 };
 
-void Exchange(uint8_t* a, uint8_t* b, uint64_t bytes) noexcept {
+/// Into the second-level cache: what is worked on needs the first.
+void AskFor(const uint8_t* from, int64_t ahead) noexcept {
+  const uintptr_t there = reinterpret_cast<uintptr_t>(from) + static_cast<uintptr_t>(ahead);
+  _mm_prefetch(reinterpret_cast<const char*>(there), _MM_HINT_T1);
+}
+
+void Exchange(uint8_t* a, uint8_t* b, uint64_t bytes, int64_t ahead) noexcept {
   uint64_t at = 0;
   for (; at + 128 <= bytes; at += 128) {
+    AskFor(a + at, ahead);
+    AskFor(a + at + 64, ahead);
+    AskFor(b + at, -ahead);
+    AskFor(b + at + 64, -ahead);
     const V a0 = Load(a + at), a1 = Load(a + at + 64);
     const V b0 = Load(b + at), b1 = Load(b + at + 64);
     Store(b + at, a0);
@@ -31,12 +41,17 @@ void Exchange(uint8_t* a, uint8_t* b, uint64_t bytes) noexcept {
     Store(a + at, b0);
     Store(a + at + 64, b1);
   }
-  kTurnAvx2.exchange(a + at, b + at, bytes - at);
+  while (at < bytes) {
+    const uint64_t left = bytes - at;
+    const __mmask64 here = left >= 64 ? ~uint64_t{0} : ~uint64_t{0} >> (64 - left);
+    const V first = _mm512_maskz_loadu_epi8(here, a + at), second = _mm512_maskz_loadu_epi8(here, b + at);
+    _mm512_mask_storeu_epi8(b + at, here, first);
+    _mm512_mask_storeu_epi8(a + at, here, second);
+    at += left >= 64 ? 64 : left;
+  }
 }
 
 // ---- Mirrored ------------------------------------------------------------------------------------------------------
-
-using Mirroring = void (*)(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept;
 
 template <int kBytes>
 constexpr Order MakeReversal() noexcept {
@@ -45,31 +60,70 @@ constexpr Order MakeReversal() noexcept {
   return order;
 }
 
-/// From both ends, so that target may be source.
-template <int kBytes>
-void Mirror(uint8_t* target, const uint8_t* source, int64_t pixels, Mirroring middle) noexcept {
-  static constexpr Order kReversal = MakeReversal<kBytes>();
-  const V order = kReversal.Get();
-  int64_t left = 0, right = pixels * kBytes;
+/// Bytes in an order that is the reverse of its own, from both ends, so that target may be source; each vector goes
+/// through `turned`, too.
+template <class Turned>
+void MirrorBytes(uint8_t* target, const uint8_t* source, int64_t bytes, V order, int64_t ahead,
+                 Turned turned) noexcept {
+  int64_t left = 0, right = bytes;
   for (; right - left >= 128; left += 64, right -= 64) {
+    AskFor(source + 2 * left, ahead);
+    AskFor(source + 2 * left + 64, ahead);
     const V a = Load(source + left), b = Load(source + right - 64);
-    Store(target + right - 64, _mm512_permutexvar_epi8(order, a));
-    Store(target + left, _mm512_permutexvar_epi8(order, b));
+    Store(target + right - 64, turned(_mm512_permutexvar_epi8(order, a)));
+    Store(target + left, turned(_mm512_permutexvar_epi8(order, b)));
   }
-  middle(target + left, source + left, (right - left) / kBytes);
+  const int64_t middle = right - left;
+  if (middle >= 64) {  // the two overlap, where they say the same
+    const V a = Load(source + left), b = Load(source + right - 64);
+    Store(target + right - 64, turned(_mm512_permutexvar_epi8(order, a)));
+    Store(target + left, turned(_mm512_permutexvar_epi8(order, b)));
+  } else if (middle > 0) {
+    const __mmask64 used = ~uint64_t{0} >> (64 - middle);
+    const V nearer = _mm512_sub_epi8(order, _mm512_set1_epi8(static_cast<char>(64 - middle)));
+    const V value = _mm512_maskz_loadu_epi8(used, source + left);
+    _mm512_mask_storeu_epi8(target + left, used, turned(_mm512_permutexvar_epi8(nearer, value)));
+  }
 }
 
-void Mirror8(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
-  Mirror<1>(target, source, pixels, kTurnAvx2.mirror8);
+template <int kBytes>
+void Mirror(uint8_t* target, const uint8_t* source, int64_t pixels, int64_t ahead) noexcept {
+  static constexpr Order kReversal = MakeReversal<kBytes>();
+  MirrorBytes(target, source, pixels * kBytes, kReversal.Get(), ahead, [](V value) noexcept { return value; });
 }
-void Mirror16(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
-  Mirror<2>(target, source, pixels, kTurnAvx2.mirror16);
+
+/// Of a byte's bits as a matrix: pixels of `bits` bits in reverse order.
+constexpr int64_t TurnMatrix(int32_t bits) noexcept {
+  uint64_t matrix = 0;
+  for (int to = 0; to < 8; ++to) matrix |= uint64_t{1} << (8 * (7 - to) + (to ^ (8 - bits)));
+  return static_cast<int64_t>(matrix);
 }
-void Mirror32(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
-  Mirror<4>(target, source, pixels, kTurnAvx2.mirror32);
-}
-void Mirror64(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
-  Mirror<8>(target, source, pixels, kTurnAvx2.mirror64);
+static_assert(TurnMatrix(1) == static_cast<int64_t>(0x8040201008040201));
+
+void MirrorBits(uint8_t* line, int64_t pixels, int32_t bits, int64_t ahead) noexcept {
+  static constexpr Order kReversal = MakeReversal<1>();
+  if (pixels <= 0) return;
+  const int64_t bytes = (pixels * bits + 7) / 8;
+  const auto spare = static_cast<int>(8 * bytes - pixels * bits);
+  const auto kept = static_cast<uint32_t>(line[bytes - 1]) & ((1u << spare) - 1);
+  const V matrix = _mm512_set1_epi64(TurnMatrix(bits));
+  MirrorBytes(line, line, bytes, kReversal.Get(), ahead,
+              [matrix](V value) noexcept { return _mm512_gf2p8affine_epi64_epi8(value, matrix, 0); });
+  if (spare == 0) return;
+  // What was behind the last pixel is in front now and moves out.
+  const __m128i near = _mm_cvtsi32_si128(spare);
+  const __m128i far = _mm_cvtsi32_si128(8 - spare);
+  const V nearMask = _mm512_set1_epi8(static_cast<char>(0xFF << spare));
+  for (int64_t at = 0; at < bytes; at += 64) {
+    const int64_t left = bytes - at;
+    const __mmask64 here = left >= 64 ? ~uint64_t{0} : ~uint64_t{0} >> (64 - left);
+    const __mmask64 behind = left > 64 ? ~uint64_t{0} : (uint64_t{1} << (left - 1)) - 1;
+    const V moved = _mm512_sll_epi16(_mm512_maskz_loadu_epi8(here, line + at), near);
+    const V next = _mm512_srl_epi16(_mm512_maskz_loadu_epi8(behind, line + at + 1), far);
+    constexpr int kSelect = 0xCA;  // by the mask
+    _mm512_mask_storeu_epi8(line + at, here, _mm512_ternarylogic_epi64(nearMask, moved, next, kSelect));
+  }
+  line[bytes - 1] = static_cast<uint8_t>(line[bytes - 1] | kept);
 }
 
 /// 192 bytes of pixels of 3 or 6 bytes: each third of the result comes from two thirds of the source, the middle one
@@ -116,22 +170,17 @@ void StoreReversed(uint8_t* at, const Thirds& bytes, const Reversal192& order) n
 }
 
 template <int kBytes>
-void MirrorThirds(uint8_t* target, const uint8_t* source, int64_t pixels, Mirroring middle) noexcept {
+void MirrorThirds(uint8_t* target, const uint8_t* source, int64_t pixels, int64_t ahead) noexcept {
   static constexpr Reversal192 kReversal = MakeReversal192<kBytes>();
   int64_t left = 0, right = pixels * kBytes;
   for (; right - left >= 384; left += 192, right -= 192) {
+    for (int64_t at = 0; at < 384; at += 64) AskFor(source + 2 * left + at, ahead);
     const Thirds a = LoadThirds(source + left), b = LoadThirds(source + right - 192);
     StoreReversed(target + right - 192, a, kReversal);
     StoreReversed(target + left, b, kReversal);
   }
-  middle(target + left, source + left, (right - left) / kBytes);
-}
-
-void Mirror24(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
-  MirrorThirds<3>(target, source, pixels, kTurnAvx2.mirror24);
-}
-void Mirror48(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
-  MirrorThirds<6>(target, source, pixels, kTurnAvx2.mirror48);
+  const auto middle = kBytes == 3 ? kTurnAvx2.mirror24 : kTurnAvx2.mirror48;
+  middle(target + left, source + left, (right - left) / kBytes, 0);
 }
 
 // ---- Transposed ----------------------------------------------------------------------------------------------------
@@ -344,8 +393,6 @@ void Transpose64(uint8_t* target, int64_t targetStride, const uint8_t* source, i
   InSquares<8, 2, 8>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose64, square);
 }
 
-void MirrorBits(uint8_t* line, int64_t pixels, int32_t bits) noexcept { kTurnAvx2.mirrorBits(line, pixels, bits); }
-
 void Transpose1(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
                 int64_t lines) noexcept {
   kTurnAvx2.transpose1(target, targetStride, source, sourceStride, pixels, lines);
@@ -354,12 +401,12 @@ void Transpose1(uint8_t* target, int64_t targetStride, const uint8_t* source, in
 }  // namespace
 
 constinit const TurnKernels kTurnAvx512 = {.exchange = Exchange,
-                                           .mirror8 = Mirror8,
-                                           .mirror16 = Mirror16,
-                                           .mirror24 = Mirror24,
-                                           .mirror32 = Mirror32,
-                                           .mirror48 = Mirror48,
-                                           .mirror64 = Mirror64,
+                                           .mirror8 = Mirror<1>,
+                                           .mirror16 = Mirror<2>,
+                                           .mirror24 = MirrorThirds<3>,
+                                           .mirror32 = Mirror<4>,
+                                           .mirror48 = MirrorThirds<6>,
+                                           .mirror64 = Mirror<8>,
                                            .mirrorBits = MirrorBits,
                                            .transpose8 = Transpose8,
                                            .transpose16 = Transpose16,

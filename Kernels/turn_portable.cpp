@@ -7,7 +7,7 @@
 namespace tarn {
 namespace {
 
-void Exchange(uint8_t* a, uint8_t* b, uint64_t bytes) noexcept {
+void Exchange(uint8_t* a, uint8_t* b, uint64_t bytes, int64_t) noexcept {
   constexpr uint64_t kLine = 64;
   uint64_t at = 0;
   uint8_t first[kLine], second[kLine];
@@ -26,7 +26,7 @@ void Exchange(uint8_t* a, uint8_t* b, uint64_t bytes) noexcept {
 
 /// From both ends, so that target may be source.
 template <int kBytes>
-void Mirror(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
+void Mirror(uint8_t* target, const uint8_t* source, int64_t pixels, int64_t) noexcept {
   int64_t left = 0, right = pixels - 1;
   for (; left <= right; ++left, --right) {
     uint8_t first[kBytes], last[kBytes];
@@ -52,7 +52,7 @@ uint64_t TurnBytes(uint64_t bytes, int32_t bits) noexcept {
   return bytes;
 }
 
-void MirrorBits(uint8_t* line, int64_t pixels, int32_t bits) noexcept {
+void MirrorBits(uint8_t* line, int64_t pixels, int32_t bits, int64_t) noexcept {
   if (pixels <= 0) return;
   const int64_t bytes = (pixels * bits + 7) / 8;
   const auto spare = static_cast<uint32_t>(8 * bytes - pixels * bits);

@@ -53,7 +53,7 @@ TEST(Flip, StretchesChangePlaces) {
       Bytes first(bytes), second(bytes);
       for (size_t i = 0; i < bytes; ++i)
         a.data()[i] = first[i] = random.Byte(), b.data()[i] = second[i] = random.Byte();
-      tarn::KernelsFor(level).turn->exchange(a.data(), b.data(), bytes);
+      tarn::KernelsFor(level).turn->exchange(a.data(), b.data(), bytes, 256);
       ASSERT_TRUE(a.GuardsKept() && b.GuardsKept());
       ASSERT_EQ(Bytes(a.data(), a.data() + bytes), second);
       ASSERT_EQ(Bytes(b.data(), b.data() + bytes), first);
