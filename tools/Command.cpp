@@ -151,7 +151,11 @@ void FileToFile::Run(bool allPages, const Plan& plan, const Work& work, Console&
   reader.reset();
   work(bitmaps);
   for (size_t i = 0; i < bitmaps.size(); ++i) target.Add(read[i], std::move(bitmaps[i]));
-  target.Commit();
+  if (commit) {
+    commit(target.Release());
+  } else {
+    target.Commit();
+  }
 }
 
 std::string NameOfPage(const std::string& file, const Reader& reader) {
@@ -218,9 +222,9 @@ int32_t LibraryProgress::Step(int32_t percent, void* self) noexcept {
 std::vector<std::unique_ptr<Command>> AllCommands() {
   std::vector<std::unique_ptr<Command>> commands;
   for (const auto make :
-       {MakeInfo,    MakeConvert,  MakeColors, MakeCountColors, MakeCrop,    MakeResize, MakeRotate, MakeFlip,
-        MakeReverse, MakeOrient,   MakeShear,  MakeTrim,        MakeAlpha,   MakeDeskew, MakeFill,   MakeCombine,
-        MakeOverlay, MakeScramble, MakeRun,    MakePages,       MakePalette, MakePixel,  MakeDiff}) {
+       {MakeInfo,    MakeConvert,  MakeColors, MakeCountColors, MakeCrop,  MakeResize,  MakeRotate, MakeFlip,
+        MakeReverse, MakeOrient,   MakeShear,  MakeTrim,        MakeAlpha, MakeDeskew,  MakeFill,   MakeCombine,
+        MakeOverlay, MakeScramble, MakeRun,    MakeBatch,       MakePages, MakePalette, MakePixel,  MakeDiff}) {
     commands.push_back(make());
   }
   return commands;

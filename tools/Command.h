@@ -75,6 +75,8 @@ struct FileToFile {
   ReadOptions reading;
   WriteOptions writing;
   int quality = 0;  // 0: not given
+  /// Gets the finished file and commits it, where it is not Run that does.
+  std::function<void(std::unique_ptr<OutputFile> made)> commit;
 
   /// All options but the names of the files.
   void AddOptions(Options& options, bool onePage = true);
@@ -165,6 +167,7 @@ std::unique_ptr<Command> MakeCombine();
 std::unique_ptr<Command> MakeOverlay();
 std::unique_ptr<Command> MakeScramble();
 std::unique_ptr<Command> MakeRun();
+std::unique_ptr<Command> MakeBatch();
 std::unique_ptr<Command> MakePages();
 std::unique_ptr<Command> MakePalette();
 std::unique_ptr<Command> MakePixel();

@@ -13,7 +13,8 @@ constexpr int kBarWidth = 30;
 constexpr auto kRedraw = std::chrono::milliseconds(100);
 constexpr auto kPatience = std::chrono::milliseconds(300);  // shorter work shows no bar
 
-/// File names and decoder messages may hold anything; a report stays one line and sends nothing to the terminal.
+}  // namespace
+
 std::string Printable(std::string_view text) {
   std::string line(text);
   for (char& c : line) {
@@ -21,8 +22,6 @@ std::string Printable(std::string_view text) {
   }
   return line;
 }
-
-}  // namespace
 
 Console::Console(bool verbose, bool quiet) : verbose_(verbose), progress_(!quiet && isatty(STDERR_FILENO) == 1) {}
 
@@ -48,7 +47,10 @@ Progress::Progress(const Console& console, std::string_view label, uint64_t step
     : label_(Printable(label)),
       steps_(std::max<uint64_t>(steps, 1)),
       shown_(console.ShowsProgress()),
-      next_(std::chrono::steady_clock::now() + kPatience) {}
+      sink_(console.Sink()),
+      next_(std::chrono::steady_clock::now() + kPatience) {
+  if (sink_) sink_->Begin(label_);
+}
 
 Progress::~Progress() {
   if (drawn_) std::fputs("\r\033[K", stderr);

@@ -8,6 +8,17 @@
 
 namespace tarn::tool {
 
+/// File names and decoder messages may hold anything; a report stays one line and sends nothing to the terminal.
+std::string Printable(std::string_view text);
+
+/// Hears of progress instead of the terminal.
+class ProgressSink {
+ public:
+  virtual ~ProgressSink() = default;
+  virtual void Begin(std::string_view label) noexcept = 0;
+  virtual void Reach(uint64_t done, uint64_t steps) noexcept = 0;
+};
+
 class Console {
  public:
   Console(bool verbose, bool quiet);
@@ -15,13 +26,17 @@ class Console {
   void Error(std::string_view file, std::string_view reason);
   /// Shown with --verbose only. Called from inside C libraries, so it never throws.
   void Note(std::string_view file, std::string_view text) noexcept;
-  bool ShowsProgress() const noexcept { return progress_; }
+  bool ShowsProgress() const noexcept { return progress_ && !sink_; }
+  /// From here on; the sink must live as long as the console, and it shows progress with --quiet too.
+  void SendProgressTo(ProgressSink* sink) noexcept { sink_ = sink; }
+  ProgressSink* Sink() const noexcept { return sink_; }
 
  private:
   void Line(std::string_view file, std::string_view text);
 
   bool verbose_;
   bool progress_;
+  ProgressSink* sink_ = nullptr;
 };
 
 /// A bar that is redrawn a few times a second and wiped at the end; draws nothing when the console shows no progress.
@@ -36,6 +51,7 @@ class Progress {
   void Step() noexcept {
     ++done_;
     if (shown_) Draw();
+    if (sink_) sink_->Reach(done_ < steps_ ? done_ : steps_, steps_);
   }
 
  private:
@@ -45,6 +61,7 @@ class Progress {
   uint64_t steps_;
   uint64_t done_ = 0;
   bool shown_;
+  ProgressSink* sink_;
   bool drawn_ = false;
   std::chrono::steady_clock::time_point next_;
 };

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -28,12 +29,21 @@ std::string ErrorText(int error) { return std::generic_category().message(error)
 
 constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
-/// The temporary name that a signal must remove. Written only while the signals are blocked.
-char pendingName[NAME_MAX + 1];
-volatile sig_atomic_t pendingDirectory = -1;
+/// Temporary names that a signal must remove. A name is entered before its file is made and left after it is gone, so
+/// that a signal on any thread finds it; removing one too many does no harm.
+struct Pending {
+  std::atomic<int> place;  // the directory's descriptor plus 1; kFree; kTaken while the name is written
+  char name[48];
+};
+constexpr int kFree = 0, kTaken = -1;
+Pending pending[OutputFile::kMostPending];
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler reads it");
 
 extern "C" void EndBySignal(int signal) {
-  if (pendingDirectory >= 0) unlinkat(pendingDirectory, pendingName, 0);
+  for (const Pending& entry : pending) {
+    const int place = entry.place.load(std::memory_order_acquire);
+    if (place > 0) unlinkat(place - 1, entry.name, 0);
+  }
   std::signal(signal, SIG_DFL);
   std::raise(signal);
 }
@@ -54,14 +64,23 @@ class SignalsBlocked {
   sigset_t previous_;
 };
 
-void SetPending(int directory, const std::string& name) noexcept {
-  const size_t length = std::min(name.size(), sizeof pendingName - 1);
-  std::memcpy(pendingName, name.data(), length);
-  pendingName[length] = 0;
-  pendingDirectory = directory;
+/// @return the entry; -1 when all are taken
+int SetPending(int directory, const std::string& name) noexcept {
+  for (int i = 0; i < OutputFile::kMostPending; ++i) {
+    int free = kFree;
+    if (!pending[i].place.compare_exchange_strong(free, kTaken)) continue;
+    const size_t length = std::min(name.size(), sizeof pending[i].name - 1);
+    std::memcpy(pending[i].name, name.data(), length);
+    pending[i].name[length] = 0;
+    pending[i].place.store(directory + 1, std::memory_order_release);
+    return i;
+  }
+  return -1;
 }
 
-void ClearPending() noexcept { pendingDirectory = -1; }
+void ClearPending(int entry) noexcept {
+  if (entry >= 0) pending[entry].place.store(kFree, std::memory_order_release);
+}
 
 std::string UnguessableName() {
   unsigned char random[16];
@@ -199,23 +218,24 @@ OutputFile::OutputFile(std::string name) : name_(std::move(name)), buffer_(new u
 void OutputFile::CreateNamed() {
   for (int attempt = 0; attempt < 100; ++attempt) {
     std::string candidate = UnguessableName();
-    const SignalsBlocked blocked;
+    pending_ = SetPending(directory_, candidate);
     file_ = openat(directory_, candidate.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
     if (file_ >= 0) {
-      SetPending(directory_, candidate);
       temporary_ = std::move(candidate);  // a name that exists is never lost for want of memory
+      return;
     }
-    if (file_ >= 0 || errno != EEXIST) return;
+    const int error = errno;
+    ClearPending(pending_);
+    pending_ = -1;
+    errno = error;
+    if (errno != EEXIST) return;
   }
 }
 
 OutputFile::~OutputFile() {
   Close();
-  if (!temporary_.empty()) {
-    const SignalsBlocked blocked;
-    unlinkat(directory_, temporary_.c_str(), 0);
-    ClearPending();
-  }
+  if (!temporary_.empty()) unlinkat(directory_, temporary_.c_str(), 0);
+  ClearPending(pending_);
   close(directory_);
 }
 
@@ -296,10 +316,22 @@ bool OutputFile::LinkAs(const std::string& entry) noexcept {
 }
 
 void OutputFile::Commit() {
+  Complete();
+  Sync();
+  TakeName();
+  fsync(directory_);  // as far as the file system goes; the file itself is on the medium
+}
+
+void OutputFile::Complete() {
   Flush();
   ThrowIfFailed();
-  if (fsync(file_) != 0) Fail("cannot write", errno);
+}
 
+void OutputFile::Sync() {
+  if (fsync(file_) != 0) Fail("cannot write", errno);
+}
+
+void OutputFile::TakeName() {
   // From here to the end a signal waits, so that a name once given is never left half-way.
   const SignalsBlocked blocked;
   const bool unnamed = temporary_.empty();
@@ -310,21 +342,19 @@ void OutputFile::Commit() {
         unlinkat(directory_, entry_.c_str(), 0);
         Fail("cannot close", error);
       }
-      fsync(directory_);
       return;
     }
     if (errno != EEXIST) Fail("cannot write", errno);
   }
   if (unnamed) {
     std::string candidate = UnguessableName();
+    pending_ = SetPending(directory_, candidate);  // left in the destructor
     if (!LinkAs(candidate)) Fail("cannot write", errno);
     temporary_ = std::move(candidate);
   }
   if (!Close()) Fail("cannot close", errno);
   if (renameat(directory_, temporary_.c_str(), directory_, entry_.c_str()) != 0) Fail("cannot write", errno);
   temporary_.clear();
-  ClearPending();
-  fsync(directory_);  // as far as the file system goes; the file itself is on the medium
 }
 
 }  // namespace tarn::tool

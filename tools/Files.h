@@ -45,6 +45,9 @@ class InputFile {
 /// exception or a signal, it leaves nothing behind and an existing target as it was.
 class OutputFile {
  public:
+  /// Files with temporary names that a signal can clear away at a time.
+  static constexpr int kMostPending = 128;
+
   /// Throws Failure when the directory cannot take the file.
   explicit OutputFile(std::string name);
   ~OutputFile();
@@ -63,6 +66,13 @@ class OutputFile {
 
   /// Flushes to the medium and gives the file its name; throws Failure.
   void Commit();
+  /// Commit in steps, for somebody who has several files: all bytes to the system; to the medium; the name, after
+  /// which the directory is still to be flushed. A file is named only after its bytes are safe. Each throws Failure.
+  void Complete();
+  void Sync();
+  void TakeName();
+  /// The target's directory, open.
+  int Directory() const noexcept { return directory_; }
   /// Throws when a write has failed.
   void ThrowIfFailed() const;
 
@@ -76,6 +86,7 @@ class OutputFile {
   std::string name_;       // as the user gave it
   std::string entry_;      // the target's name within its directory
   std::string temporary_;  // name within the directory while it has one
+  int pending_ = -1;       // its entry in the list for signals, where it has one
   int directory_ = -1;
   int file_ = -1;
   int error_ = 0;  // errno of the first failed write

@@ -80,4 +80,10 @@ void PictureFile::Commit() {
   console_.Note(name_, bytes);
 }
 
+std::unique_ptr<OutputFile> PictureFile::Release() {
+  pageWriter_.reset();
+  file_->Complete();
+  return std::move(file_);
+}
+
 }  // namespace tarn::tool

@@ -33,6 +33,8 @@ class PictureFile {
   void Add(const Picture& read, std::unique_ptr<Bitmap> bitmap);
   /// Nothing after this may fail.
   void Commit();
+  /// Instead of Commit: the file with all that belongs into it, not yet on the medium and without its name.
+  std::unique_ptr<OutputFile> Release();
 
  private:
   Picture Described(const Picture& read, int32_t width, int32_t height, const Layout& layout) const;
