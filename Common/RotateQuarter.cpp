@@ -16,6 +16,27 @@ namespace {
 constexpr int64_t kBand = 64;  // source rows that are turned together: a cache line of bytes in each row of the result
 constexpr int64_t kColumns = 256;  // of a source in memory, at a time: rows of the result, and their pages, to write to
 
+/// Whether a result of so many bytes has left the caches before anybody reads it.
+constexpr bool IsStreamed(int64_t bytes) noexcept { return bytes >= int64_t{24} << 20; }
+
+/// Pixels before the first one that begins a cache line, the same in every row; 0 for none. What is taken in cache
+/// lines is read and written once only.
+int64_t PixelsToCacheLine(const uint8_t* data, int64_t stride, int32_t bits, int64_t most) noexcept {
+  constexpr uint64_t kLine = 64;
+  if (!data || stride % int64_t{kLine} != 0 || bits % 8 != 0) return 0;
+  const auto address = reinterpret_cast<uintptr_t>(data);
+  for (uint64_t pixels = 0; pixels < kLine; ++pixels)
+    if ((address + pixels * static_cast<uint64_t>(bits) / 8) % kLine == 0)
+      return static_cast<int64_t>(pixels) < most ? static_cast<int64_t>(pixels) : 0;
+  return 0;
+}
+
+/// From `first` on, or from 0 to it, or less at the end.
+constexpr int64_t StepFrom(int64_t at, int64_t first, int64_t step, int64_t end) noexcept {
+  const int64_t next = at < first ? first : at + step;
+  return (next < end ? next : end) - at;
+}
+
 /// Pixels with a starting byte of their own, whose rows may also go upwards.
 struct Plane {
   uint8_t* data;
@@ -41,7 +62,7 @@ void TransposePacked(const Plane& target, const Lines& source, int64_t pixels, i
       for (int64_t y = 0; y < rows; ++y)
         UnpackPixels(before + y * stride, source.data + (top + y) * source.stride + left * bits / 8, columns, bits);
       const auto transpose = unit == 1 ? Kernels().turn->transpose8 : Kernels().turn->transpose16;
-      transpose(after, stride, before, stride, columns, rows);
+      transpose(after, stride, before, stride, columns, rows, {});
       for (int64_t x = 0; x < columns; ++x)
         PackPixels(target.data + (left + x) * target.stride + top * bits / 8, after + x * stride, rows, bits);
     }
@@ -49,10 +70,11 @@ void TransposePacked(const Plane& target, const Lines& source, int64_t pixels, i
 }
 
 /// Row i of the target gets pixel i of each line. Lines are a multiple of 8 but for the last ones of a picture.
-void TransposeBlock(const Plane& target, const Lines& source, int64_t pixels, int64_t lines, int32_t bits) noexcept {
+void TransposeBlock(const Plane& target, const Lines& source, int64_t pixels, int64_t lines, int32_t bits,
+                    const TurnOn& on) noexcept {
   const TurnKernels& kernels = *Kernels().turn;
   const auto run = [&](TurnKernels::Transpose kernel) noexcept {
-    kernel(target.data, target.stride, source.data, source.stride, pixels, lines);
+    kernel(target.data, target.stride, source.data, source.stride, pixels, lines, on);
   };
   switch (bits) {
     case 1:
@@ -107,22 +129,25 @@ class Transposing {
         bits_(source.BitsPerPixel),
         targetBlock_(BlockOf(target)),
         sourceBlock_(BlockOf(source)),
+        streamed_(targetBlock_ && IsStreamed(width_ * target.BytesPerLine)),
         columns_(targetBlock_ && sourceBlock_ ? (width_ < kColumns ? width_ : kColumns)
-                                              : StripColumns(target, width_, bits_)) {}
+                                              : StripColumns(target, width_, bits_)),
+        firstColumns_(targetBlock_ ? PixelsToCacheLine(sourceBlock_, source.BytesPerLine, bits_, width_) : 0) {}
 
   Status Run(int32_t firstPercent, int32_t lastPercent) noexcept {
     TARN_TRY(Open());
     const int64_t bands = (height_ + kBand - 1) / kBand;
-    const int64_t strips = (width_ + columns_ - 1) / columns_;
+    const int64_t strips = (firstColumns_ > 0 ? 1 : 0) + (width_ - firstColumns_ + columns_ - 1) / columns_;
     RangeProgress progress(bands * strips, firstPercent, lastPercent);
-    for (int64_t left = 0; left < width_; left += columns_) {
-      const int64_t count = width_ - left < columns_ ? width_ - left : columns_;
+    for (int64_t left = 0, count = 0; left < width_; left += count) {
+      count = StepFrom(left, firstColumns_, columns_, width_);
       const Plane strip = StripOf(left, count);
       for (int64_t top = 0; top < height_; top += kBand) {
         const int64_t lines = height_ - top < kBand ? height_ - top : kBand;
         Lines band{};
         TARN_TRY(ReadBand(left, count, top, lines, band));
-        TransposeBlock({strip.data + top * bits_ / 8, strip.stride}, band, count, lines, bits_);
+        TransposeBlock({strip.data + top * bits_ / 8, strip.stride}, band, count, lines, bits_,
+                       {.ahead = sourceBlock_ ? lines * band.stride : 0, .streamed = streamed_});
         if (top + kBand >= height_) TARN_TRY(WriteStrip(strip, left, count));
         TARN_TRY(progress.Step());
       }
@@ -202,7 +227,9 @@ class Transposing {
   int32_t bits_;
   uint8_t* targetBlock_;
   const uint8_t* sourceBlock_;
-  int64_t columns_;  // of the source a strip
+  bool streamed_;
+  int64_t columns_;       // of the source a strip
+  int64_t firstColumns_;  // and in front of the first one
   int64_t bandStride_ = 0;
   TrackedBuffer<uint8_t> band_;
   TrackedBuffer<uint8_t> strip_;
@@ -212,7 +239,7 @@ class Transposing {
 
 void TransposeLines(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
                     int64_t lines, int32_t bits) noexcept {
-  TransposeBlock({target, targetStride}, {source, sourceStride}, pixels, lines, bits);
+  TransposeBlock({target, targetStride}, {source, sourceStride}, pixels, lines, bits, {});
 }
 
 Status TransposeStored(BitmapHandle& bitmap, Transposition turn, int32_t firstPercent, int32_t lastPercent, TurnEnd end,
@@ -261,12 +288,16 @@ int32_t T_RotateBuffer90(void* target, uint32_t targetStride, const void* source
   const uint8_t* const from = static_cast<const uint8_t*>(source) + (right ? (int64_t{height} - 1) * sourceStride : 0);
   const int64_t toStride = right ? int64_t{targetStride} : -int64_t{targetStride};
   const int64_t fromStride = right ? -int64_t{sourceStride} : int64_t{sourceStride};
-  for (int64_t left = 0; left < width; left += kColumns) {
-    const int64_t pixels = width - left < kColumns ? width - left : kColumns;
-    for (int64_t top = 0; top < height; top += kBand) {
-      const int64_t lines = height - top < kBand ? height - top : kBand;
+  const int64_t firstRows = PixelsToCacheLine(to, toStride, bits, height);
+  const int64_t firstColumns = PixelsToCacheLine(from, fromStride, bits, width);
+  const bool streamed = IsStreamed(int64_t{width} * targetStride);
+  for (int64_t left = 0, pixels = 0; left < width; left += pixels) {
+    pixels = StepFrom(left, firstColumns, kColumns, width);
+    for (int64_t top = 0, lines = 0; top < height; top += lines) {
+      lines = StepFrom(top, firstRows, kBand, height);
       TransposeBlock({to + left * toStride + top * bits / 8, toStride},
-                     {from + top * fromStride + left * bits / 8, fromStride}, pixels, lines, bits);
+                     {from + top * fromStride + left * bits / 8, fromStride}, pixels, lines, bits,
+                     {.ahead = lines * fromStride, .streamed = streamed});
     }
   }
   return SUCCESS;

@@ -5,6 +5,13 @@
 
 namespace tarn {
 
+/// What a transposition of a block is part of.
+struct TurnOn {
+  int64_t ahead = 0;  // from the source to that of the block that continues the target's lines; as for TurnKernels
+  bool streamed =
+      false;  // the target will have left the caches before it is read: what fills cache lines goes past them
+};
+
 struct TurnKernels {
   // `ahead` is a distance in bytes from what is worked on to what follows soon, which is asked for from memory in the
   // meantime: processors do not foresee rows that are gone through from both ends. It need not exist; 0: nothing.
@@ -22,7 +29,7 @@ struct TurnKernels {
   /// Line i of the target gets pixel i of every line of the source: `lines` source lines of `pixels` pixels become
   /// `pixels` lines of `lines` pixels. Strides are in bytes and may be negative. Target and source do not overlap.
   using Transpose = void (*)(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride,
-                             int64_t pixels, int64_t lines) noexcept;
+                             int64_t pixels, int64_t lines, const TurnOn& on) noexcept;
   Transpose transpose8, transpose16, transpose24, transpose32, transpose48, transpose64;
   /// The same of one-bit pixels, most significant bits first; the rest of the last byte of a target line becomes 0.
   Transpose transpose1;

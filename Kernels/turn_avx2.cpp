@@ -205,24 +205,29 @@ struct Lines {
 };
 
 template <int kLines, int kPixels, int kBits, class Square>
-void InSquares(const Lines& lines, int64_t pixels, int64_t count, Transposing rest, Square square) noexcept {
+void InSquares(const Lines& lines, int64_t pixels, int64_t count, const TurnOn& on, Transposing rest,
+               Square square) noexcept {
   constexpr int64_t kAhead = 64 * 8 / kBits / kLines < 1 ? 1 : 64 * 8 / kBits / kLines;  // squares to a cache line
   const int64_t innerPixels = pixels / kPixels * kPixels;
   const int64_t innerLines = count / kLines * kLines;
   constexpr int64_t kBand = kAhead * kLines;
   for (int64_t top = 0; top < innerLines; top += kBand) {
     const int64_t bottom = top + kBand < innerLines ? top + kBand : innerLines;
-    for (int64_t x = 0; x < innerPixels; x += kPixels)
-      for (int64_t y = top; y < bottom; y += kLines)
-        square(lines.target + x * lines.targetStride + y * kBits / 8, lines.targetStride,
-               lines.source + y * lines.sourceStride + x * kBits / 8, lines.sourceStride);
+    for (int64_t x = 0; x < innerPixels; x += kPixels) {
+      const bool newCacheLine = x * kBits / 8 % 64 < kPixels * kBits / 8;
+      for (int64_t y = top; y < bottom; y += kLines) {
+        const uint8_t* const from = lines.source + y * lines.sourceStride + x * kBits / 8;
+        for (int64_t i = 0; i < kLines && newCacheLine; ++i) AskFor(from + i * lines.sourceStride, on.ahead);
+        square(lines.target + x * lines.targetStride + y * kBits / 8, lines.targetStride, from, lines.sourceStride);
+      }
+    }
   }
   if (innerPixels < pixels)
     rest(lines.target + innerPixels * lines.targetStride, lines.targetStride, lines.source + innerPixels * kBits / 8,
-         lines.sourceStride, pixels - innerPixels, innerLines);
+         lines.sourceStride, pixels - innerPixels, innerLines, {});
   if (innerLines < count)
     rest(lines.target + innerLines * kBits / 8, lines.targetStride, lines.source + innerLines * lines.sourceStride,
-         lines.sourceStride, pixels, count - innerLines);
+         lines.sourceStride, pixels, count - innerLines, {});
 }
 
 struct Half16 {
@@ -247,18 +252,19 @@ void TransposeBytes(Half16& square) noexcept {
 }
 
 void Transpose8(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                int64_t lines) noexcept {
+                int64_t lines, const TurnOn& on) noexcept {
   const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
     Half16 bytes;
     for (int i = 0; i < 16; ++i) bytes.row[i] = LoadHalf(from + i * fromStride);
     TransposeBytes(bytes);
     for (int i = 0; i < 16; ++i) StoreHalf(to + i * toStride, bytes.row[i]);
   };
-  InSquares<16, 16, 8>({target, targetStride, source, sourceStride}, pixels, lines, kTurnPortable.transpose8, square);
+  InSquares<16, 16, 8>({target, targetStride, source, sourceStride}, pixels, lines, on, kTurnPortable.transpose8,
+                       square);
 }
 
 void Transpose16(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                 int64_t lines) noexcept {
+                 int64_t lines, const TurnOn& on) noexcept {
   const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
     __m128i r[8], t[8];
     for (int i = 0; i < 8; ++i) r[i] = LoadHalf(from + i * fromStride);
@@ -271,7 +277,8 @@ void Transpose16(uint8_t* target, int64_t targetStride, const uint8_t* source, i
     }
     for (int i = 0; i < 8; ++i) StoreHalf(to + i * toStride, r[i]);
   };
-  InSquares<8, 8, 16>({target, targetStride, source, sourceStride}, pixels, lines, kTurnPortable.transpose16, square);
+  InSquares<8, 8, 16>({target, targetStride, source, sourceStride}, pixels, lines, on, kTurnPortable.transpose16,
+                      square);
 }
 
 void TransposeWords(__m128i (&r)[4]) noexcept {
@@ -284,19 +291,20 @@ void TransposeWords(__m128i (&r)[4]) noexcept {
 }
 
 void Transpose32(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                 int64_t lines) noexcept {
+                 int64_t lines, const TurnOn& on) noexcept {
   const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
     __m128i r[4];
     for (int i = 0; i < 4; ++i) r[i] = LoadHalf(from + i * fromStride);
     TransposeWords(r);
     for (int i = 0; i < 4; ++i) StoreHalf(to + i * toStride, r[i]);
   };
-  InSquares<4, 4, 32>({target, targetStride, source, sourceStride}, pixels, lines, kTurnPortable.transpose32, square);
+  InSquares<4, 4, 32>({target, targetStride, source, sourceStride}, pixels, lines, on, kTurnPortable.transpose32,
+                      square);
 }
 
 /// 16 source lines of 4 pixels: the target's 48 bytes a line are whole pixels. Loads stay within 12 bytes.
 void Transpose24(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                 int64_t lines) noexcept {
+                 int64_t lines, const TurnOn& on) noexcept {
   const __m128i widen = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
   const __m128i narrow = _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
   const auto load = [widen](const uint8_t* at) noexcept {
@@ -319,28 +327,30 @@ void Transpose24(uint8_t* target, int64_t targetStride, const uint8_t* source, i
       StoreHalf(line + 32, _mm_or_si128(_mm_srli_si128(c, 8), _mm_slli_si128(d, 4)));
     }
   };
-  InSquares<16, 4, 24>({target, targetStride, source, sourceStride}, pixels, lines, kTurnPortable.transpose24, square);
+  InSquares<16, 4, 24>({target, targetStride, source, sourceStride}, pixels, lines, on, kTurnPortable.transpose24,
+                       square);
 }
 
 // Wide pixels: nothing is gained beside whole loads and stores.
 void Transpose48(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                 int64_t lines) noexcept {
-  kTurnPortable.transpose48(target, targetStride, source, sourceStride, pixels, lines);
+                 int64_t lines, const TurnOn& on) noexcept {
+  kTurnPortable.transpose48(target, targetStride, source, sourceStride, pixels, lines, on);
 }
 
 void Transpose64(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                 int64_t lines) noexcept {
+                 int64_t lines, const TurnOn& on) noexcept {
   const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
     const __m128i a = LoadHalf(from), b = LoadHalf(from + fromStride);
     StoreHalf(to, _mm_unpacklo_epi64(a, b));
     StoreHalf(to + toStride, _mm_unpackhi_epi64(a, b));
   };
-  InSquares<2, 2, 64>({target, targetStride, source, sourceStride}, pixels, lines, kTurnPortable.transpose64, square);
+  InSquares<2, 2, 64>({target, targetStride, source, sourceStride}, pixels, lines, on, kTurnPortable.transpose64,
+                      square);
 }
 
 /// 16 lines of 128 pixels: bytes of one column beside each other, whose top bits are collected eight times.
 void Transpose1(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                int64_t lines) noexcept {
+                int64_t lines, const TurnOn& on) noexcept {
   const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
     Half16 bytes;
     // The first line's bit is to be the most significant one of its byte.
@@ -355,7 +365,8 @@ void Transpose1(uint8_t* target, int64_t targetStride, const uint8_t* source, in
       }
     }
   };
-  InSquares<16, 128, 1>({target, targetStride, source, sourceStride}, pixels, lines, kTurnPortable.transpose1, square);
+  InSquares<16, 128, 1>({target, targetStride, source, sourceStride}, pixels, lines, on, kTurnPortable.transpose1,
+                        square);
 }
 
 }  // namespace

@@ -217,15 +217,10 @@ struct Piece {
   static constexpr int kLines = 64;
   alignas(64) uint8_t data[kLines * kStride + 16];
 
-  void Fill(const uint8_t* source, int64_t stride, int64_t pixels, int64_t lines) noexcept {
-    constexpr int64_t kAhead = 512;  // bytes; two lines of squares
+  void Fill(const uint8_t* source, int64_t stride, int64_t pixels, int64_t lines, int64_t ahead) noexcept {
     uint8_t* to = data;
     for (int64_t y = 0; y < lines; ++y, source += stride, to += kStride) {
-      _mm_prefetch(reinterpret_cast<const char*>(source + kAhead), _MM_HINT_T0);
-      if constexpr (kStride > 64) {
-        _mm_prefetch(reinterpret_cast<const char*>(source + kAhead + 64), _MM_HINT_T0);
-        _mm_prefetch(reinterpret_cast<const char*>(source + kAhead + 128), _MM_HINT_T0);
-      }
+      for (int at = 0; at < kStride; at += 64) AskFor(source + at, ahead);
       if (pixels == kPixels) {
         for (int at = 0; at < kStride; at += 64) _mm512_store_si512(to + at, Load(source + at));
       } else {
@@ -235,9 +230,27 @@ struct Piece {
   }
 };
 
-/// Squares of kLines lines and kPixels pixels; square() may read 16 bytes of each line.
+/// Whole cache lines, past the caches.
+struct Streaming {
+  void operator()(uint8_t* at, V value) const noexcept { _mm512_stream_si512(reinterpret_cast<V*>(at), value); }
+};
+/// Into the caches, with what comes behind it in its line.
+struct Storing {
+  int64_t behind;
+  void operator()(uint8_t* at, V value) const noexcept {
+    AskFor(at, behind);
+    Store(at, value);
+  }
+};
+
+/// Squares of kLines lines and kPixels pixels; square() may read 16 bytes of each line, and is told how to store.
 template <int kLines, int kPixels, int kBytes, class Square>
-void InSquares(const Lines& lines, int64_t pixels, int64_t count, Transposing rest, Square square) noexcept {
+void InSquares(const Lines& lines, int64_t pixels, int64_t count, const TurnOn& on, Transposing rest,
+               Square square) noexcept {
+  const bool whole = (reinterpret_cast<uintptr_t>(lines.target) | static_cast<uintptr_t>(lines.targetStride)) % 64 == 0;
+  static_assert(kLines * kBytes % 64 == 0);
+  const bool streamed = on.streamed && whole;
+  const Storing storing{count * kBytes};
   using Source = Piece<kBytes>;
   Source piece;
   const int64_t innerPixels = pixels / kPixels * kPixels;
@@ -246,25 +259,29 @@ void InSquares(const Lines& lines, int64_t pixels, int64_t count, Transposing re
     const int64_t high = innerLines - top < Source::kLines ? innerLines - top : Source::kLines;
     for (int64_t left = 0; left < innerPixels; left += Source::kPixels) {
       const int64_t wide = innerPixels - left < Source::kPixels ? innerPixels - left : Source::kPixels;
-      piece.Fill(lines.source + top * lines.sourceStride + left * kBytes, lines.sourceStride, wide, high);
+      piece.Fill(lines.source + top * lines.sourceStride + left * kBytes, lines.sourceStride, wide, high, on.ahead);
       uint8_t* const to = lines.target + left * lines.targetStride + top * kBytes;
       for (int64_t x = 0; x < wide; x += kPixels)
-        for (int64_t y = 0; y < high; y += kLines)
-          square(to + x * lines.targetStride + y * kBytes, lines.targetStride,
-                 piece.data + y * Source::kStride + x * kBytes, Source::kStride);
+        for (int64_t y = 0; y < high; y += kLines) {
+          uint8_t* const place = to + x * lines.targetStride + y * kBytes;
+          const uint8_t* const from = piece.data + y * Source::kStride + x * kBytes;
+          streamed ? square(place, lines.targetStride, from, Source::kStride, Streaming{})
+                   : square(place, lines.targetStride, from, Source::kStride, storing);
+        }
     }
   }
+  if (streamed) _mm_sfence();
   if (innerPixels < pixels)
     rest(lines.target + innerPixels * lines.targetStride, lines.targetStride, lines.source + innerPixels * kBytes,
-         lines.sourceStride, pixels - innerPixels, innerLines);
+         lines.sourceStride, pixels - innerPixels, innerLines, {});
   if (innerLines < count)
     rest(lines.target + innerLines * kBytes, lines.targetStride, lines.source + innerLines * lines.sourceStride,
-         lines.sourceStride, pixels, count - innerLines);
+         lines.sourceStride, pixels, count - innerLines, {});
 }
 
 void Transpose8(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                int64_t lines) noexcept {
-  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+                int64_t lines, const TurnOn& on) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride, auto store) noexcept {
     V r[16], t[16];
     for (int i = 0; i < 16; ++i) r[i] = Quarters(from + i * fromStride, 16 * fromStride);
     // Four times the same deal of first half and second half puts every byte in its place.
@@ -278,14 +295,14 @@ void Transpose8(uint8_t* target, int64_t targetStride, const uint8_t* source, in
         r[2 * i + 1] = _mm512_unpackhi_epi8(t[i], t[i + 8]);
       }
     }
-    for (int i = 0; i < 16; ++i) Store(to + i * toStride, r[i]);
+    for (int i = 0; i < 16; ++i) store(to + i * toStride, r[i]);
   };
-  InSquares<64, 16, 1>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose8, square);
+  InSquares<64, 16, 1>({target, targetStride, source, sourceStride}, pixels, lines, on, kTurnAvx2.transpose8, square);
 }
 
 void Transpose16(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                 int64_t lines) noexcept {
-  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+                 int64_t lines, const TurnOn& on) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride, auto store) noexcept {
     V r[8], t[8];
     for (int i = 0; i < 8; ++i) r[i] = Quarters(from + i * fromStride, 8 * fromStride);
     for (int pass = 0; pass < 3; ++pass) {
@@ -295,9 +312,9 @@ void Transpose16(uint8_t* target, int64_t targetStride, const uint8_t* source, i
       }
       for (int i = 0; i < 8; ++i) r[i] = t[i];
     }
-    for (int i = 0; i < 8; ++i) Store(to + i * toStride, r[i]);
+    for (int i = 0; i < 8; ++i) store(to + i * toStride, r[i]);
   };
-  InSquares<32, 8, 2>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose16, square);
+  InSquares<32, 8, 2>({target, targetStride, source, sourceStride}, pixels, lines, on, kTurnAvx2.transpose16, square);
 }
 
 /// Words of four lines to lines of four words, in every quarter.
@@ -311,14 +328,14 @@ void TransposeWords(V (&r)[4]) noexcept {
 }
 
 void Transpose32(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                 int64_t lines) noexcept {
-  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+                 int64_t lines, const TurnOn& on) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride, auto store) noexcept {
     V r[4];
     for (int i = 0; i < 4; ++i) r[i] = Quarters(from + i * fromStride, 4 * fromStride);
     TransposeWords(r);
-    for (int i = 0; i < 4; ++i) Store(to + i * toStride, r[i]);
+    for (int i = 0; i < 4; ++i) store(to + i * toStride, r[i]);
   };
-  InSquares<16, 4, 4>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose32, square);
+  InSquares<16, 4, 4>({target, targetStride, source, sourceStride}, pixels, lines, on, kTurnAvx2.transpose32, square);
 }
 
 /// Three vectors of pixels without the bytes between them, each out of two of four with them.
@@ -340,18 +357,21 @@ constexpr Narrowing MakeNarrowing() noexcept {
   return made;
 }
 
-void StoreNarrow(uint8_t* to, V a, V b, V c, V d, const Narrowing& order) noexcept {
-  Store(to, _mm512_permutex2var_epi8(a, order.line[0].Get(), b));
-  Store(to + 64, _mm512_permutex2var_epi8(b, order.line[1].Get(), c));
-  Store(to + 128, _mm512_permutex2var_epi8(c, order.line[2].Get(), d));
+constexpr Narrowing kNarrowing24 = MakeNarrowing<3, 4>();
+constexpr Narrowing kNarrowing48 = MakeNarrowing<6, 8>();
+
+template <class Stored>
+void StoreNarrow(Stored store, uint8_t* to, V a, V b, V c, V d, const Narrowing& order) noexcept {
+  store(to, _mm512_permutex2var_epi8(a, order.line[0].Get(), b));
+  store(to + 64, _mm512_permutex2var_epi8(b, order.line[1].Get(), c));
+  store(to + 128, _mm512_permutex2var_epi8(c, order.line[2].Get(), d));
 }
 
 void Transpose24(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                 int64_t lines) noexcept {
-  static constexpr Narrowing kNarrowing = MakeNarrowing<3, 4>();
+                 int64_t lines, const TurnOn& on) noexcept {
   // Bytes 0..11 of 16 become the words.
   const V apart = _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
-  const auto square = [&](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+  const auto square = [&](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride, auto store) noexcept {
     V r[4][4];
     for (int group = 0; group < 4; ++group) {
       const uint8_t* const first = from + 16 * group * fromStride;
@@ -359,16 +379,15 @@ void Transpose24(uint8_t* target, int64_t targetStride, const uint8_t* source, i
         r[group][i] = _mm512_shuffle_epi8(Quarters(first + i * fromStride, 4 * fromStride), apart);
       TransposeWords(r[group]);
     }
-    for (int i = 0; i < 4; ++i) StoreNarrow(to + i * toStride, r[0][i], r[1][i], r[2][i], r[3][i], kNarrowing);
+    for (int i = 0; i < 4; ++i) StoreNarrow(store, to + i * toStride, r[0][i], r[1][i], r[2][i], r[3][i], kNarrowing24);
   };
-  InSquares<64, 4, 3>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose24, square);
+  InSquares<64, 4, 3>({target, targetStride, source, sourceStride}, pixels, lines, on, kTurnAvx2.transpose24, square);
 }
 
 void Transpose48(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                 int64_t lines) noexcept {
-  static constexpr Narrowing kNarrowing = MakeNarrowing<6, 8>();
+                 int64_t lines, const TurnOn& on) noexcept {
   const V apart = _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 2, 3, 4, 5, -1, -1, 6, 7, 8, 9, 10, 11, -1, -1));
-  const auto square = [&](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+  const auto square = [&](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride, auto store) noexcept {
     V first[4], second[4];
     for (int group = 0; group < 4; ++group) {
       const uint8_t* const at = from + 8 * group * fromStride;
@@ -377,25 +396,25 @@ void Transpose48(uint8_t* target, int64_t targetStride, const uint8_t* source, i
       first[group] = _mm512_unpacklo_epi64(even, odd);
       second[group] = _mm512_unpackhi_epi64(even, odd);
     }
-    StoreNarrow(to, first[0], first[1], first[2], first[3], kNarrowing);
-    StoreNarrow(to + toStride, second[0], second[1], second[2], second[3], kNarrowing);
+    StoreNarrow(store, to, first[0], first[1], first[2], first[3], kNarrowing48);
+    StoreNarrow(store, to + toStride, second[0], second[1], second[2], second[3], kNarrowing48);
   };
-  InSquares<32, 2, 6>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose48, square);
+  InSquares<32, 2, 6>({target, targetStride, source, sourceStride}, pixels, lines, on, kTurnAvx2.transpose48, square);
 }
 
 void Transpose64(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                 int64_t lines) noexcept {
-  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride) noexcept {
+                 int64_t lines, const TurnOn& on) noexcept {
+  const auto square = [](uint8_t* to, int64_t toStride, const uint8_t* from, int64_t fromStride, auto store) noexcept {
     const V even = Quarters(from, 2 * fromStride), odd = Quarters(from + fromStride, 2 * fromStride);
-    Store(to, _mm512_unpacklo_epi64(even, odd));
-    Store(to + toStride, _mm512_unpackhi_epi64(even, odd));
+    store(to, _mm512_unpacklo_epi64(even, odd));
+    store(to + toStride, _mm512_unpackhi_epi64(even, odd));
   };
-  InSquares<8, 2, 8>({target, targetStride, source, sourceStride}, pixels, lines, kTurnAvx2.transpose64, square);
+  InSquares<8, 2, 8>({target, targetStride, source, sourceStride}, pixels, lines, on, kTurnAvx2.transpose64, square);
 }
 
 void Transpose1(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                int64_t lines) noexcept {
-  kTurnAvx2.transpose1(target, targetStride, source, sourceStride, pixels, lines);
+                int64_t lines, const TurnOn& on) noexcept {
+  kTurnAvx2.transpose1(target, targetStride, source, sourceStride, pixels, lines, on);
 }
 
 }  // namespace

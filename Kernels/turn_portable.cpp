@@ -83,7 +83,7 @@ void MirrorBits(uint8_t* line, int64_t pixels, int32_t bits, int64_t) noexcept {
 // Squares of pixels, so that lines of the target are written a cache line at a time.
 template <int kBytes>
 void Transpose(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-               int64_t lines) noexcept {
+               int64_t lines, const TurnOn&) noexcept {
   constexpr int64_t kSide = 32;
   for (int64_t top = 0; top < lines; top += kSide) {
     const int64_t bottom = top + kSide < lines ? top + kSide : lines;
@@ -106,7 +106,7 @@ uint64_t TransposeBits(uint64_t x) noexcept {
 }
 
 void Transpose1(uint8_t* target, int64_t targetStride, const uint8_t* source, int64_t sourceStride, int64_t pixels,
-                int64_t lines) noexcept {
+                int64_t lines, const TurnOn&) noexcept {
   for (int64_t y = 0; y < lines; y += 8) {
     const int64_t rows = lines - y < 8 ? lines - y : 8;
     for (int64_t x = 0; x < pixels; x += 8) {

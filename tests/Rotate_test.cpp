@@ -31,17 +31,52 @@ TEST(Rotate, Sines) {
   EXPECT_EQ(T_CosValue(36000), 16384);
 }
 
+// Blocks of pictures that are too large for the caches are written past them.
+TEST(Rotate, StreamedBlocks) {
+  struct Case {
+    tarn::TurnKernels::Transpose tarn::TurnKernels::*kernel;
+    size_t bytes;
+  };
+  using K = tarn::TurnKernels;
+  constexpr Case kCases[] = {{&K::transpose8, 1},  {&K::transpose16, 2}, {&K::transpose24, 3},
+                             {&K::transpose32, 4}, {&K::transpose48, 6}, {&K::transpose64, 8}};
+  constexpr size_t kPixels = 261, kStride = 2112, kRoom = kPixels * kStride;
+  engine::Random random(18);
+  Bytes source(kRoom);
+  for (uint8_t& byte : source) byte = random.Byte();
+  for (const Case& c : kCases) {
+    for (const size_t lines : {size_t{64}, size_t{128}, size_t{150}}) {
+      for (const size_t offset : {size_t{0}, size_t{16}}) {
+        const tarn::TurnOn on{.ahead = 4096, .streamed = true};
+        const auto turned = [&](Isa level) {
+          Bytes target(kRoom + 128, 0x55);
+          uint8_t* const first = target.data() + 64 - reinterpret_cast<uintptr_t>(target.data()) % 64 + offset;
+          (tarn::KernelsFor(level).turn->*c.kernel)(first, kStride, source.data(), kStride, kPixels, lines, on);
+          return Bytes(first, first + kRoom - 64);
+        };
+        const Bytes wanted = turned(Isa::kPortable);
+        for (const Isa level : {Isa::kAvx2, Isa::kAvx512})
+          ASSERT_TRUE(turned(level) == wanted) << 8 * c.bytes << " bits, " << lines << " lines, offset " << offset;
+      }
+    }
+  }
+}
+
 TEST(Rotate, BuffersOfEverySize) {
   engine::Random random(8);
   for (const Isa level : tarn::test::kLevels) {
     tarn::ForceIsa(level);
     for (const int32_t bits : engine::kDepths) {
       for (int round = 0; round < 40; ++round) {
-        const int32_t width = random.Between(1, round < 20 ? 40 : 300), height = random.Between(1, 140);
+        const int32_t width = random.Between(1, round < 20 ? 40 : 300),
+                      height = random.Between(1, round < 30 ? 140 : 300);
         const int32_t direction = round % 2;
         SCOPED_TRACE(testing::Message() << bits << " bits, " << width << " x " << height << " to " << direction);
         const auto bytesOf = [bits](int32_t pixels) { return static_cast<size_t>((pixels * bits + 7) / 8); };
-        const size_t from = bytesOf(width), to = bytesOf(height) + random.Below(3);
+        // Rows that all begin at the same place of a cache line, and such that do not.
+        const auto lines = [](size_t bytes) { return (bytes + 63) / 64 * 64; };
+        const size_t from = round % 4 < 2 ? bytesOf(width) : lines(bytesOf(width));
+        const size_t to = round % 4 < 2 ? bytesOf(height) + random.Below(3) : lines(bytesOf(height));
         Bytes before(from * static_cast<size_t>(height));
         for (uint8_t& byte : before) byte = random.Byte();
         runref::Exact source(before.data(), before.size(), random.Below(64));
