@@ -36,6 +36,8 @@ struct Source {
 };
 
 constexpr int64_t kReach = 2;  // pixels around a sampled one that kernels may read
+constexpr int64_t kSquare = 8;
+constexpr int64_t kSquareReach = 18;  // the same of those that make squares
 
 SampleFormat FormatOf(int32_t bits, bool gray) noexcept {
   switch (bits) {
@@ -62,6 +64,15 @@ RotateKernels::Sample SamplerOf(SampleFormat format, uint32_t quality) noexcept 
   if (quality & ROTATE_BILINEAR) return kernels.bilinear[index];
   if (quality & ROTATE_CORRECT) return kernels.corrected[index];
   return kernels.nearest[index];
+}
+
+/// Null: rows one by one.
+RotateSquares::Sample SquareSamplerOf(SampleFormat format, uint32_t quality) noexcept {
+  if (format != SampleFormat::k8) return nullptr;
+  const RotateSquares& kernels = *Kernels().rotateSquares;
+  if (quality & ROTATE_BILINEAR) return kernels.bilinear8;
+  if (quality & ROTATE_CORRECT) return kernels.corrected8;
+  return kernels.nearest8;
 }
 
 // ---- Clipping ------------------------------------------------------------------------------------------------------
@@ -120,7 +131,8 @@ class SamplingRun {
         width_(result.Width),
         height_(result.Height),
         extents_{source.Width, source.Height, {}},
-        sampler_(SamplerOf(FormatOf(bits_, source.Order == T_ORDER_GRAY), sampling.quality)) {
+        sampler_(SamplerOf(FormatOf(bits_, source.Order == T_ORDER_GRAY), sampling.quality)),
+        squares_(SquareSamplerOf(FormatOf(bits_, source.Order == T_ORDER_GRAY), sampling.quality)) {
     std::memcpy(extents_.fill, &sampling.fill, sizeof extents_.fill);
     for (int64_t i = 0; i < kTile; ++i) std::memcpy(filled_ + i * unit_, extents_.fill, static_cast<size_t>(unit_));
     if (!shares_) block_ = BlockOf(source);
@@ -158,8 +170,8 @@ class SamplingRun {
       for (int64_t row = top; row < bottom; ++row) spans[row - top] = SpansOf(row);
       for (int64_t left = 0; left < width_; left += kBlockColumns) {
         const int64_t right = left + kBlockColumns < width_ ? left + kBlockColumns : width_;
-        for (int64_t row = top; row < bottom; ++row)
-          SampleSpan(to_.Row(static_cast<int32_t>(row)) + left * unit_, whole, left, right, row, spans[row - top]);
+        for (int64_t row = top; row < bottom; row += kSquare)
+          SampleBand(whole, left, right, row, row + kSquare < bottom ? row + kSquare : bottom, spans + (row - top));
       }
       for (int64_t row = top; row < bottom; ++row) {
         std::memset(to_.Row(static_cast<int32_t>(row)) + used, 0, result_.BytesPerLine - static_cast<uint64_t>(used));
@@ -262,6 +274,36 @@ class SamplingRun {
     Fill(place(inside.end), right - inside.end);
   }
 
+  /// Rows top..bottom - 1, at most kSquare: squares of pixels that lie deep in the source, and what is beside them.
+  void SampleBand(const Window& window, int64_t left, int64_t right, int64_t top, int64_t bottom,
+                  const RowSpans* spans) noexcept {
+    Interval deep{left, right};
+    if (squares_ && bottom - top == kSquare) {
+      // Columns that are in a convex picture in the first and the last row are in it between them.
+      deep = ClipToSource(ClipToSource(deep, extents_, PathAt(0, top), kSquareReach), extents_, PathAt(0, bottom - 1),
+                          kSquareReach);
+      deep.end -= (deep.end - deep.first) % kSquare;
+    } else {
+      deep.end = deep.first;
+    }
+    uint8_t* const first = to_.Row(static_cast<int32_t>(top));
+    if (deep.first < deep.end) {
+      uint8_t* const second = to_.Row(static_cast<int32_t>(top + 1));
+      squares_(first + deep.first * unit_, second - first, AddressOf(window, 0, 0), window.stride,
+               PathAt(deep.first, top), deep.end - deep.first);
+    }
+    for (int64_t row = top; row < bottom; ++row) {
+      uint8_t* const line = to_.Row(static_cast<int32_t>(row));
+      const RowSpans& at = spans[row - top];
+      if (deep.first >= deep.end) {
+        SampleSpan(line + left * unit_, window, left, right, row, at);
+        continue;
+      }
+      SampleSpan(line + left * unit_, window, left, deep.first, row, at);
+      SampleSpan(line + deep.end * unit_, window, deep.end, right, row, at);
+    }
+  }
+
   /// Source pixels that a tile of the result needs, one byte or more each.
   Status ReadBox(int64_t left, int64_t top, int64_t right, int64_t bottom, Window& window) noexcept {
     const SamplePath corners[] = {PathAt(left, top), PathAt(right - 1, top), PathAt(left, bottom - 1),
@@ -339,6 +381,7 @@ class SamplingRun {
   int64_t height_;
   Source extents_;
   RotateKernels::Sample sampler_;
+  RotateSquares::Sample squares_;
   const uint8_t* block_ = nullptr;
   int64_t windowStride_ = 0;
   TrackedBuffer<uint8_t> window_;

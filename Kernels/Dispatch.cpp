@@ -38,6 +38,8 @@ void ShiftLowBits_Avx2(uint8_t* target, uint32_t targetBit, const uint8_t* sourc
 
 namespace {
 
+constexpr RotateSquares kNoRotateSquares{};
+
 constexpr KernelTable MakeTable(Isa limit) noexcept {
   KernelTable table{.compressRuns = CompressRuns_Portable,
                     .expandRuns = ExpandRuns_Portable,
@@ -54,6 +56,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
                     .turn = &kTurnPortable,
                     .scale = &kScalePortable,
                     .rotate = &kRotatePortable,
+                    .rotateSquares = &kNoRotateSquares,
                     .combine = &kCombinePortable};
   if (limit >= Isa::kAvx2) {
     table.compressRuns = CompressRuns_Avx2;  // expanding goes run by run: wider registers do not help it
@@ -78,6 +81,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.pixels = &kPixelsAvx512;
     table.turn = &kTurnAvx512;
     table.scale = &kScaleAvx512;
+    table.rotateSquares = &kRotateSquaresAvx512;
   }
   return table;
 }

@@ -83,6 +83,7 @@ struct KernelTable {
   const TurnKernels* turn;
   const ScaleKernels* scale;
   const RotateKernels* rotate;
+  const RotateSquares* rotateSquares;
   const CombineKernels* combine;
 };
 

@@ -44,7 +44,16 @@ struct RotateKernels {
   Sample bilinear[kSampleFormats];
 };
 
+/// The same in bands of eight rows, `columns` a multiple of 8: row i begins at (x - i * stepY, y + i * stepX), as in a
+/// turned picture. Everything within 18 pixels of a sampled position is readable. Null where rows do as well.
+struct RotateSquares {
+  using Sample = void (*)(uint8_t* target, int64_t targetStride, const uint8_t* origin, int64_t stride,
+                          const SamplePath& path, int64_t columns) noexcept;
+  Sample nearest8, corrected8, bilinear8;
+};
+
 extern const RotateKernels kRotatePortable;
 extern const RotateKernels kRotateAvx2;
+extern const RotateSquares kRotateSquaresAvx512;
 
 }  // namespace tarn

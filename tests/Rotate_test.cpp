@@ -306,7 +306,9 @@ TEST(Rotate, AnyAngleAsStated) {
         SCOPED_TRACE(testing::Message() << format.bits << (format.gray ? " gray, " : " colour, ") << angle << ", flags "
                                         << flags);
         engine::Picture picture;
-        ASSERT_EQ(picture.Make(Kind::kBlock, {41, 30, format.bits}, 77), "");
+        // Of 8 bits, large enough for squares away from the edges.
+        const engine::Shape shape = format.bits == 8 ? engine::Shape{101, 110, 8} : engine::Shape{41, 30, format.bits};
+        ASSERT_EQ(picture.Make(Kind::kBlock, shape, 77), "");
         BitmapHandle& b = picture.record;
         b.ViewPerspective = 1;
         if (format.bits == 8) T_CreateBitmapGrayPalette(&b);
@@ -316,6 +318,39 @@ TEST(Rotate, AnyAngleAsStated) {
         const Grid wanted = RotatedSlowly(GridOf(b), angle, flags, fill, format.channels);
         ASSERT_EQ(T_RotateBitmap(&b, angle, flags, format.fill), SUCCESS);
         ASSERT_EQ(GridOf(b), wanted);
+      }
+    }
+  }
+}
+
+TEST(Rotate, SquaresAreRows) {
+  constexpr int64_t kSide = 160, kColumns = 40, kReach = 18;
+  engine::Random random(27);
+  Bytes source(kSide * kSide);
+  for (uint8_t& byte : source) byte = random.Byte();
+  const tarn::RotateKernels& rows = *tarn::KernelsFor(Isa::kPortable).rotate;
+  for (const Isa level : tarn::test::kLevels) {
+    const tarn::RotateSquares& squares = *tarn::KernelsFor(level).rotateSquares;
+    const struct {
+      tarn::RotateSquares::Sample square;
+      tarn::RotateKernels::Sample row;
+    } pairs[] = {{squares.nearest8, rows.nearest[0]},
+                 {squares.corrected8, rows.corrected[0]},
+                 {squares.bilinear8, rows.bilinear[0]}};
+    for (const auto& pair : pairs) {
+      for (int32_t angle = 0; angle < 36000 && pair.square; angle += angle % 4500 == 0 ? 1 : 107) {
+        const int32_t cosine = T_CosValue(angle), sine = T_SinValue(angle);
+        const auto start = [&](int32_t right, int32_t down) {  // the least of the band comes to lie at the edge
+          const int64_t corner = std::min(right, 0) * (kColumns - 1) + std::min(down, 0) * 7;
+          return kReach * 16384 - corner + random.Between(-8191, 8192);
+        };
+        const tarn::SamplePath path{start(cosine, -sine), start(sine, cosine), cosine, sine};
+        Bytes made(8 * kColumns), wanted(8 * kColumns);
+        pair.square(made.data(), kColumns, source.data(), kSide, path, kColumns);
+        for (int64_t i = 0; i < 8; ++i)
+          pair.row(wanted.data() + i * kColumns, source.data(), kSide,
+                   {path.x - i * sine, path.y + i * cosine, cosine, sine}, kColumns);
+        ASSERT_EQ(made, wanted) << angle;
       }
     }
   }
