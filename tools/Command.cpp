@@ -1,9 +1,11 @@
 #include "Command.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <new>
 #include <stdexcept>
+#include <system_error>
 
 #include "Files.h"
 
@@ -28,7 +30,10 @@ int Attempt(Console& console, const std::string& file, const std::function<int()
 }
 
 void FinishOutput() {
-  if (std::fflush(stdout) != 0 || std::ferror(stdout)) throw Failure(Exit::kOutput, "standard output", "cannot write");
+  errno = 0;
+  if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return;
+  throw Failure(Exit::kOutput, kStandardOutput,
+                "cannot write" + (errno != 0 ? ": " + std::generic_category().message(errno) : ""));
 }
 
 // ---- Reading -------------------------------------------------------------------------------------------------------
@@ -78,7 +83,7 @@ Loaded ReadBitmap(Reader& reader, const StorageChoice& storage, const std::strin
   if (storage.kind == StorageKind::kTiled && name.find("tile") == std::string::npos) {
     console.Note(file, "the picture is not larger than a tile");
   }
-  Progress progress(console, file, reader.Steps());
+  Progress progress(console, file, reader.Steps(), "reading");
   reader.ReadInto(*loaded.bitmap, progress);
   loaded.picture = reader.Info();  // the orientation may have come after the rows
   return loaded;
@@ -96,6 +101,10 @@ Loaded Load(const std::string& file, const ReadOptions& options, Console& consol
 
 void FileToFile::AddOptions(Options& options, bool onePage) {
   reading.AddKind(options);
+  options.Choice<std::optional<Format>>(
+      "--format", writing.format,
+      {{"png", Format::kPng}, {"jpeg", Format::kJpeg}, {"tiff", Format::kTiff}, {"bmp", Format::kBmp}}, "FORMAT",
+      "of OUT: png, jpeg, tiff or bmp, else as its extension says");
   options.Choice<TiffCompression>(
       "--compression", writing.compression,
       {{"none", TiffCompression::kNone},
@@ -111,7 +120,7 @@ void FileToFile::AddOptions(Options& options, bool onePage) {
 
 void FileToFile::Check() const {
   reading.Check();
-  const Format format = FormatOf(output);
+  const Format format = FormatOf(output, writing);
   if (quality != 0 && format != Format::kJpeg) throw Failure(Exit::kUsage, "", "--quality goes with JPEG output");
   if (writing.compression != TiffCompression::kDefault && format != Format::kTiff) {
     throw Failure(Exit::kUsage, "", "--compression goes with TIFF output");
@@ -163,10 +172,10 @@ std::string NameOfPage(const std::string& file, const Reader& reader) {
 }
 
 void PictureCommand::AddOptions(Options& options) {
-  options.Argument("in", way_.input, "IN",
-                   TakesAllPages() ? "PNG, JPEG, TIFF or BMP file; of several pages all"
-                                   : "PNG, JPEG, TIFF or BMP file, recognised by its content");
-  options.Argument("out", way_.output, "OUT", "file to write; .png, .jpg, .tif or .bmp");
+  options.Argument(
+      "in", way_.input, "IN",
+      TakesAllPages() ? "PNG, JPEG, TIFF or BMP file, of several pages all; - is standard input" : kInputHelp);
+  options.Argument("out", way_.output, "OUT", kOutputHelp);
   AddOwnOptions(options);
   way_.AddOptions(options);
 }
@@ -201,7 +210,8 @@ void PictureCommand::ApplyToAll(FileToFile::Bitmaps& bitmaps, Console& console) 
 
 // ---- Progress ------------------------------------------------------------------------------------------------------
 
-LibraryProgress::LibraryProgress(const Console& console, std::string_view label) : progress_(console, label, 100) {
+LibraryProgress::LibraryProgress(const Console& console, std::string_view file, std::string_view operation)
+    : progress_(console, file, 100, operation) {
   T_SetStatusCallBack(Step, this, &status_, &statusData_);
   T_SetCopyStatusCallBack(Step, this, &copyStatus_, &copyStatusData_);
 }

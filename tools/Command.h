@@ -35,6 +35,10 @@ int Attempt(Console& console, const std::string& file, const std::function<int()
 /// Flushes what a command has printed; throws Failure when it could not be written.
 void FinishOutput();
 
+/// Arguments that most commands have.
+constexpr char kInputHelp[] = "PNG, JPEG, TIFF or BMP file, recognised by its content; - is standard input";
+constexpr char kOutputHelp[] = "file to write, .png, .jpg, .tif or .bmp; - is standard output, of the --format told";
+
 // ---- Reading -------------------------------------------------------------------------------------------------------
 
 /// The options of every command that reads a picture.
@@ -130,7 +134,8 @@ class PictureCommand : public Command {
 /// Shows the progress of the library's own operations while it lives.
 class LibraryProgress {
  public:
-  LibraryProgress(const Console& console, std::string_view label);
+  /// @param operation in a word or two: "resizing"
+  LibraryProgress(const Console& console, std::string_view file, std::string_view operation);
   ~LibraryProgress();
   LibraryProgress(const LibraryProgress&) = delete;
   LibraryProgress& operator=(const LibraryProgress&) = delete;

@@ -95,7 +95,7 @@ class AlphaCommand final : public PictureCommand {
 
   void Convert(std::unique_ptr<Bitmap>& bitmap, Console& console) const {
     if (LayoutOf(bitmap->Handle()) == target_) return;
-    Progress progress(console, Input() + ", converting", static_cast<uint64_t>(bitmap->Handle().Height));
+    Progress progress(console, Input(), static_cast<uint64_t>(bitmap->Handle().Height), "converting");
     bitmap = Converted(*bitmap, target_, Storage(target_.bits), Input(), progress);
   }
 
@@ -133,7 +133,7 @@ class AlphaCommand final : public PictureCommand {
       };
       throw Failure(Exit::kUsage, mask_, "is " + text(seen(alpha)) + ", the picture " + text(seen(target)));
     }
-    const LibraryProgress progress(console, Input() + ", setting its opacity");
+    const LibraryProgress progress(console, Input(), "setting its opacity");
     Require(T_SetBitmapAlpha(&target, &alpha), "setting its opacity");
   }
 

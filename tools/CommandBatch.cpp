@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <system_error>
 #include <thread>
@@ -87,6 +88,7 @@ class BatchCommand final : public Command {
   Clock::time_point begun_;
   BatchBars bars_;
   bool showsBars_ = false;
+  std::optional<Progress> written_;  // of all pictures, as lines
   size_t done_ = 0;
   uint64_t readBytes_ = 0, writtenBytes_ = 0, throughBytes_ = 0;
   std::vector<BatchResult> failed_;
@@ -94,7 +96,8 @@ class BatchCommand final : public Command {
 
 /// All that an output depends on but its input and its name.
 std::vector<std::string> BatchCommand::CommandWords() const {
-  std::vector<std::string> words = {std::to_string(static_cast<int>(way_.writing.compression)),
+  const int format = way_.writing.format ? static_cast<int>(*way_.writing.format) : -1;  // as the name says
+  std::vector<std::string> words = {std::to_string(format), std::to_string(static_cast<int>(way_.writing.compression)),
                                     std::to_string(way_.quality), std::to_string(way_.reading.page)};
   words.insert(words.end(), words_.begin(), words_.end());
   return words;
@@ -158,6 +161,7 @@ int BatchCommand::Run(Console& console) {
   int signal = 0;
   if (!items_.empty()) {
     showsBars_ = console.ShowsProgress();
+    if (console.WritesProgress()) written_.emplace(console, folder_, items_.size(), "batch");
     const BatchWork work = [&](uint32_t item, Console& own, const auto& made) { Work(items_[item], own, made); };
     BatchCrew crew(static_cast<uint32_t>(items_.size()), jobs_, work, console);
     BatchCrew::Listener listener;
@@ -191,6 +195,7 @@ void BatchCommand::Work(const BatchItem& item, Console& console,
 void BatchCommand::Hear(const BatchResult& result, BatchCrew& crew, BatchJournal& journal, Console& console) {
   const BatchItem& item = items_[result.item];
   throughBytes_ += item.inputBytes;
+  if (written_) written_->Step();
   if (!result.printed.empty() || result.code != 0) bars_.Clear();
   if (!result.printed.empty()) {
     std::printf("%s: %s%s", Printable(item.input).c_str(), result.printed.c_str(),

@@ -133,7 +133,7 @@ void ColorsCommand::ApplyToList(FileToFile::Bitmaps& bitmaps) const {
 
 void ColorsCommand::ApplyToAll(FileToFile::Bitmaps& bitmaps, Console& console) {
   {
-    const LibraryProgress progress(console, way_.input + ", choosing colours");
+    const LibraryProgress progress(console, way_.input, "choosing colours");
     if (bitmaps.size() > 1) {
       ApplyToList(bitmaps);
     } else {
@@ -147,7 +147,7 @@ void ColorsCommand::ApplyToAll(FileToFile::Bitmaps& bitmaps, Console& console) {
   console.Note(way_.input, "is brought to " + NameOf(layout));
   if (way_.reading.storage.kind != StorageKind::kCompressed || layout.bits != 1) return;
   for (std::unique_ptr<Bitmap>& bitmap : bitmaps) {
-    Progress progress(console, way_.input + ", compressing", static_cast<uint64_t>(bitmap->Handle().Height));
+    Progress progress(console, way_.input, static_cast<uint64_t>(bitmap->Handle().Height), "compressing");
     bitmap = Converted(*bitmap, layout, way_.reading.storage, way_.input, progress);
   }
 }
@@ -160,7 +160,7 @@ class CountColorsCommand final : public Command {
   const char* Help() const override { return "tell how many colours occur in a picture"; }
 
   void AddOptions(Options& options) override {
-    options.Argument("file", file_, "FILE", "PNG, JPEG, TIFF or BMP file");
+    options.Argument("file", file_, "FILE", kInputHelp);
     reading_.AddKind(options);
     reading_.AddPage(options);
     reading_.AddLimits(options);

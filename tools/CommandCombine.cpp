@@ -59,7 +59,7 @@ class CombineCommand final : public PictureCommand {
     if (invertSecond_) flags |= T_COMBINE_INVERT_SOURCE;
     if (invertFirst_) flags |= T_COMBINE_INVERT_DESTINATION;
     if (invertResult_) flags |= T_COMBINE_INVERT_RESULT;
-    const LibraryProgress progress(console, Input() + ", combining");
+    const LibraryProgress progress(console, Input(), "combining");
     Require(T_CombineBitmapKrn(&target, Near(to.left), Near(to.top), &source, Near(from.left), Near(from.top),
                                Near(to.width), Near(to.height), flags),
             "combining");

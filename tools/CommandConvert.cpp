@@ -100,7 +100,7 @@ Shape ConvertCommand::Plan(const Shape& before) {
 void ConvertCommand::Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) {
   const Layout source = LayoutOf(bitmap->Handle());
   if (source == target_) return;
-  Progress progress(console, Input() + ", converting", static_cast<uint64_t>(bitmap->Handle().Height));
+  Progress progress(console, Input(), static_cast<uint64_t>(bitmap->Handle().Height), "converting");
   bitmap = Converted(*bitmap, target_, Storage(target_.bits), Input(), progress);
   console.Note(Input(), NameOf(source) + " is converted to " + NameOf(target_) + ", " + SamplesOf(target_));
 }

@@ -36,7 +36,7 @@ class CropCommand final : public PictureCommand {
     if (left >= source.Width || top >= source.Height || area.left + width <= 0 || area.top + height <= 0) {
       console.Note(Input(), "the rectangle lies beside the picture");
     }
-    const LibraryProgress progress(console, Input() + ", cropping");
+    const LibraryProgress progress(console, Input(), "cropping");
     bitmap = std::make_unique<Bitmap>(
         [&](BitmapHandle* made, uint32_t memoryType) {
           return T_CopyBitmapRect2(made, &source, sizeof *made, left, top, width, height, memoryType);

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "Command.h"
+#include "Files.h"
 #include "Rotation.h"
 #include "Skew.h"
 
@@ -16,8 +17,8 @@ class DeskewCommand final : public PictureCommand {
   const char* Help() const override { return "make the lines of a scanned page level, and tell how they were"; }
 
   void AddOptions(Options& options) override {
-    options.Argument("in", way_.input, "IN", "PNG, JPEG, TIFF or BMP file, recognised by its content");
-    options.OptionalArgument("out", way_.output, "OUT", "file to write; .png, .jpg, .tif or .bmp");
+    options.Argument("in", way_.input, "IN", kInputHelp);
+    options.OptionalArgument("out", way_.output, "OUT", kOutputHelp);
     AddOwnOptions(options);
     way_.AddOptions(options);
   }
@@ -48,7 +49,9 @@ class DeskewCommand final : public PictureCommand {
   void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) override {
     MakeUpright(bitmap->Handle(), Input());
     const int32_t angle = SkewOf(*bitmap, Input());
-    std::printf("%s%d.%02d\n", angle < 0 ? "-" : "", std::abs(angle) / 100, std::abs(angle) % 100);
+    // The angle goes where the picture does not.
+    std::fprintf(way_.output == kStandardStream ? stderr : stdout, "%s%d.%02d\n", angle < 0 ? "-" : "",
+                 std::abs(angle) / 100, std::abs(angle) % 100);
     FinishOutput();
     if (angle != 0 && !angleOnly_) rotation_.Apply(*bitmap, -angle, Input(), console);
   }

@@ -76,7 +76,7 @@ class DiffCommand final : public Command {
   const char* Help() const override { return "tell how far two pictures are apart"; }
 
   void AddOptions(Options& options) override {
-    options.Argument("a", first_, "A", "PNG, JPEG, TIFF or BMP file");
+    options.Argument("a", first_, "A", kInputHelp);
     options.Argument("b", second_, "B", "another one of the same size");
     options.Number("--max-error", tolerance_, 0, 65535, "differences of up to N steps of a sample count as none");
     options.Number("--page2", secondPage_, 1, 65535, "page of B");
@@ -123,7 +123,7 @@ class DiffCommand final : public Command {
     RowConverter fromA(layoutA, common, width), fromB(layoutB, common, width);
     Comparison comparison;
     {
-      Progress progress(console, first_ + ", comparing", static_cast<uint64_t>(height));
+      Progress progress(console, first_, static_cast<uint64_t>(height), "comparing");
       for (int32_t row = 0; row < height; ++row) {
         a.GetRow(row, fromA.Line());
         b.GetRow(row, fromB.Line());

@@ -54,7 +54,7 @@ class FillCommand final : public PictureCommand {
     ParseColourValue(colour_, colour);
     Require(T_FillBitmap(&patch.Handle(), colour), "filling");
     if (LayoutOf(target).Opacity()) MakeOpaque(patch);
-    const LibraryProgress progress(console, Input() + ", filling");
+    const LibraryProgress progress(console, Input(), "filling");
     Require(T_CombineBitmapKrn(&target, left, top, &patch.Handle(), 0, 0, width, height, T_COMBINE_COPY), "filling");
   }
 

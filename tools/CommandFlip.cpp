@@ -14,7 +14,7 @@ class FlipCommand final : public PictureCommand {
 
  protected:
   void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) override {
-    const LibraryProgress progress(console, Input() + ", flipping");
+    const LibraryProgress progress(console, Input(), "flipping");
     Require(T_FlipBitmap(&bitmap->Handle()), "flipping it");
   }
 };

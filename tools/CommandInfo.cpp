@@ -42,7 +42,7 @@ class InfoCommand final : public Command {
   const char* Help() const override { return "tell what files hold, and what they become in memory"; }
 
   void AddOptions(Options& options) override {
-    options.Arguments("files", files_, "FILE", "PNG, JPEG, TIFF or BMP files");
+    options.Arguments("files", files_, "FILE", "PNG, JPEG, TIFF or BMP files; - is standard input");
     reading_.AddPage(options);
     reading_.AddLimits(options);
   }
@@ -54,7 +54,8 @@ class InfoCommand final : public Command {
     for (const std::string& file : files_) {
       const int ended = Attempt(console, file, [&] {
         const std::string report = Describe(file, reading_, console);
-        std::printf("%s%s\n%s", first ? "" : "\n", file.c_str(), report.c_str());
+        std::printf("%s%s\n%s", first ? "" : "\n", file == kStandardStream ? kStandardInput : file.c_str(),
+                    report.c_str());
         first = false;
         return static_cast<int>(Exit::kOk);
       });

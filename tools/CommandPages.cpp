@@ -90,11 +90,12 @@ class PagesCommand final : public Command {
 void PagesCommand::AddOptions(Options& options) {
   const auto action = [&](const char* name, Action chosen, const char* help) {
     Options own = options.Action(name, help, [this, chosen] { action_ = chosen; });
-    own.Argument("file", way_.input, "FILE", "TIFF file; others have one page");
+    own.Argument("file", way_.input, "FILE", "TIFF file, others have one page; - is standard input");
     return own;
   };
   const auto writes = [&](Options& own) {
-    own.Argument("out", way_.output, "OUT", "file to write; .tif for several pages");
+    own.Argument("out", way_.output, "OUT",
+                 "file to write, .tif for several pages; - is standard output, of the --format told");
     way_.AddOptions(own, false);
   };
   constexpr char kRangeHelp[] = "page, counted from 1, or several: 2-4, or 2- to the last";
@@ -104,7 +105,7 @@ void PagesCommand::AddOptions(Options& options) {
   writes(extract);
   Options insert = action("insert", Action::kInsert, "put all pages of another file in");
   insert.Argument("before", position_, "N", "page in front of which they come, or 'end'");
-  insert.Argument("in", inserted_, "IN", "PNG, JPEG, TIFF or BMP file");
+  insert.Argument("in", inserted_, "IN", kInputHelp);
   writes(insert);
   Options remove = action("remove", Action::kRemove, "leave pages out");
   remove.Argument("pages", range_, "N", kRangeHelp);

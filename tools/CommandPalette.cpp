@@ -32,11 +32,13 @@ class PaletteCommand final : public Command {
   const char* Help() const override { return "list the colours of a picture with a palette"; }
 
   void AddOptions(Options& options) override {
-    options.Argument("file", file_, "FILE", "PNG, JPEG, TIFF or BMP file of up to 8 bits a pixel");
+    options.Argument("file", file_, "FILE", "PNG, JPEG, TIFF or BMP file of up to 8 bits a pixel; - is standard input");
     options.Text("--swatch", swatch_, "OUT", "also write a picture of the colours; .png, .jpg, .tif or .bmp");
     reading_.AddPage(options);
   }
   void CheckOptions() const override {
+    if (swatch_ == kStandardStream)
+      throw Failure(Exit::kUsage, "", "--swatch needs a file; the list takes standard output");
     if (!swatch_.empty()) FormatOf(swatch_);
   }
   std::string Subject() const override { return file_; }
@@ -78,7 +80,7 @@ class PaletteCommand final : public Command {
       indices.Convert(swatch_);
       bitmap.PutRow(row, indices.Line());
     }
-    Progress progress(console, swatch_, static_cast<uint64_t>(cells.height));
+    Progress progress(console, swatch_, static_cast<uint64_t>(cells.height), "writing");
     WritePicture(format, {}, cells, bitmap, output, console, progress);
     output.Commit();
   }

@@ -15,9 +15,10 @@ class PixelCommand final : public Command {
   const char* Help() const override { return "tell the colour of a pixel, or give it another one"; }
 
   void AddOptions(Options& options) override {
-    options.Argument("file", way_.input, "FILE", "PNG, JPEG, TIFF or BMP file");
+    options.Argument("file", way_.input, "FILE", kInputHelp);
     options.Argument("place", place_, "X,Y", "column and row, counted from 0 at the upper left as the picture is seen");
-    options.OptionalArgument("out", way_.output, "OUT", "with --set: file to write; .png, .jpg, .tif or .bmp");
+    options.OptionalArgument("out", way_.output, "OUT",
+                             "with --set: file to write, .png, .jpg, .tif or .bmp; - is standard output");
     options.Text("--set", colour_, "COLOUR", "the new colour: #rrggbb, or gray:N of 0 to 65535");
     way_.AddOptions(options);
   }

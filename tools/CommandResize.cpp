@@ -48,7 +48,7 @@ class ResizeCommand final : public PictureCommand {
     BitmapHandle& handle = bitmap->Handle();
     int32_t width = 0, height = 0;
     SizesOf(handle.Width, handle.Height, handle.ViewPerspective, width, height);
-    const LibraryProgress progress(console, Input() + ", resizing");
+    const LibraryProgress progress(console, Input(), "resizing");
     Require(T_SizeBitmap(&handle, width, height, flags_), "resizing it");
     console.Note(Input(), "is resized to " + std::to_string(width) + " x " + std::to_string(height) + " pixels");
   }

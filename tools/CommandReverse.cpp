@@ -14,7 +14,7 @@ class ReverseCommand final : public PictureCommand {
 
  protected:
   void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) override {
-    const LibraryProgress progress(console, Input() + ", mirroring");
+    const LibraryProgress progress(console, Input(), "mirroring");
     Require(T_ReverseBitmap(&bitmap->Handle()), "mirroring it");
   }
 };

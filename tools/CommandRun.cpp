@@ -13,7 +13,7 @@ class RunCommand final : public Command {
   std::string Subject() const override { return way_.input; }
 
   void AddOptions(Options& options) override {
-    options.Argument("in", way_.input, "IN", "PNG, JPEG, TIFF or BMP file, recognised by its content");
+    options.Argument("in", way_.input, "IN", kInputHelp);
     options.Tail(
         words_,
         "-- COMMAND [ARGUMENT...] -- COMMAND [ARGUMENT...] ... OUT\n  The commands that write a picture, in "

@@ -47,7 +47,7 @@ class ScrambleCommand final : public PictureCommand {
     }
     uint32_t key = 0;
     ParseKey(key_, key);
-    const LibraryProgress progress(console, Input() + (restore_ ? ", restoring" : ", scrambling"));
+    const LibraryProgress progress(console, Input(), restore_ ? "restoring" : "scrambling");
     Require(T_ScrambleBitmap(&target, static_cast<int32_t>(area.left), static_cast<int32_t>(area.top),
                              static_cast<int32_t>(area.width), static_cast<int32_t>(area.height), key,
                              restore_ ? T_SCRAMBLE_RESTORE : T_SCRAMBLE_SCRAMBLE),

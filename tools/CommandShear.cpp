@@ -36,7 +36,7 @@ class ShearCommand final : public PictureCommand {
 
  protected:
   void Apply(std::unique_ptr<Bitmap>& bitmap, Console& console) override {
-    const LibraryProgress progress(console, Input() + ", slanting");
+    const LibraryProgress progress(console, Input(), "slanting");
     // Rows lean where they are stored: upright, that is where they are seen.
     MakeUpright(bitmap->Handle(), Input());
     Require(T_ShearBitmap(&bitmap->Handle(), angle_, vertical_ ? 0 : 1, fill_.Value()), "slanting it");

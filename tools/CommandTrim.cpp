@@ -102,7 +102,7 @@ class TrimCommand final : public PictureCommand {
       return;
     }
     const auto at = [](int64_t value) { return static_cast<int32_t>(value); };
-    const LibraryProgress progress(console, Input() + ", trimming");
+    const LibraryProgress progress(console, Input(), "trimming");
     Require(T_TrimBitmap(&bitmap->Handle(), at(inside.left), at(inside.top), at(inside.width), at(inside.height)),
             "trimming it");
     console.Note(Input(),

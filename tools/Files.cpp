@@ -1,6 +1,7 @@
 #include "Files.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,7 +17,9 @@
 #include <filesystem>
 #include <system_error>
 
+#include "Console.h"
 #include "Failure.h"
+#include "tarn/tarn.h"
 
 namespace tarn::tool {
 namespace {
@@ -44,6 +47,8 @@ extern "C" void EndBySignal(int signal) {
     const int place = entry.place.load(std::memory_order_acquire);
     if (place > 0) unlinkat(place - 1, entry.name, 0);
   }
+  constexpr char kWipe[] = "\r\033[K";
+  if (barDrawn && write(STDERR_FILENO, kWipe, sizeof kWipe - 1) < 0) barDrawn = 0;  // nothing else can be done
   std::signal(signal, SIG_DFL);
   std::raise(signal);
 }
@@ -111,13 +116,97 @@ void InstallSignalCleanup() noexcept {
     sigaction(signal, &action, nullptr);
   }
   std::signal(SIGXFSZ, SIG_IGN);
+  std::signal(SIGPIPE, SIG_IGN);
+  // Read only: what is written there fails, as it would without.
+  for (int file = open("/dev/null", O_RDONLY); file >= 0; file = open("/dev/null", O_RDONLY)) {
+    if (file <= STDERR_FILENO) continue;
+    close(file);
+    break;
+  }
 }
+
+// ---- Standard streams ----------------------------------------------------------------------------------------------
+
+namespace {
+
+/// A file without a name, in the library's temporary directory. Throws Failure (Exit::kOutput).
+int TemporaryFile(const std::string& user) {
+  char directory[PATH_MAX] = {};
+  if (T_GetTempDirectoryA(directory, sizeof directory) != SUCCESS || !directory[0]) std::strcpy(directory, "/tmp");
+  int file = openat(AT_FDCWD, directory, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  if (file < 0 && (errno == EOPNOTSUPP || errno == EISDIR || errno == ENOENT || errno == EINVAL)) {
+    const std::string name = std::string(directory) + "/" + UnguessableName();
+    const SignalsBlocked blocked;
+    file = openat(AT_FDCWD, name.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600);
+    const int error = errno;
+    if (file >= 0) unlink(name.c_str());
+    errno = error;
+  }
+  if (file >= 0) return file;
+  throw Failure(Exit::kOutput, user,
+                "cannot make a temporary file in " + std::string(directory) + ": " + ErrorText(errno));
+}
+
+/// False when the bytes could not be written; errno tells why. Waits where the stream would not.
+bool WriteAll(int file, const unsigned char* bytes, size_t count) noexcept {
+  while (count > 0) {
+    const ssize_t written = write(file, bytes, count);
+    if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      pollfd ready{file, POLLOUT, 0};
+      poll(&ready, 1, -1);
+      continue;
+    }
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    bytes += written;
+    count -= static_cast<size_t>(written);
+  }
+  return true;
+}
+
+/// All that standard input has, as a file that can be read anywhere. Throws Failure.
+int SpooledInput() {
+  static std::atomic<bool> taken{false};
+  if (taken.exchange(true)) throw Failure(Exit::kUsage, "", "standard input can be one picture only");
+  if (isatty(STDIN_FILENO) == 1)
+    throw Failure(Exit::kUsage, "", "standard input is a terminal; pipe a picture into it");
+  struct stat status {};
+  if (fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode) && lseek(STDIN_FILENO, 0, SEEK_CUR) == 0) {
+    const int file = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (file >= 0) return file;
+  }
+  const auto buffer = std::make_unique<unsigned char[]>(kBufferBytes);
+  const int spool = TemporaryFile(kStandardInput);
+  for (;;) {
+    const ssize_t got = read(STDIN_FILENO, buffer.get(), kBufferBytes);
+    if (got == 0) return spool;
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      pollfd ready{STDIN_FILENO, POLLIN, 0};
+      poll(&ready, 1, -1);
+      continue;
+    }
+    const bool failed = got < 0;
+    if (!failed && WriteAll(spool, buffer.get(), static_cast<size_t>(got))) continue;
+    const int error = errno;
+    close(spool);
+    throw failed ? Failure(Exit::kInput, kStandardInput, "cannot read: " + ErrorText(error))
+                 : Failure(Exit::kOutput, kStandardInput, "cannot keep it in a temporary file: " + ErrorText(error));
+  }
+}
+
+}  // namespace
 
 // ---- Input ---------------------------------------------------------------------------------------------------------
 
 InputFile::InputFile(std::string name) : name_(std::move(name)), buffer_(new unsigned char[kBufferBytes]) {
-  // Non-blocking, so that a pipe without a writer is refused instead of waited for.
-  file_ = open(name_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (name_ == kStandardStream) {
+    name_ = kStandardInput;
+    file_ = SpooledInput();
+  } else {
+    // Non-blocking, so that a pipe without a writer is refused instead of waited for.
+    file_ = open(name_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  }
   if (file_ < 0) throw Failure(Exit::kInput, name_, "cannot open: " + ErrorText(errno));
   struct stat status {};
   std::string reason;
@@ -179,6 +268,15 @@ void InputFile::ThrowIfFailed() const {
 // ---- Output --------------------------------------------------------------------------------------------------------
 
 OutputFile::OutputFile(std::string name) : name_(std::move(name)), buffer_(new unsigned char[kBufferBytes]) {
+  if (name_ == kStandardStream) {
+    name_ = kStandardOutput;
+    standard_ = true;
+    if (isatty(STDOUT_FILENO) == 1) {
+      throw Failure(Exit::kUsage, "", "standard output is a terminal; send the picture into a file or a pipe");
+    }
+    file_ = TemporaryFile(name_);
+    return;
+  }
   std::filesystem::path target = name_;
   std::error_code ignored;
   // A link is written through, as other programs do, not replaced by a file.
@@ -315,8 +413,19 @@ bool OutputFile::LinkAs(const std::string& entry) noexcept {
   return linkat(AT_FDCWD, self, directory_, entry.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
+void OutputFile::CopyToStandardOutput() {
+  std::fflush(stdout);
+  for (position_ = 0; position_ < size_;) {
+    const size_t count = Read(buffer_.get(), static_cast<size_t>(std::min<uint64_t>(kBufferBytes, size_ - position_)));
+    ThrowIfFailed();
+    if (count == 0) Fail("cannot read its temporary file", EIO);
+    if (!WriteAll(STDOUT_FILENO, buffer_.get(), count)) Fail("cannot write", errno);
+  }
+}
+
 void OutputFile::Commit() {
   Complete();
+  if (standard_) return CopyToStandardOutput();
   Sync();
   TakeName();
   fsync(directory_);  // as far as the file system goes; the file itself is on the medium

@@ -9,9 +9,15 @@
 
 namespace tarn::tool {
 
+/// Names the process's own streams on the command line: standard input where a picture is read, else standard output.
+constexpr char kStandardStream[] = "-";
+constexpr char kStandardInput[] = "standard input";
+constexpr char kStandardOutput[] = "standard output";
+
 class InputFile {
  public:
-  /// Opens a regular file; throws Failure.
+  /// Opens a regular file, or standard input, once; throws Failure. What cannot be read twice, a pipe, is first read
+  /// into a temporary file: codecs go back and forth.
   explicit InputFile(std::string name);
   ~InputFile();
   InputFile(const InputFile&) = delete;
@@ -40,9 +46,10 @@ class InputFile {
   std::unique_ptr<unsigned char[]> buffer_;
 };
 
-/// A file that comes into being whole or not at all. It is written without a name (or, where the file system cannot do
-/// that, under an unguessable one in the target's directory) and takes its name in Commit. Destroyed before that, by an
-/// exception or a signal, it leaves nothing behind and an existing target as it was.
+/// A file that comes into being whole or not at all; standard output gets nothing before all of it is there. It is
+/// written without a name (or, where the file system cannot do that, under an unguessable one in the target's
+/// directory) and takes its name in Commit. Destroyed before that, by an exception or a signal, it leaves nothing
+/// behind and an existing target as it was.
 class OutputFile {
  public:
   /// Files with temporary names that a signal can clear away at a time.
@@ -79,6 +86,7 @@ class OutputFile {
  private:
   bool Flush() noexcept;
   void CreateNamed();
+  void CopyToStandardOutput();
   bool LinkAs(const std::string& entry) noexcept;
   bool Close() noexcept;
   [[noreturn]] void Fail(const char* doing, int error) const;
@@ -89,7 +97,8 @@ class OutputFile {
   int pending_ = -1;       // its entry in the list for signals, where it has one
   int directory_ = -1;
   int file_ = -1;
-  int error_ = 0;  // errno of the first failed write
+  int error_ = 0;          // errno of the first failed write
+  bool standard_ = false;  // standard output; the file is a temporary one
   bool replaces_ = false;
   uint64_t size_ = 0;
   uint64_t position_ = 0;
@@ -99,7 +108,8 @@ class OutputFile {
 };
 
 /// Ends the process on SIGINT, SIGTERM and SIGHUP with no temporary output left; a file that would exceed the file size
-/// limit becomes a write error instead of a signal.
+/// limit, or a pipe that nobody reads any more, becomes a write error instead of a signal. Standard streams that the
+/// caller has closed are taken, so that no file gets their numbers.
 void InstallSignalCleanup() noexcept;
 
 }  // namespace tarn::tool

@@ -97,7 +97,9 @@ std::unique_ptr<Reader> OpenPicture(InputFile& file, Console& console, int page,
   throw Failure(Exit::kDamaged, file.Name(), "is not a PNG, JPEG, TIFF or BMP file");
 }
 
-Format FormatOf(const std::string& name) {
+Format FormatOf(const std::string& name, const WriteOptions& options) {
+  if (options.format) return *options.format;
+  if (name == kStandardStream) throw Failure(Exit::kUsage, "", "standard output needs --format png, jpeg, tiff or bmp");
   const size_t dot = name.find_last_of("./");
   std::string extension = dot == std::string::npos || name[dot] == '/' ? "" : name.substr(dot + 1);
   for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -105,7 +107,8 @@ Format FormatOf(const std::string& name) {
   if (extension == "jpg" || extension == "jpeg") return Format::kJpeg;
   if (extension == "tif" || extension == "tiff") return Format::kTiff;
   if (extension == "bmp") return Format::kBmp;
-  throw Failure(Exit::kUsage, name, "the extension names no format that can be written; use .png, .jpg, .tif or .bmp");
+  throw Failure(Exit::kUsage, name,
+                "the extension names no format that can be written; use .png, .jpg, .tif or .bmp, or say --format");
 }
 
 void RequireHolds(Format format, const WriteOptions& options, const Picture& picture, const std::string& name) {

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -142,6 +143,7 @@ class Reader {
 enum class Format { kPng, kJpeg, kTiff, kBmp };
 
 struct WriteOptions {
+  std::optional<Format> format;  // else the extension says
   int jpegQuality = 90;
   TiffCompression compression = TiffCompression::kDefault;
 };
@@ -152,8 +154,8 @@ constexpr int kEveryPage = -1;
 /// any number.
 /// @param memory bytes that a decoder may take at a time, where that is more than it may anyway
 std::unique_ptr<Reader> OpenPicture(InputFile& file, Console& console, int page, uint64_t memory = 0);
-/// The format of an output file by its extension; throws Failure.
-Format FormatOf(const std::string& name);
+/// The format of an output file, as the options or its extension say; throws Failure.
+Format FormatOf(const std::string& name, const WriteOptions& options = {});
 /// Throws Failure (Exit::kDepth) when the format cannot hold the picture without loss of depth.
 void RequireHolds(Format format, const WriteOptions& options, const Picture& picture, const std::string& name);
 void WritePicture(Format format, const WriteOptions& options, const Picture& picture, Bitmap& bitmap, OutputFile& file,

@@ -12,8 +12,9 @@ constexpr int kMaxPages = 65535;  // the library behind counts them in 16 bits
 
 PictureFile::PictureFile(std::string name, const WriteOptions& writing, const StorageChoice& storage,
                          bool keepsCompression, Console& console)
-    : name_(std::move(name)),
-      format_(FormatOf(name_)),
+    : target_(std::move(name)),
+      name_(target_ == kStandardStream ? kStandardOutput : target_),
+      format_(FormatOf(target_, writing)),
       writing_(writing),
       storage_(storage),
       keepsCompression_(keepsCompression),
@@ -47,7 +48,7 @@ void PictureFile::Expect(const Picture& read, const Shape& shape) {
 }
 
 void PictureFile::Create() {
-  file_ = std::make_unique<OutputFile>(name_);
+  file_ = std::make_unique<OutputFile>(target_);
   if (pages_ > 1) pageWriter_ = WriteTiffPages(*file_, console_, pixelBytes_, pages_);
 }
 
@@ -56,7 +57,7 @@ void PictureFile::Add(const Picture& read, std::unique_ptr<Bitmap> bitmap) {
   const Layout filed = FileLayout(result);
   if (!(filed == result)) {
     console_.Note(name_, NameOf(result) + " is written as " + NameOf(filed));
-    Progress progress(console_, name_, static_cast<uint64_t>(bitmap->Handle().Height));
+    Progress progress(console_, name_, static_cast<uint64_t>(bitmap->Handle().Height), "converting");
     bitmap = Converted(*bitmap, filed, PassingStorage(storage_, filed.bits), name_, progress);
   }
   Picture written = Described(read, bitmap->Handle().Width, bitmap->Handle().Height, filed);
@@ -64,7 +65,7 @@ void PictureFile::Add(const Picture& read, std::unique_ptr<Bitmap> bitmap) {
     console_.Note(name_, "the colour profile is left out: it is not one of such pixels");
     written.profile.clear();
   }
-  Progress progress(console_, name_, static_cast<uint64_t>(written.height));
+  Progress progress(console_, name_, static_cast<uint64_t>(written.height), "writing");
   const WriteOptions options = OptionsFor(read);
   if (pageWriter_) {
     pageWriter_->Add(written, *bitmap, progress, options.compression);

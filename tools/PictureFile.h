@@ -40,7 +40,8 @@ class PictureFile {
   Picture Described(const Picture& read, int32_t width, int32_t height, const Layout& layout) const;
   WriteOptions OptionsFor(const Picture& read) const;
 
-  std::string name_;
+  std::string target_;
+  std::string name_;  // as the user is told
   Format format_;
   WriteOptions writing_;
   StorageChoice storage_;

@@ -61,7 +61,7 @@ Shape Rotation::After(const Shape& before, int32_t angle) const {
 }
 
 void Rotation::Apply(Bitmap& bitmap, int32_t angle, const std::string& file, Console& console) const {
-  const LibraryProgress progress(console, file + ", rotating");
+  const LibraryProgress progress(console, file, "rotating");
   // The sides that stay are those of the picture as it is seen.
   MakeUpright(bitmap.Handle(), file);
   const int32_t status =

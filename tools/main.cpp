@@ -20,11 +20,18 @@ int Run(int argc, char** argv) {
   CommandLine line("tarn", "Pictures in PNG, JPEG, TIFF and BMP files: what they are, and work on them.");
   line.Version(VersionText());
   bool verbose = false, quiet = false;
+  ProgressKind progress = ProgressKind::kAuto;
   const std::vector<std::unique_ptr<Command>> commands = AllCommands();
   for (const std::unique_ptr<Command>& command : commands) {
     Options options = line.Command(command->Name(), command->Help());
     command->AddOptions(options);
     options.Verbosity(verbose, quiet);
+    options.Choice<ProgressKind>("--progress", progress,
+                                 {{"auto", ProgressKind::kAuto},
+                                  {"bar", ProgressKind::kBar},
+                                  {"json", ProgressKind::kJson},
+                                  {"none", ProgressKind::kNone}},
+                                 "KIND", "auto (a bar on a terminal), bar, json (a line for every percent) or none");
   }
   try {
     if (!line.Read(argc, argv)) return static_cast<int>(Exit::kOk);
@@ -33,7 +40,7 @@ int Run(int argc, char** argv) {
     return static_cast<int>(failure.ExitCode());
   }
 
-  Console console(verbose, quiet);
+  Console console(verbose, quiet, progress);
   InstallSignalCleanup();
   const std::string name = line.Chosen();
   for (const std::unique_ptr<Command>& command : commands) {

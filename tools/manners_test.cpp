@@ -6,7 +6,9 @@
 #include <tiffio.h>
 
 #include <algorithm>
+#include <cctype>
 #include <csignal>
+#include <cstdlib>
 #include <map>
 #include <set>
 #include <sstream>
@@ -213,5 +215,177 @@ TEST_F(Tool, DamageIsReportedWithItsPlace) {
   }
 }
 
+// ---- Pipes ---------------------------------------------------------------------------------------------------------
+
+class ToolPipes : public Tool {
+ protected:
+  /// A line for the shell, in which $tarn is the tool; its streams are those of the line.
+  Ended Shell(const std::string& line) const {
+    const fs::path out = base_ / "log" / "out", err = base_ / "log" / "err";
+    const std::string whole = "cd '" + base_.string() + "'; tarn='" TARN_TOOL "'; { " + line + "; } >'" + out.string() +
+                              "' 2>'" + err.string() + "'";
+    const int status = std::system(whole.c_str());
+    Ended ended;
+    if (WIFEXITED(status)) ended.code = WEXITSTATUS(status);
+    if (WIFSIGNALED(status)) ended.signal = WTERMSIG(status);
+    ended.out = Contents(out);
+    ended.err = Contents(err);
+    return ended;
+  }
+};
+
+TEST_F(ToolPipes, PicturesComeAndGoThroughThem) {
+  const Pixels truth = MakePng(In("a.png"), 90, 70, {PNG_COLOR_TYPE_RGB, 8, false, false});
+  ASSERT_EQ(Run({"convert", In("a.png"), In("a.jpg")}).code, 0);
+  ASSERT_EQ(Run({"convert", In("a.png"), In("a.tif")}).code, 0);
+  ASSERT_EQ(Run({"convert", In("a.png"), In("a.bmp")}).code, 0);
+  for (const std::string format : {"png", "tiff", "bmp"}) {
+    const std::string name = format == "tiff" ? "tif" : format;
+    for (const std::string& way :
+         {"cat in/a." + name + " | $tarn convert - - --format " + format,
+          "$tarn convert - - --format " + format + " <in/a." + name,
+          // A slow writer, and a file that is not at its beginning.
+          "{ head -c 9; sleep 0.1; cat; } <in/a." + name + " | $tarn convert - - --format " + format,
+          "{ printf xx; cat in/a." + name +
+              "; } >in/x; { head -c 2 >/dev/null; $tarn convert - - "
+              "--format " +
+              format + "; } <in/x"}) {
+      const Ended ended = Shell(way + " >out/a");
+      EXPECT_EQ(ended.code, 0) << way << '\n' << ended;
+      EXPECT_EQ(ended.err, "");
+      EXPECT_EQ(Contents(Out("a")), Contents(In("a." + name))) << way;
+    }
+  }
+  const Ended chain = Shell(
+      "cat in/a.jpg | $tarn flip - - --format tiff | $tarn reverse - - --format png | "
+      "$tarn run - -- rotate 180 - --format png >out/a.png");
+  EXPECT_EQ(chain.code, 1) << "options of the chain come before it: " << chain;
+  const Ended good = Shell(
+      "cat in/a.png | $tarn flip - - --format tiff | $tarn reverse - - --format png | "
+      "$tarn run - --format png -- rotate 180 - >out/a.png");
+  EXPECT_EQ(good.code, 0) << good;
+  EXPECT_TRUE(DecodePng(Out("a.png")) == truth);
+  EXPECT_EQ(Shell("cat in/a.png | $tarn diff in/a.tif -").code, 0);
+  const Ended info = Shell("cat in/a.png | $tarn info in/a.bmp -");
+  EXPECT_NE(info.out.find("\nstandard input\n  format      PNG"), std::string::npos) << info.out;
+  // Results keep away from a picture.
+  const Ended angle = Shell("$tarn deskew in/a.png - --format png >out/b.png");
+  EXPECT_EQ(angle.code, 0);
+  EXPECT_NE(angle.err.find('.'), std::string::npos) << angle;
+  DecodePng(Out("b.png"));
+  // --format says what a file is, too.
+  ASSERT_EQ(Run({"convert", In("a.png"), Out("plain"), "--format", "tiff"}).code, 0);
+  EXPECT_TRUE(DecodeTiff(Out("plain")) == truth);
+}
+
+TEST_F(ToolPipes, WhatGoesWrongWithThemIsToldInOneLine) {
+  MakePng(In("a.png"), 300, 200, {PNG_COLOR_TYPE_RGB, 8, false, false});
+  struct Case {
+    const char* line;
+    int code;
+    const char* text;
+  };
+  const Case cases[] = {
+      {"$tarn convert in/a.png -", 1, "standard output needs --format png, jpeg, tiff or bmp"},
+      {"$tarn diff - - <in/a.png", 1, "standard input can be one picture only"},
+      {"$tarn palette in/a.png --swatch -", 1, "--swatch needs a file"},
+      {": | $tarn info -", 2, "standard input: is empty"},
+      {"$tarn info - <&-", 2, "standard input: "},
+      {"$tarn info - <in", 2, "standard input: cannot read: Is a directory"},
+      {"echo nothing | $tarn info -", 3, "standard input: is not a PNG, JPEG, TIFF or BMP file"},
+      {"head -c 999 in/a.png | $tarn convert - - --format png", 3, "standard input: damaged PNG: the file is cut off"},
+      {"$tarn convert in/a.png - --format png >/dev/full", 5, "standard output: cannot write: No space left on device"},
+      {"$tarn info in/a.png >/dev/full", 5, "standard output: cannot write: No space left on device"},
+      {"$tarn info in/a.png >&-", 5, "standard output: cannot write: Bad file descriptor"},
+      {"$tarn convert in/a.png - --format bmp >&-", 5, "standard output: cannot write: Bad file descriptor"},
+      {"{ $tarn convert in/a.png - --format bmp; echo $? >out/code; } | :; (exit $(cat out/code))", 5,
+       "standard output: cannot write: Broken pipe"},
+      {"{ sleep 0.2; $tarn info in/a.png; echo $? >out/code; } | :; (exit $(cat out/code))", 5,
+       "standard output: cannot write: Broken pipe"},
+      {"ulimit -f 20; cat in/a.png | $tarn info -", 5,
+       "standard input: cannot keep it in a temporary file: File too large"},
+      {"ulimit -f 20; $tarn convert in/a.png - --format bmp", 5, "standard output: cannot write: File too large"},
+  };
+  for (const Case& c : cases) {
+    const Ended ended = Shell(c.line);
+    EXPECT_EQ(ended.code, c.code) << c.line << '\n' << ended;
+    EXPECT_TRUE(OneLine(ended, c.text)) << c.line << '\n' << ended;
+    EXPECT_EQ(ended.out, "") << c.line;  // a picture that fails has not begun
+  }
+  // With all streams closed no file gets a stream's number, and is not written into.
+  const Ended closed = Shell("$tarn deskew in/a.png out/a.png <&- >&- 2>&-");
+  EXPECT_EQ(closed.code, 5);
+  EXPECT_FALSE(fs::exists(Out("a.png")));
+}
+
+// ---- Progress ------------------------------------------------------------------------------------------------------
+
+/// A line {"operation":"...","file":"...","percent":N}, taken apart strictly.
+bool ParseProgress(const std::string& line, std::string& operation, std::string& file, int& percent) {
+  size_t at = 0;
+  const auto skip = [&](const std::string& text) {
+    const bool there = line.compare(at, text.size(), text) == 0;
+    at += text.size();
+    return there;
+  };
+  const auto word = [&](std::string& text) {
+    text.clear();
+    for (; at < line.size() && line[at] != '"'; ++at) {
+      if (static_cast<unsigned char>(line[at]) < 0x20) return false;
+      if (line[at] == '\\' && ++at == line.size()) return false;
+      text += line[at];
+    }
+    return at < line.size();
+  };
+  if (!skip("{\"operation\":\"") || !word(operation) || !skip("\",\"file\":\"") || !word(file)) return false;
+  if (!skip("\",\"percent\":")) return false;
+  size_t digits = 0;
+  for (percent = 0; at + digits < line.size() && std::isdigit(static_cast<unsigned char>(line[at + digits]));
+       ++digits) {
+    percent = percent * 10 + (line[at + digits] - '0');
+  }
+  at += digits;
+  return digits > 0 && line.substr(at) == "}";
+}
+
+TEST_F(ToolPipes, ProgressIsForTerminalsUnlessAskedFor) {
+  const std::string name = In("a \"b\"\\c\xFF\n.png");
+  MakePng(name, 300, 200, {PNG_COLOR_TYPE_RGB, 8, false, false});
+  const Words words = {"resize", name, Out("a.tif"), "50%"};
+  for (const Words& more : {Words{}, Words{"--progress", "none"}, Words{"--quiet"}, Words{"--progress", "bar", "-q"}}) {
+    const Ended silent = Run(With(words, more));
+    EXPECT_EQ(silent.code, 0);
+    EXPECT_EQ(silent.err, "");
+  }
+  const Ended told = Run(With(words, {"--progress", "json"}));
+  EXPECT_EQ(told.code, 0);
+  EXPECT_EQ(told.out, "");
+  std::istringstream lines(told.err);
+  std::map<std::string, int> last;
+  std::vector<std::string> order;
+  for (std::string line; std::getline(lines, line);) {
+    std::string operation, file;
+    int percent = -1;
+    ASSERT_TRUE(ParseProgress(line, operation, file, percent)) << line;
+    if (last.count(operation) == 0) {
+      order.push_back(operation);
+      EXPECT_EQ(percent, 0) << line;
+    } else {
+      EXPECT_GT(percent, last[operation]) << line;
+    }
+    last[operation] = percent;
+    EXPECT_EQ(file, operation == "writing" ? Out("a.tif") : In("a \"b\"\\cufffdu000a.png"))
+        << line;  // escapes shortened
+  }
+  EXPECT_EQ(order, (Words{"reading", "resizing", "writing"}));
+  for (const auto& [operation, percent] : last) EXPECT_EQ(percent, 100) << operation;
+
+  // A failure is a line of text, and what failed does not come to its end.
+  Store(In("cut.png"), Contents(name).substr(0, 4000));
+  const Ended cut = Run({"resize", In("cut.png"), Out("a.tif"), "50%", "--progress", "json"});
+  EXPECT_EQ(cut.code, 3);
+  EXPECT_EQ(cut.err.find("\"percent\":100"), std::string::npos);
+  EXPECT_NE(cut.err.find("\ntarn: "), std::string::npos);
+}
 }  // namespace
 }  // namespace tarn::test
