@@ -15,6 +15,11 @@ if(TARGET tarn_codec)  # beside the library, which looks for it there
 endif()
 if(TARGET tarn_tool)
   install(TARGETS tarn_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  set(generated ${PROJECT_BINARY_DIR}/tools/generated)
+  install(FILES ${generated}/tarn.man DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 RENAME tarn.1)
+  install(FILES ${generated}/tarn.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME tarn)
+  install(FILES ${generated}/tarn.zsh DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions RENAME _tarn)
+  install(FILES ${generated}/tarn.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 endif()
 
 include(CMakePackageConfigHelpers)

@@ -45,9 +45,9 @@ class BatchCommand final : public Command {
     options.Flag("--stop-on-error", stopOnError_, "begin no further picture after one that fails");
     options.Flag("--plan", plan_, "do nothing but list what is to be done: a key, input and output, between tabs");
     options.Tail(words_,
-                 "-- COMMAND [ARGUMENT...] -- COMMAND [ARGUMENT...] ...\n  The commands that write a picture, in "
-                 "turn, each without IN and OUT; without any, pictures are\n  converted to what --suffix says. Options "
-                 "above come before the first --.");
+                 "-- COMMAND [ARGUMENT...] -- COMMAND [ARGUMENT...] ...\nThe commands that write a picture, in turn, "
+                 "each without IN and OUT; without any, pictures are converted to what --suffix says. The options "
+                 "below come before the first --.");
     way_.AddOptions(options);
   }
 

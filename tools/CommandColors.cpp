@@ -30,7 +30,8 @@ class ColorsCommand final : public PictureCommand {
     options.Number("--bits", bits_, 1, 8, "bits a pixel, 1 to 8; the fewest of files that the colours need, else 8");
     options.Number("--colors", colours_, 1, 256, "of an optimized palette, at most");
     options.Text("--palette", palette_, "COLOURS",
-                 "optimized (the default), fixed, web, or a file: a picture with a palette, or lines of #rrggbb");
+                 "optimized (the default), fixed, web, or a file: a picture with a palette, or lines of #rrggbb",
+                 {"optimized", "fixed", "web"});
     options.Choice<uint32_t>("--dither", dithering_,
                              {{"none", DITHER_NONE},
                               {"floyd-steinberg", DITHER_FLOYD_STEINBERG},

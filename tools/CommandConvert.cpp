@@ -23,7 +23,8 @@ class ConvertCommand final : public PictureCommand {
                                 "ORDER", "of the samples in memory: rgb, bgr or gray");
     options.Flag("--gray", gray_, "gray; of 8 bits unless --bits says 1 to 8, 12, 16 or 32");
     options.Text("--palette", palette_, "COLOURS",
-                 "of up to 8 bits: fixed, web, or a file: a picture with a palette, or lines of #rrggbb");
+                 "of up to 8 bits: fixed, web, or a file: a picture with a palette, or lines of #rrggbb",
+                 {"fixed", "web"});
   }
 
   void CheckOwnOptions() const override {

@@ -16,9 +16,9 @@ class RunCommand final : public Command {
     options.Argument("in", way_.input, "IN", kInputHelp);
     options.Tail(
         words_,
-        "-- COMMAND [ARGUMENT...] -- COMMAND [ARGUMENT...] ... OUT\n  The commands that write a picture, in "
-        "turn, each without IN and OUT. OUT comes last:\n  .png, .jpg, .tif or .bmp. Options above come before "
-        "the first --.");
+        "-- COMMAND [ARGUMENT...] -- COMMAND [ARGUMENT...] ... OUT\nThe commands that write a picture, in "
+        "turn, each without IN and OUT. OUT comes last: .png, .jpg, .tif or .bmp, or - for standard output. The "
+        "options below come before the first --.");
     way_.AddOptions(options);
   }
 

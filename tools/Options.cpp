@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 
 #include "Failure.h"
 
@@ -31,42 +32,49 @@ uint64_t ParseSize(const std::string& text) {
 
 }  // namespace
 
+CLI::Option& Options::Known(CLI::Option* option, const std::string& type, const std::vector<std::string>& words) {
+  details_.types[option] = type;
+  if (!words.empty()) details_.words[option] = words;
+  return *option;
+}
+
 void Options::Argument(const char* name, std::string& target, const char* type, const char* help) {
-  app_.add_option(name, target, help)->required()->type_name(type);
+  Known(app_.add_option(name, target, help)->required(), type);
 }
 
 void Options::OptionalArgument(const char* name, std::string& target, const char* type, const char* help) {
-  app_.add_option(name, target, help)->type_name(type);
+  Known(app_.add_option(name, target, help), type);
 }
 
 void Options::Arguments(const char* name, std::vector<std::string>& target, const char* type, const char* help) {
-  app_.add_option(name, target, help)->required()->type_name(type);
+  Known(app_.add_option(name, target, help)->required(), type);
 }
 
-void Options::Text(const char* name, std::string& target, const char* type, const char* help) {
-  app_.add_option(name, target, help)->type_name(type);
+void Options::Text(const char* name, std::string& target, const char* type, const char* help,
+                   const std::vector<std::string>& words) {
+  Known(app_.add_option(name, target, help), type, words);
 }
 
 void Options::Number(const char* name, int& target, int lowest, int highest, const char* help) {
-  app_.add_option(name, target, help)->check(CLI::Range(lowest, highest))->type_name("N");
+  Known(app_.add_option(name, target, help)->check(CLI::Range(lowest, highest)), "N");
 }
 
 void Options::Size(const char* name, uint64_t& target, const char* help) {
-  app_.add_option_function<std::string>(
-          name, [&target](const std::string& text) { target = ParseSize(text); }, help)
-      ->type_name("N");
+  Known(app_.add_option_function<std::string>(
+            name, [&target](const std::string& text) { target = ParseSize(text); }, help),
+        "N");
 }
 
 void Options::Flag(const char* name, bool& target, const char* help) { app_.add_flag(name, target, help); }
 
 void Options::Verbosity(bool& verbose, bool& quiet) {
   auto* const loud = app_.add_flag("--verbose,-v", verbose, "tell about storage and decoder warnings");
-  app_.add_flag("--quiet,-q", quiet, "no progress bar on a terminal")->excludes(loud);
+  app_.add_flag("--quiet,-q", quiet, "no progress of any kind")->excludes(loud);
 }
 
 void Options::Tail(std::vector<std::string>& target, const char* help) {
   app_.footer(help);
-  if (tails_) (*tails_)[app_.get_name()] = &target;
+  details_.tails[app_.get_name()] = &target;
 }
 
 Options Options::Action(const char* name, const char* help, const std::function<void()>& chosen) {
@@ -74,7 +82,7 @@ Options Options::Action(const char* name, const char* help, const std::function<
   entry->callback(chosen);
   entry->fallthrough();  // to options of the command itself
   app_.require_subcommand(1);
-  return Options(*entry);
+  return Options(*entry, details_);
 }
 
 void Options::OneOf(const char* name, const std::vector<std::string>& words, const std::function<void(size_t)>& choose,
@@ -86,28 +94,118 @@ void Options::OneOf(const char* name, const std::vector<std::string>& words, con
     for (const std::string& each : words) known += (known.empty() ? "" : ", ") + each;
     throw CLI::ValidationError("'" + word + "' is not one of " + known);
   };
-  app_.add_option_function<std::string>(name, take, help)->type_name(type);
+  Known(app_.add_option_function<std::string>(name, take, help), type, words);
 }
 
 // ---- Programs ------------------------------------------------------------------------------------------------------
 
-CommandLine::CommandLine(const char* program, const char* about) : app_(std::make_unique<CLI::App>(about, program)) {}
+CommandLine::CommandLine(const char* program, const char* about) : app_(std::make_unique<CLI::App>(about, program)) {
+  app_->set_help_flag("--help,-h", "print this text");
+}
 
 CommandLine::~CommandLine() = default;
 
-void CommandLine::Version(const std::string& text) { app_->set_version_flag("--version", text); }
+void CommandLine::Version(const std::string& text) { app_->set_version_flag("--version", text, "print the version"); }
 
-Options CommandLine::All() { return Options(*app_); }
+Options CommandLine::All() { return Options(*app_, details_); }
 
 Options CommandLine::Command(const char* name, const char* help) {
   app_->require_subcommand(1);
-  return Options(*app_->add_subcommand(name, help), &tails_);
+  return Options(*app_->add_subcommand(name, help), details_);
+}
+
+CommandPage CommandLine::Page(const CLI::App& app) const {
+  CommandPage page;
+  page.name = app.get_name();
+  page.help = app.get_description();
+  page.tail = app.get_footer();
+  page.takesSteps = details_.tails.count(page.name) != 0;
+  for (const CLI::Option* option : app.get_options()) {
+    OptionPage entry;
+    for (const std::string& name : option->get_snames()) entry.names.push_back("-" + name);
+    for (const std::string& name : option->get_lnames()) entry.names.push_back("--" + name);
+    const auto type = details_.types.find(option);
+    const auto words = details_.words.find(option);
+    if (type != details_.types.end()) entry.type = type->second;
+    if (words != details_.words.end()) entry.words = words->second;
+    entry.help = option->get_description();
+    entry.required = option->get_required();
+    entry.many = option->get_positional() && option->get_items_expected_max() > 1;
+    page.options.push_back(entry);
+  }
+  // Help comes last: it is known already.
+  if (app.get_help_ptr() != nullptr && !page.options.empty()) {
+    std::rotate(page.options.begin(), page.options.begin() + 1, page.options.end());
+  }
+  for (const CLI::App* each : app.get_subcommands([](const CLI::App*) { return true; })) {
+    page.actions.push_back(Page(*each));
+  }
+  return page;
+}
+
+CommandPage CommandLine::Describe() const { return Page(*app_); }
+
+/// The command that the words begin with; `name` is what --help is asked of.
+const CLI::App& CommandLine::Addressed(const std::vector<std::string>& words, std::string& name) const {
+  const CLI::App* app = app_.get();
+  name = app->get_name();
+  for (const std::string& word : words) {
+    const auto found = app->get_subcommands([&](const CLI::App* each) { return each->get_name() == word; });
+    if (found.empty()) break;
+    app = found.front();
+    name += " " + word;
+  }
+  return *app;
+}
+
+void CommandLine::Refuse(const std::vector<std::string>& words, const std::string& reason) const {
+  std::string name;
+  Addressed(words, name);
+  throw Failure(Exit::kUsage, "", reason + " (" + name + " --help tells more)");
+}
+
+namespace {
+
+std::string Meant(const std::string& word, const std::vector<std::string>& known) {
+  const std::string nearest = Nearest(word, known);
+  return nearest.empty() ? "" : "; did you mean " + nearest + "?";
+}
+
+}  // namespace
+
+/// The parser says of an unknown word only that it was not expected, and of the words behind it too.
+void CommandLine::RequireKnownWords(const std::vector<std::string>& words) const {
+  std::string name;
+  const CLI::App& app = Addressed(words, name);
+  const CommandPage page = Page(app);
+  const size_t depth = static_cast<size_t>(std::count(name.begin(), name.end(), ' ')) -
+                       static_cast<size_t>(std::count(app_->get_name().begin(), app_->get_name().end(), ' '));
+  if (!page.actions.empty() && depth < words.size() && words[depth].compare(0, 1, "-") != 0) {
+    std::vector<std::string> known;
+    for (const CommandPage& each : page.actions) known.push_back(each.name);
+    Refuse(words, "there is no command '" + words[depth] + "'" + Meant(words[depth], known));
+  }
+  std::vector<std::string> known;
+  for (const CLI::App* each = &app; each; each = each->get_parent()) {
+    for (const OptionPage& option : Page(*each).options) {
+      known.insert(known.end(), option.names.begin(), option.names.end());
+    }
+    if (each->get_parent() == app_.get()) break;  // options of the program itself come before its command
+  }
+  for (size_t i = depth; i < words.size() && words[i] != "--"; ++i) {
+    const std::string option = words[i].substr(0, words[i].find('='));
+    const bool letter = option.size() == 2 && std::isalpha(static_cast<unsigned char>(option[1])) != 0;
+    const bool isOption = option[0] == '-' && (letter || (option.size() > 2 && option[1] == '-'));
+    if (isOption && std::find(known.begin(), known.end(), option) == known.end()) {
+      Refuse(words, "there is no option " + option + Meant(option, known));
+    }
+  }
 }
 
 bool CommandLine::Read(const std::vector<std::string>& all) {
   std::vector<std::string> words = all;
-  const auto tail = words.empty() ? tails_.end() : tails_.find(words.front());
-  if (tail != tails_.end()) {
+  const auto tail = words.empty() ? details_.tails.end() : details_.tails.find(words.front());
+  if (tail != details_.tails.end()) {
     const auto cut = std::find(words.begin(), words.end(), "--");
     if (cut != words.end()) {
       tail->second->assign(cut + 1, words.end());
@@ -124,11 +222,35 @@ bool CommandLine::Read(const std::vector<std::string>& all) {
   }
   try {
     app_->parse(turned);
+  } catch (const CLI::CallForHelp&) {
+    std::string name;
+    const CLI::App& app = Addressed(words, name);
+    std::fputs(HelpText(Page(app), name).c_str(), stdout);
+    return false;
   } catch (const CLI::Success& asked) {
     app_->exit(asked);
     return false;
   } catch (const CLI::ParseError& error) {
-    throw Failure(Exit::kUsage, "", std::string(error.what()) + " (" + app_->get_name() + " --help tells more)");
+    RequireKnownWords(words);
+    std::string name;
+    const CLI::App& app = Addressed(words, name);
+    if (app.get_subcommands([](const CLI::App*) { return true; }).size() > 0) {
+      Refuse(words, "a command is missing behind " + name);
+    }
+    if (dynamic_cast<const CLI::RequiredError*>(&error)) {
+      for (const CLI::Option* option : app.get_options()) {
+        if (option->get_required() && option->count() == 0) Refuse(words, details_.types.at(option) + " is missing");
+      }
+    }
+    const std::vector<std::string> extras = app_->remaining(true);
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) && !extras.empty()) {
+      Refuse(words, "there is no place for '" + extras.front() + "'");
+    }
+    const std::string reason = error.what();
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error)) {
+      Refuse(words, reason.substr(0, reason.find(':')) + " needs a value");
+    }
+    Refuse(words, reason);
   }
   return true;
 }

@@ -10,9 +10,12 @@
 #include <utility>
 #include <vector>
 
+#include "Manual.h"
+
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace tarn::tool {
 
@@ -20,15 +23,22 @@ namespace tarn::tool {
 /// then. `help` is one line.
 class Options {
  public:
-  using Tails = std::map<std::string, std::vector<std::string>*>;
+  /// What the parser does not keep.
+  struct Details {
+    std::map<std::string, std::vector<std::string>*> tails;        // by the command's name
+    std::map<const CLI::Option*, std::string> types;               // of options and arguments
+    std::map<const CLI::Option*, std::vector<std::string>> words;  // that they can be
+  };
 
-  explicit Options(CLI::App& app, Tails* tails = nullptr) : app_(app), tails_(tails) {}
+  Options(CLI::App& app, Details& details) : app_(app), details_(details) {}
 
   /// Arguments by place; required but for one kind.
   void Argument(const char* name, std::string& target, const char* type, const char* help);
   void OptionalArgument(const char* name, std::string& target, const char* type, const char* help);
   void Arguments(const char* name, std::vector<std::string>& target, const char* type, const char* help);
-  void Text(const char* name, std::string& target, const char* type, const char* help);
+  /// @param words with a meaning of their own, among what it can be
+  void Text(const char* name, std::string& target, const char* type, const char* help,
+            const std::vector<std::string>& words = {});
   void Number(const char* name, int& target, int lowest, int highest, const char* help);
   /// Bytes; K, M and G count in 1024s.
   void Size(const char* name, uint64_t& target, const char* help);
@@ -53,8 +63,10 @@ class Options {
   void OneOf(const char* name, const std::vector<std::string>& words, const std::function<void(size_t)>& choose,
              const char* type, const char* help);
 
+  CLI::Option& Known(CLI::Option* option, const std::string& type, const std::vector<std::string>& words = {});
+
   CLI::App& app_;
-  Tails* tails_;  // by the command's name, null where there are none
+  Details& details_;
 };
 
 /// The words that a program was started with.
@@ -77,10 +89,17 @@ class CommandLine {
   bool Read(int argc, char** argv) { return Read(std::vector<std::string>(argv + 1, argv + argc)); }
   /// The command that was given.
   std::string Chosen() const;
+  /// All that can be written on it.
+  CommandPage Describe() const;
 
  private:
+  CommandPage Page(const CLI::App& app) const;
+  const CLI::App& Addressed(const std::vector<std::string>& words, std::string& name) const;
+  void RequireKnownWords(const std::vector<std::string>& words) const;
+  [[noreturn]] void Refuse(const std::vector<std::string>& words, const std::string& reason) const;
+
   std::unique_ptr<CLI::App> app_;
-  Options::Tails tails_;
+  Options::Details details_;
 };
 
 }  // namespace tarn::tool

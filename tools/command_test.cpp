@@ -511,7 +511,7 @@ TEST_F(Tool, CommandsRefuseInOneLine) {
     const char* text;
   };
   const Case cases[] = {
-      {{"crop", a, out}, 1, "area"},
+      {{"crop", a, out}, 1, "X,Y,WxH is missing"},
       {{"crop", a, out, "1,2,3"}, 1, "'1,2,3' is not a rectangle"},
       {{"crop", a, out, "1,2,0x3"}, 1, "is not a rectangle"},
       {{"crop", a, out, "1,2,3x4x"}, 1, "is not a rectangle"},

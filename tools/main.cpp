@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <new>
+#include <string_view>
 
 #include "Command.h"
 #include "Files.h"
@@ -16,8 +17,20 @@ std::string VersionText() {
          std::to_string(version.MinorNumber) + ")";
 }
 
+/// Prints the manual page, or a shell's completions.
+int Generate(const CommandLine& line, const std::string& what) {
+  T_Version version{};
+  if (T_VersionInfo(&version, sizeof version) != SUCCESS) return static_cast<int>(Exit::kInternal);
+  const std::string number = std::to_string(version.MajorNumber) + "." + std::to_string(version.MinorNumber);
+  const CommandPage page = line.Describe();
+  const std::string text = what == "man" ? ManualPage(page, number) : CompletionScript(page, what);
+  if (text.empty()) return static_cast<int>(Exit::kUsage);
+  std::fputs(text.c_str(), stdout);
+  return std::fflush(stdout) == 0 ? static_cast<int>(Exit::kOk) : static_cast<int>(Exit::kOutput);
+}
+
 int Run(int argc, char** argv) {
-  CommandLine line("tarn", "Pictures in PNG, JPEG, TIFF and BMP files: what they are, and work on them.");
+  CommandLine line("tarn", "tell what pictures in PNG, JPEG, TIFF and BMP files are, and work on them");
   line.Version(VersionText());
   bool verbose = false, quiet = false;
   ProgressKind progress = ProgressKind::kAuto;
@@ -32,6 +45,13 @@ int Run(int argc, char** argv) {
                                   {"json", ProgressKind::kJson},
                                   {"none", ProgressKind::kNone}},
                                  "KIND", "auto (a bar on a terminal), bar, json (a line for every percent) or none");
+  }
+  // What is made for a build, not for users, is no option.
+  if (argc == 3 && std::string_view(argv[1]) == "--generate") return Generate(line, argv[2]);
+  if (argc <= 1) {
+    const CommandPage page = line.Describe();
+    std::fputs(HelpText(page, page.name).c_str(), stderr);
+    return static_cast<int>(Exit::kUsage);
   }
   try {
     if (!line.Read(argc, argv)) return static_cast<int>(Exit::kOk);

@@ -387,5 +387,153 @@ TEST_F(ToolPipes, ProgressIsForTerminalsUnlessAskedFor) {
   EXPECT_EQ(cut.err.find("\"percent\":100"), std::string::npos);
   EXPECT_NE(cut.err.find("\ntarn: "), std::string::npos);
 }
+
+// ---- Help, the manual page, completions ----------------------------------------------------------------------------
+
+class ToolManual : public ToolPipes {
+ protected:
+  /// Words at the beginning of the lines of a section of a help text.
+  static Words Section(const std::string& help, const std::string& name) {
+    Words words;
+    std::istringstream lines(help);
+    bool inside = false;
+    for (std::string line; std::getline(lines, line);) {
+      if (line == name) inside = true;
+      if (line.empty()) inside = false;
+      if (inside && line.size() > 2 && line[1] == ' ' && line[2] != ' ') words.push_back(line.substr(2));
+    }
+    return words;
+  }
+  static std::string First(const std::string& line) { return line.substr(0, line.find(' ')); }
+  /// "-h, --help  print ..." -> -h and --help
+  static Words OptionsIn(const std::string& help) {
+    Words options;
+    for (const std::string& line : Section(help, "Options:")) {
+      std::istringstream words(line);
+      for (std::string word; words >> word && word[0] == '-';) {
+        options.push_back(word.back() == ',' ? word.substr(0, word.size() - 1) : word);
+      }
+    }
+    return options;
+  }
+  /// Every command, as words, with its help.
+  std::vector<std::pair<Words, std::string>> Commands() const {
+    std::vector<std::pair<Words, std::string>> commands;
+    for (const std::string& line : Section(Run({"--help"}).out, "Commands:")) {
+      const std::string command = First(line);
+      const Ended help = Run({command, "--help"});
+      EXPECT_EQ(help.code, 0) << command;
+      commands.push_back({{command}, help.out});
+      for (const std::string& action : Section(help.out, "Actions:")) {
+        commands.push_back({{command, First(action)}, Run({command, First(action), "--help"}).out});
+      }
+    }
+    return commands;
+  }
+};
+
+TEST_F(ToolManual, HelpIsUniform) {
+  const Ended bare = Run({});
+  EXPECT_EQ(bare.code, 1);
+  EXPECT_EQ(bare.out, "");
+  EXPECT_EQ(bare.err, Run({"--help"}).out);
+  const auto commands = Commands();
+  EXPECT_GT(commands.size(), 28u);
+  for (const auto& [words, help] : commands) {
+    std::string name = "tarn";
+    for (const std::string& word : words) name += " " + word;
+    EXPECT_TRUE(help.starts_with("Usage: " + name + " ")) << help;
+    const size_t sentence = help.find("\n\n") + 2;
+    EXPECT_TRUE(std::isupper(static_cast<unsigned char>(help[sentence]))) << help;
+    EXPECT_NE(help.find(".\n\n", sentence), std::string::npos) << help;
+    EXPECT_NE(help.find("  -h, --help "), std::string::npos) << name;
+    std::istringstream lines(help);
+    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 82u) << line;
+  }
+}
+
+TEST_F(ToolManual, HasEveryCommandAndOption) {
+  const Ended man = Run({"--generate", "man"});
+  ASSERT_EQ(man.code, 0);
+  const auto troff = [](std::string text) {
+    for (size_t at = 0; (at = text.find('-', at)) != std::string::npos; at += 2) text.insert(at, "\\");
+    return text;
+  };
+  for (const auto& [words, help] : Commands()) {
+    std::string name = "tarn";
+    for (const std::string& word : words) name += " " + word;
+    const size_t section = man.out.find("\n.SS \"" + troff(name) + " ");
+    ASSERT_NE(section, std::string::npos) << name;
+    const std::string text = man.out.substr(section, man.out.find("\n.S", section + 1) - section);
+    for (const std::string& option : OptionsIn(help)) {
+      // A command of its own is described with what it has alone; one letter stands with its word.
+      if (option.size() == 2) continue;
+      EXPECT_NE(text.find(troff(option)), std::string::npos) << name << ' ' << option;
+    }
+  }
+  for (const tool::ExitMeaning& meaning : tool::kExitMeanings) {
+    EXPECT_NE(man.out.find(std::string(meaning.text).substr(1)), std::string::npos) << meaning.text;
+  }
+  Store(base_ / "tarn.1", man.out);
+  if (std::system("command -v groff >/dev/null") == 0) {
+    const Ended groff = Shell("groff -ww -man -Tascii tarn.1");
+    EXPECT_EQ(groff.err, "");
+    EXPECT_GT(groff.out.size(), 10000u);
+  }
+  if (std::system("command -v man >/dev/null") == 0) {
+    EXPECT_EQ(Shell("man --warnings -l tarn.1 >/dev/null").err, "");
+  }
+}
+
+TEST_F(ToolManual, ShellsCompleteCommandsOptionsAndValues) {
+  Store(base_ / "bash", Run({"--generate", "bash"}).out);
+  Store(base_ / "zsh", Run({"--generate", "zsh"}).out);
+  Store(base_ / "fish", Run({"--generate", "fish"}).out);
+  EXPECT_EQ(Run({"--generate", "tcsh"}).code, 1);
+  Store(base_ / "a picture.png", "");
+  struct Case {
+    const char* words;  // of bash, the last one is completed
+    const char* completed;
+  };
+  const Case cases[] = {
+      {"tarn conv", "convert"},
+      {"tarn --ver", "--version"},
+      {"tarn convert --stor", "--storage"},
+      {"tarn convert --storage d", "disk"},
+      {"tarn convert --storage ''", "auto memory tiled disk compressed super"},
+      {"tarn convert --bits ''", ""},
+      {"tarn convert in.png out.png --palette w", "web"},
+      {"tarn info a", "a picture.png"},
+      {"tarn colors x y --dither sti", ""},
+      {"tarn colors x y --dither st", "stucki stevenson-arce"},
+      {"tarn pages ins", "insert"},
+      {"tarn pages insert --comp", "--compression"},
+      {"tarn pages insert --compression l", "lzw"},
+      {"tarn run in.png --tile", "--tile-size"},
+      {"tarn run in.png -- rot", "rotate"},
+      {"tarn run in.png -- rotate 5 --fi", "--fill"},
+      {"tarn run in.png -- rotate 5 -- resize --method n", "nearest"},
+      {"tarn batch a -- de", "deskew"},
+  };
+  for (const Case& c : cases) {
+    const Ended ended =
+        Shell(std::string("bash -c '. ./bash; eval \"COMP_WORDS=($0)\"; COMP_CWORD=$((${#COMP_WORDS[@]} "
+                          "- 1)); _tarn; echo \"${COMPREPLY[*]}\"' \"") +
+              c.words + "\"");
+    EXPECT_EQ(ended.out, std::string(c.completed) + "\n") << c.words << ended;
+    EXPECT_EQ(ended.err, "") << c.words;
+  }
+  for (const char* shell : {"zsh", "fish"}) {
+    if (std::system((std::string("command -v ") + shell + " >/dev/null").c_str()) != 0) continue;
+    const Ended ended = Shell(std::string(shell) + " -n " + shell);
+    EXPECT_EQ(ended.code, 0) << ended;
+    EXPECT_EQ(ended.err, "") << shell;
+  }
+  if (std::system("command -v fish >/dev/null") == 0) {
+    const Ended fish = Shell("HOME=$PWD fish -c 'source fish; complete -C \"tarn convert --storage d\"'");
+    EXPECT_EQ(fish.out.substr(0, 4), "disk") << fish;
+  }
+}
+
 }  // namespace
 }  // namespace tarn::test

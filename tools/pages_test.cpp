@@ -122,7 +122,7 @@ TEST_F(ToolPages, AreRefusedInOneLine) {
     const char* text;
   };
   const Case cases[] = {
-      {{}, 1, "subcommand"},
+      {{}, 1, "a command is missing behind tarn pages"},
       {{"extract", all, "6", out}, 1, "all.tif: has 5 pages only"},
       {{"extract", all, "6-", out}, 1, "all.tif: has 5 pages only"},
       {{"extract", all, "0", out}, 1, "'0' is not a page"},

@@ -384,10 +384,14 @@ TEST_F(Tool, RefusalsAreOneLineWithACodeAndLeaveNothing) {
     const char* text;
   };
   const Case cases[] = {
-      {{}, 1, "subcommand"},
-      {{"info"}, 1, "files"},
-      {{"info", in, "--wide"}, 1, "--wide"},
-      {{"convert", in}, 1, "out"},
+      {{"--quiet"}, 1, "there is no option --quiet (tarn --help tells more)"},
+      {{"reszie", in, Out("a.png")}, 1, "there is no command 'reszie'; did you mean resize?"},
+      {{"info"}, 1, "FILE is missing (tarn info --help tells more)"},
+      {{"info", in, "--wide"}, 1, "there is no option --wide (tarn info"},
+      {{"convert", in, Out("a.png"), "--max-pixel=5"}, 1, "--max-pixel; did you mean --max-pixels?"},
+      {{"convert", in, Out("a.png"), "more"}, 1, "there is no place for 'more'"},
+      {{"info", in, "--page"}, 1, "--page needs a value"},
+      {{"convert", in}, 1, "OUT is missing"},
       {{"convert", in, Out("a.gif")}, 1, "a.gif: the extension names no format"},
       {{"convert", in, Out("png")}, 1, "png: the extension names no format"},
       {{"convert", in, Out("a.png"), "--storage", "cloud"}, 1, "cloud"},
