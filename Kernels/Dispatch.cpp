@@ -35,6 +35,14 @@ void ShiftBits_Avx2(uint8_t* target, uint32_t targetBit, const uint8_t* source, 
                     uint64_t bits) noexcept;
 void ShiftLowBits_Avx2(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
                        uint64_t bits) noexcept;
+void ShiftBits_Avx512(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
+                      uint64_t bits) noexcept;
+void ShiftLowBits_Avx512(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
+                         uint64_t bits) noexcept;
+void StreamBits_Avx512(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
+                       uint64_t bits) noexcept;
+void StreamLowBits_Avx512(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
+                          uint64_t bits) noexcept;
 
 namespace {
 
@@ -45,6 +53,8 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
                     .expandRuns = ExpandRuns_Portable,
                     .shiftBits = ShiftBits_Portable,
                     .shiftLowBits = ShiftLowBits_Portable,
+                    .streamBits = ShiftBits_Portable,
+                    .streamLowBits = ShiftLowBits_Portable,
                     .nearestEntry = NearestEntry_Portable,
                     .nearestPrepared = NearestPrepared_Portable,
                     .nearestCell = NearestCell_Portable,
@@ -62,6 +72,8 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.compressRuns = CompressRuns_Avx2;  // expanding goes run by run: wider registers do not help it
     table.shiftBits = ShiftBits_Avx2;
     table.shiftLowBits = ShiftLowBits_Avx2;
+    table.streamBits = ShiftBits_Avx2;
+    table.streamLowBits = ShiftLowBits_Avx2;
     table.nearestEntry = NearestEntry_Avx2;
     table.nearestPrepared = NearestPrepared_Avx2;
     table.nearestCell = NearestCell_Avx2;
@@ -76,6 +88,10 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.combine = &kCombineAvx2;
   }
   if (limit >= Isa::kAvx512) {
+    table.shiftBits = ShiftBits_Avx512;
+    table.shiftLowBits = ShiftLowBits_Avx512;
+    table.streamBits = StreamBits_Avx512;
+    table.streamLowBits = StreamLowBits_Avx512;
     table.nearestEntry = NearestEntry_Avx512;
     table.answerColors = AnswerColors_Avx512;
     table.pixels = &kPixelsAvx512;

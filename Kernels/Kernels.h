@@ -59,11 +59,13 @@ struct KernelTable {
   /// Copies `bits` bits that begin at bit sourceBit (0..7) of source to bit targetBit (0..7) of target; bit 0 of a byte
   /// is its most significant one. Other bits of the target stay, only bytes that hold some of the bits are touched.
   /// Target and source do not overlap; any alignment.
-  void (*shiftBits)(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
-                    uint64_t bits) noexcept;
+  using Shift = void (*)(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
+                         uint64_t bits) noexcept;
+  Shift shiftBits;
   /// The same where bit 0 of a byte is its least significant one, as pixels of 12 bits lie.
-  void (*shiftLowBits)(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t sourceBit,
-                       uint64_t bits) noexcept;
+  Shift shiftLowBits;
+  /// The same of lines whose picture is larger than the caches: what fills cache lines goes past them.
+  Shift streamBits, streamLowBits;
   /// The entry at the smallest sum of squared differences from color (red << 16 | green << 8 | blue): the first one
   /// that is equal; else, of those at the smallest distance, the last whose order code is the colour's; else the first.
   /// Entries as for PreparePalette; count is at least 1.

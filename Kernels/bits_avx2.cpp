@@ -34,7 +34,9 @@ void Shift(uint8_t* target, uint32_t targetBit, const uint8_t* source, uint32_t 
     sourceBit %= 8;
   }
   uint64_t at = 0;
-  if (sourceBit != 0) {
+  if (sourceBit == 0) {  // no string moves, which are slow from and to odd addresses
+    for (const uint64_t bytes = bits / 8; at + kStep <= bytes; at += kStep) Store(target + at, Load(source + at));
+  } else {
     // 16-bit shifts; the masks take out what came over from the byte beside.
     const __m128i near = _mm_cvtsi32_si128(static_cast<int>(sourceBit));
     const __m128i far = _mm_cvtsi32_si128(static_cast<int>(8 - sourceBit));

@@ -2,6 +2,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -17,22 +18,25 @@ constexpr int32_t kRows = static_cast<int32_t>(kPictureBytes / kRowBytes);
 struct Job {
   const char* name;
   int32_t bits;
-  int32_t column;  // of the target; the source begins at 0
+  int32_t column;  // of the target
+  int32_t from;    // of the source
   uint32_t flags;
   double most;  // x mc of the bytes that are read and written
 };
 
 constexpr Job kJobs[] = {
-    {"copy, 24 bits", 24, 0, T_COMBINE_COPY, 1.2},
-    {"copy, 24 bits, from column 5", 24, 5, T_COMBINE_COPY, 1.2},
-    {"copy, 1 bit, from column 13", 1, 13, T_COMBINE_COPY, 2.0},
-    {"xor, 24 bits", 24, 0, T_COMBINE_XOR, 0},
-    {"xor, 1 bit, from column 13", 1, 13, T_COMBINE_XOR, 0},
-    {"add, 24 bits", 24, 0, T_COMBINE_ADD, 0},
-    {"average, 24 bits", 24, 0, T_COMBINE_AVERAGE, 0},
-    {"multiply, 24 bits", 24, 0, T_COMBINE_MULTIPLY, 0},
-    {"multiply, 48 bits", 48, 0, T_COMBINE_MULTIPLY, 0},
-    {"alpha, 32 bits", 32, 0, T_COMBINE_ALPHA, 0},
+    {"copy, 24 bits", 24, 0, 0, T_COMBINE_COPY, 1.2},
+    {"copy, 24 bits, from column 5", 24, 5, 0, T_COMBINE_COPY, 1.2},
+    {"copy, 1 bit, from column 13", 1, 13, 0, T_COMBINE_COPY, 2.0},
+    {"copy, 1 bit, from column 5 to 13", 1, 13, 5, T_COMBINE_COPY, 1.2},
+    {"copy, 4 bits, from column 1 to 2", 4, 2, 1, T_COMBINE_COPY, 1.2},
+    {"xor, 24 bits", 24, 0, 0, T_COMBINE_XOR, 0},
+    {"xor, 1 bit, from column 13", 1, 13, 0, T_COMBINE_XOR, 0},
+    {"add, 24 bits", 24, 0, 0, T_COMBINE_ADD, 0},
+    {"average, 24 bits", 24, 0, 0, T_COMBINE_AVERAGE, 0},
+    {"multiply, 24 bits", 24, 0, 0, T_COMBINE_MULTIPLY, 0},
+    {"multiply, 48 bits", 48, 0, 0, T_COMBINE_MULTIPLY, 0},
+    {"alpha, 32 bits", 32, 0, 0, T_COMBINE_ALPHA, 0},
 };
 
 std::shared_ptr<Bitmap> Filled(int32_t bits, uint32_t seed) {
@@ -57,10 +61,10 @@ Group CombineGroup() {
   const auto all = static_cast<double>(kPictureBytes);
   for (const Job& job : kJobs) {
     const auto target = Filled(job.bits, 3), source = Filled(job.bits, 5);
-    const int32_t width = kRowBytes * 8 / job.bits - job.column;
+    const int32_t width = kRowBytes * 8 / job.bits - std::max(job.column, job.from);
     const Pixels before = PixelsOf(*target, job.bits), other = PixelsOf(*source, job.bits);
     const auto pass = [=, &job] {
-      Require(T_CombineBitmapKrn(&*target, job.column, 0, &*source, 0, 0, width, kRows, job.flags) == SUCCESS,
+      Require(T_CombineBitmapKrn(&*target, job.column, 0, &*source, job.from, 0, width, kRows, job.flags) == SUCCESS,
               "T_CombineBitmapKrn");
     };
     const size_t at = group.Add("ours", pass);
@@ -69,7 +73,7 @@ Group CombineGroup() {
       group.lines.push_back({job.name, who, {Scaled(number, 1e3), TimesMemcpy(number, yardstick, read, all, most)}});
     };
     add("T_CombineBitmapKrn", at, job.most > 0 ? AtMost(job.most) : Target{});
-    if (job.column != 0) continue;
+    if (job.column != 0 || job.from != 0) continue;
     for (const auto& peer : Peers()) {
       const PeerJob way = peer->Combine(before, other, job.flags);
       if (way.pass) add(peer->Name() + " " + way.call, group.Add("peer", way.pass), {});

@@ -134,7 +134,7 @@ TEST_P(Level, ShiftsBitsBetweenAnyBits) {
     return bytes[bit / 8] >> (lowFirst ? bit % 8 : 7 - bit % 8) & 1;
   };
   for (const bool lowFirst : {false, true}) {
-    for (uint32_t count = 0; count < 1100; count += count < 40 ? 1 : 13) {
+    for (uint32_t count = 0; count < 4200; count += count < 40 ? 1 : count < 1100 ? 13 : 631) {
       for (uint32_t bits = 0; bits < 64; ++bits) {
         const uint32_t from = bits % 8, to = bits / 8;
         SCOPED_TRACE(testing::Message() << count << " bits from " << from << " to " << to << " low " << lowFirst);
@@ -145,7 +145,10 @@ TEST_P(Level, ShiftsBitsBetweenAnyBits) {
         for (uint8_t& byte : before) byte = static_cast<uint8_t>(random());
         Guarded target(before.size(), random() % 64);
         if (!before.empty()) std::memcpy(target.data(), before.data(), before.size());
-        (lowFirst ? kernels.shiftLowBits : kernels.shiftBits)(target.data(), to, source.data(), from, count);
+        const bool streamed = random() % 2 != 0;
+        const auto shift = lowFirst ? kernels.shiftLowBits : kernels.shiftBits;
+        const auto stream = lowFirst ? kernels.streamLowBits : kernels.streamBits;
+        (streamed ? stream : shift)(target.data(), to, source.data(), from, count);
         ASSERT_TRUE(target.GuardsKept());
         for (uint64_t bit = 0; bit < before.size() * 8; ++bit) {
           const bool inside = bit >= to && bit < to + count;

@@ -209,6 +209,8 @@ Status RowCombiner::Open(const BitmapHandle& destination, const BitmapHandle& so
   TARN_TRY(into_.Open(source, form, columns_, TARN_HERE));
   plain_ = way_ == Way::kBits && bitRule_.and1 == 0 && bitRule_.xor1 == 0 && bitRule_.and2 == kAll &&
            bitRule_.xor2 == 0 && into_.Direct();
+  constexpr uint64_t kStreamedBytes = uint64_t{24} << 20;
+  streams_ = TargetBytes() * static_cast<uint64_t>(placement.rows) >= kStreamedBytes;
   if (way_ == Way::kColors) {
     BitmapHandle line = destination;
     line.Width = static_cast<int32_t>(columns_);
@@ -283,7 +285,9 @@ void RowCombiner::RunBits(uint8_t* row, const uint8_t* line, uint32_t firstBit) 
   const uint64_t bytes = TargetBytes();
   const CombineKernels& kernels = *Kernels().combine;
   if (!SharesBytes(bits_)) {
-    if (plain_) {
+    if (plain_ && streams_) {
+      Kernels().streamBits(target, 0, line, 0, 8 * bytes);
+    } else if (plain_) {
       CopyBytes(target, line, bytes);
     } else {
       kernels.bits(target, line, bytes, bitRule_);
@@ -292,7 +296,8 @@ void RowCombiner::RunBits(uint8_t* row, const uint8_t* line, uint32_t firstBit) 
   }
   const auto shift = ShiftFor(bits_);
   const auto bit = static_cast<uint32_t>(targetBits_ % 8);
-  if (plain_) return shift(target, bit, line, firstBit, targetCount_);
+  const auto stream = bits_ == 12 ? Kernels().streamLowBits : Kernels().streamBits;
+  if (plain_) return (streams_ ? stream : shift)(target, bit, line, firstBit, targetCount_);
   // The source's pixels where the target has its own, then whole bytes; bits beside the pixels stay.
   shift(packed_.data(), bit, line, firstBit, targetCount_);
   uint8_t kept[2] = {target[0], target[bytes - 1]};

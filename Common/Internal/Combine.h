@@ -56,6 +56,7 @@ class RowCombiner {
 
   Way way_ = Way::kBits;
   bool plain_ = false;
+  bool streams_ = false;  // the destination is larger than the caches
   bool blends_ = false;
   bool copiesFirst_ = false;
   uint32_t flags_ = 0;
