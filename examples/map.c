@@ -21,7 +21,7 @@ int main(void) {
 
   /* The file vanishes with the bitmap, or with the process; its space is reserved before the first row is written. */
   status = T_CreateBitmap(&map, sizeof map, TYPE_DISK, WIDTH, HEIGHT, 8, T_ORDER_RGB, NULL, 1, NULL, 0);
-  if (status != SUCCESS) return fail("no room for the map", status); /* such as ERR_DISK_FULL */
+  if (status != SUCCESS) return fail("no room for the map", status); /* such as ERR_FILE_WRITE: the disk is full */
   for (y = 0; y < HEIGHT; ++y) {
     int64_t put;
     for (x = 0; x < WIDTH; ++x) line[x] = height_at(x, y);

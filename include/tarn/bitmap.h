@@ -119,12 +119,12 @@ T_API int32_t T_GetBitmapMemoryInfo(const BitmapHandle* handle, uint32_t* memory
 
 /** Bits of T_SetBitmapMemoryInfo's flags: which arguments are given. */
 enum {
-  T_INFO_MEMORY_TYPE = 1,
-  T_INFO_TILE_SIZE = 2,
-  T_INFO_TILE_COUNT = 4,
-  T_INFO_CONVENTIONAL_TILES = 8,
-  T_INFO_MAX_MAPPED_TILES = 16,
-  T_INFO_MAPPED_TILES = 32
+  T_INFO_MEMORY_TYPE = 1,        /**< memoryType */
+  T_INFO_TILE_SIZE = 2,          /**< tileSize */
+  T_INFO_TILE_COUNT = 4,         /**< tileCount */
+  T_INFO_CONVENTIONAL_TILES = 8, /**< conventionalTiles */
+  T_INFO_MAX_MAPPED_TILES = 16,  /**< maxMappedTiles */
+  T_INFO_MAPPED_TILES = 32       /**< mappedTiles */
 };
 
 /** Moves a bitmap to another storage or adjusts its tiles; pixels and all other fields are kept. Arguments that flags
@@ -141,11 +141,11 @@ T_API int64_t T_GetMemoryThresholds(int32_t* tiledThreshold, int64_t* maxConvent
 
 /** Bits of T_SetMemoryThresholds' flags. */
 enum {
-  T_THRESHOLD_TILED = 1,
-  T_THRESHOLD_MAX_CONVENTIONAL = 2,
-  T_THRESHOLD_TILE_SIZE = 4,
-  T_THRESHOLD_CONVENTIONAL_TILES = 8,
-  T_THRESHOLD_TILE_VIEWS = 16
+  T_THRESHOLD_TILED = 1,              /**< tiledThreshold */
+  T_THRESHOLD_MAX_CONVENTIONAL = 2,   /**< maxConventionalSize */
+  T_THRESHOLD_TILE_SIZE = 4,          /**< tileSize */
+  T_THRESHOLD_CONVENTIONAL_TILES = 8, /**< conventionalTiles */
+  T_THRESHOLD_TILE_VIEWS = 16         /**< tileViews */
 };
 
 /** Sets the calling thread's storage thresholds; flags name the arguments that apply.

@@ -71,6 +71,7 @@ T_API int32_t T_ColorResBitmap(BitmapHandle* source, BitmapHandle* destination, 
  * others are not. */
 T_API int32_t T_ColorResBitmapList(T_BitmapList* list, int32_t bits, uint32_t flags, const T_PaletteEntry* palette,
                                    uint32_t* matchTable, uint32_t colors) T_NOTHROW;
+/** T_ColorResBitmapList with a callback, as T_ColorResBitmap has it. @return the same */
 T_API int32_t T_ColorResBitmapListExt(T_BitmapList* list, int32_t bits, uint32_t flags, const T_PaletteEntry* palette,
                                       uint32_t* matchTable, uint32_t colors, T_StatusCallback callback,
                                       void* userData) T_NOTHROW;

@@ -47,8 +47,8 @@ enum {
   T_COMBINE_ADD = 4,      /**< d + s, at most M */
   T_COMBINE_SUBTRACT = 5, /**< d - s, at least 0 */
   T_COMBINE_AVERAGE = 6,  /**< (d + s + 1) / 2, truncated */
-  T_COMBINE_MINIMUM = 7,
-  T_COMBINE_MAXIMUM = 8,
+  T_COMBINE_MINIMUM = 7,  /**< min(d, s) */
+  T_COMBINE_MAXIMUM = 8,  /**< max(d, s) */
   T_COMBINE_MULTIPLY = 9, /**< d * s / M, rounded */
   /** (s * a + d * (A - a)) / A, rounded, with the source's alpha a of 0..A; 32- and 64-bit sources have alpha (as it
    *  stands, not multiplied into the colours), any other is opaque. Samples of 8 bits take 8 bits of alpha, deeper ones

@@ -43,8 +43,8 @@ T_EXTERN_C_BEGIN
 
 /** Flags of T_ConvertBufferExt. Whether a side is gray follows from its order, whatever bits 1 and 2 say. */
 enum {
-  T_CONVERT_SOURCE_GRAY = 1,
-  T_CONVERT_TARGET_GRAY = 2,
+  T_CONVERT_SOURCE_GRAY = 1,  /**< the source is gray, as its order says */
+  T_CONVERT_TARGET_GRAY = 2,  /**< the target is gray, as its order says */
   T_CONVERT_SOURCE_RANGE = 4, /**< samples of a gray source are in bits lowBit..highBit */
   T_CONVERT_TARGET_RANGE = 8, /**< samples of a gray target go to bits lowBit..highBit, the other bits are 0 */
   T_CONVERT_ALPHA = 16,       /**< alpha of 32- and 64-bit targets is 255 or 65535 */

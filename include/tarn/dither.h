@@ -31,15 +31,15 @@
 T_EXTERN_C_BEGIN
 
 enum {
-  DITHER_NONE = 0,
-  DITHER_FLOYD_STEINBERG = 1,
-  DITHER_STUCKI = 2,
-  DITHER_BURKES = 3,
-  DITHER_SIERRA = 4,
-  DITHER_STEVENSON_ARCE = 5,
-  DITHER_JARVIS = 6,
-  DITHER_ORDERED = 7,
-  DITHER_CLUSTERED = 8
+  DITHER_NONE = 0,            /**< the nearest colour */
+  DITHER_FLOYD_STEINBERG = 1, /**< error diffusion, one line below */
+  DITHER_STUCKI = 2,          /**< error diffusion, two lines below */
+  DITHER_BURKES = 3,          /**< error diffusion, one line below */
+  DITHER_SIERRA = 4,          /**< error diffusion, two lines below */
+  DITHER_STEVENSON_ARCE = 5,  /**< error diffusion, three lines below */
+  DITHER_JARVIS = 6,          /**< error diffusion, two lines below */
+  DITHER_ORDERED = 7,         /**< dispersed thresholds */
+  DITHER_CLUSTERED = 8        /**< clustered thresholds */
 };
 
 /** Entries of a match table. */

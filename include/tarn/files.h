@@ -14,9 +14,22 @@
 
 T_EXTERN_C_BEGIN
 
-enum { T_OPEN_READ = 0, T_OPEN_WRITE = 1, T_OPEN_READ_WRITE = 2, T_OPEN_CREATE = 0x100, T_OPEN_TRUNCATE = 0x200 };
-enum { T_SHARE_WRITE = 128, T_SHARE_READ = 256 };
-enum { T_SEEK_START = 0, T_SEEK_CURRENT = 1, T_SEEK_END = 2 };
+enum {
+  T_OPEN_READ = 0,        /**< reading only */
+  T_OPEN_WRITE = 1,       /**< writing only */
+  T_OPEN_READ_WRITE = 2,  /**< both */
+  T_OPEN_CREATE = 0x100,  /**< made when it is not there */
+  T_OPEN_TRUNCATE = 0x200 /**< emptied */
+};
+enum {
+  T_SHARE_WRITE = 128, /**< others may write */
+  T_SHARE_READ = 256   /**< others may read */
+};
+enum {
+  T_SEEK_START = 0,   /**< from the start */
+  T_SEEK_CURRENT = 1, /**< from the current position */
+  T_SEEK_END = 2      /**< from the end */
+};
 
 /* ---- Redirection ----------------------------------------------------------------------------------------------- */
 
@@ -34,6 +47,7 @@ T_API void T_RedirectIO(T_OpenCallback open, T_ReadCallback read, T_WriteCallbac
 /** T_RedirectIO with an open callback that takes a narrow name (text.h). A name that cannot be made narrow fails
  * without a call. Each thread remembers one such callback, that of the last T_RedirectIOA. */
 typedef T_FileHandle (*T_OpenCallbackA)(const char* name, int32_t flags, int32_t mode, void* userData);
+/** T_RedirectIO with an open callback that takes a narrow name. */
 T_API void T_RedirectIOA(T_OpenCallbackA open, T_ReadCallback read, T_WriteCallback write, T_SeekCallback seek,
                          T_CloseCallback close, void* userData) T_NOTHROW;
 
@@ -49,9 +63,11 @@ T_API void* T_GetFilterIOData(void** openData, void** readData, void** writeData
 
 /** @return a file, or -1 */
 T_API T_FileHandle T_RedirectedOpen(const wchar_t* name, int32_t flags, int32_t mode) T_NOTHROW;
+/** With a narrow name (text.h). @return a file, or -1 */
 T_API T_FileHandle T_RedirectedOpenA(const char* name, int32_t flags, int32_t mode) T_NOTHROW;
 /** @return bytes moved, or -1 */
 T_API int64_t T_RedirectedRead(T_FileHandle file, void* buffer, uint32_t bytes) T_NOTHROW;
+/** @return bytes moved, or -1 */
 T_API int64_t T_RedirectedWrite(T_FileHandle file, const void* buffer, uint32_t bytes) T_NOTHROW;
 /** @return the new position as the callback gives it */
 T_API int64_t T_RedirectedSeek(T_FileHandle file, int64_t offset, int32_t origin) T_NOTHROW;
@@ -60,6 +76,7 @@ T_API int32_t T_RedirectedClose(T_FileHandle file) T_NOTHROW;
 /** Move any count in chunks of at most 0x7FFFFFF bytes. A short chunk goes on with the rest; a second empty chunk in a
  *  row ends the transfer with the bytes moved so far. @return bytes moved, or -1 as soon as a chunk fails. */
 T_API int64_t T_RedirectedReadBig(T_FileHandle file, void* buffer, uint64_t bytes) T_NOTHROW;
+/** The other way. @return bytes moved, or -1 as soon as a chunk fails */
 T_API int64_t T_RedirectedWriteBig(T_FileHandle file, const void* buffer, uint64_t bytes) T_NOTHROW;
 
 /* ---- A block of memory as a file ------------------------------------------------------------------------------- */
@@ -73,7 +90,9 @@ enum {
 };
 
 /** The file handle of a memory file. */
-enum { T_BUFFER_FILE = 5 };
+enum {
+  T_BUFFER_FILE = 5 /**< not a file of the system's */
+};
 
 typedef struct T_BufferRedirect T_BufferRedirect;
 
@@ -95,14 +114,21 @@ T_API int32_t T_StopRedirectToBuffer(T_BufferRedirect* redirect, void** buffer, 
 
 /** @param userData ignored, here and below: these functions are the default callbacks. @return a file, or -1 */
 T_API T_FileHandle T_OsOpen(const wchar_t* name, int32_t flags, int32_t mode, void* userData) T_NOTHROW;
+/** With a narrow name (text.h). @return a file, or -1 */
 T_API T_FileHandle T_OsOpenA(const char* name, int32_t flags, int32_t mode, void* userData) T_NOTHROW;
 
 /** Attributes of T_OsCreat. Delete-on-close unlinks at close on Linux; hidden and system mean nothing there. */
-enum { T_ATTRIBUTE_READ_ONLY = 1, T_ATTRIBUTE_HIDDEN = 2, T_ATTRIBUTE_SYSTEM = 4, T_ATTRIBUTE_DELETE_ON_CLOSE = 8 };
+enum {
+  T_ATTRIBUTE_READ_ONLY = 1,      /**< reading only */
+  T_ATTRIBUTE_HIDDEN = 2,         /**< not listed by Windows */
+  T_ATTRIBUTE_SYSTEM = 4,         /**< marked as the system's on Windows */
+  T_ATTRIBUTE_DELETE_ON_CLOSE = 8 /**< gone when it is closed */
+};
 
 /** Creates or empties a file, shared for reading and writing; opened for reading only with T_ATTRIBUTE_READ_ONLY.
  *  @return a file, or -1 */
 T_API T_FileHandle T_OsCreat(const wchar_t* name, int32_t attributes) T_NOTHROW;
+/** With a narrow name (text.h). @return a file, or -1 */
 T_API T_FileHandle T_OsCreatA(const char* name, int32_t attributes) T_NOTHROW;
 
 /** @return bytes read (0 at the end), or -1 */
@@ -111,14 +137,19 @@ T_API int64_t T_OsRead(T_FileHandle file, void* buffer, uint32_t bytes, void* us
 T_API int64_t T_OsWrite(T_FileHandle file, const void* buffer, uint32_t bytes, void* userData) T_NOTHROW;
 /** Like T_RedirectedReadBig and T_RedirectedWriteBig on the system's files; a count of 0 moves nothing. */
 T_API int64_t T_OsReadBig(T_FileHandle file, void* buffer, uint64_t bytes, void* userData) T_NOTHROW;
+/** The other way. @return bytes written, or -1 */
 T_API int64_t T_OsWriteBig(T_FileHandle file, const void* buffer, uint64_t bytes, void* userData) T_NOTHROW;
 /** @param origin 0 start, 1 current, anything else end. @return the new position; 0 also on failure. */
 T_API int64_t T_OsSeek(T_FileHandle file, int64_t offset, int32_t origin, void* userData) T_NOTHROW;
+/** The same; large offsets need no other function here. @return the new position; 0 also on failure. */
 T_API int64_t T_OsSeekBig(T_FileHandle file, int64_t offset, int32_t origin, void* userData) T_NOTHROW;
 /** @return 0 or -1 */
 T_API int32_t T_OsClose(T_FileHandle file, void* userData) T_NOTHROW;
+/** @return 0 or -1 */
 T_API int32_t T_OsDelete(const wchar_t* name) T_NOTHROW;
+/** With a narrow name (text.h). @return 0 or -1 */
 T_API int32_t T_OsDeleteA(const char* name) T_NOTHROW;
+/** Cuts or lengthens a file. @return 0 or -1 */
 T_API int32_t T_OsSetFileSize(T_FileHandle file, int64_t bytes) T_NOTHROW;
 
 /** @return ERR_DISK_FULL when the system's last error is a full disk (ENOSPC, EDQUOT; Windows 39, 112), else status */

@@ -61,6 +61,7 @@ T_API int32_t T_GetChangeViewPerspectiveParams(uint32_t from, uint32_t to, int32
  *  @return SUCCESS; ERR_INVALID_PARAMETER (null); ERR_BAD_STRUCT_SIZE; ERR_INVALID_PARAMETER (a perspective outside 1
  *          to 8). */
 T_API int32_t T_FlipBitmapViewPerspective(BitmapHandle* bitmap) T_NOTHROW;
+/** The same, reversed. @return as T_FlipBitmapViewPerspective */
 T_API int32_t T_ReverseBitmapViewPerspective(BitmapHandle* bitmap) T_NOTHROW;
 
 /** A point of a picture seen under another perspective, given as column and row there, in the bitmap's own.

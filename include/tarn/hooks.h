@@ -12,10 +12,12 @@ T_EXTERN_C_BEGIN
 /** Asked by T_PutPixelColor before anything changes, with the position and colour as the caller gave them, inside the
  *  bitmap or not; 0 refuses the pixel with ERR_EMPTY_AREA. A position outside is refused whatever the hook says. */
 typedef int32_t (*T_PixelPositionHook)(BitmapHandle* bitmap, int32_t row, int32_t column, uint32_t color);
+/** @return the previous hook */
 T_API T_PixelPositionHook T_SetPixelPositionHook(T_PixelPositionHook hook) T_NOTHROW;
 
 /** Called when an operation made a bitmap from another. */
 typedef int32_t (*T_BitmapCreationHook)(BitmapHandle* created, BitmapHandle* source, int32_t first, int32_t second);
+/** @return the previous hook */
 T_API T_BitmapCreationHook T_SetBitmapCreationHook(T_BitmapCreationHook hook) T_NOTHROW;
 
 /** What the library does with regions; every function may be null. Results are statuses, SUCCESS goes on. */

@@ -17,6 +17,7 @@ typedef struct T_Library T_Library;
  *  @return SUCCESS; ERR_INVALID_PARAMETER (null, empty, a relative path); ERR_NO_MEMORY; ERR_LIBRARY_NOT_LOADED (not
  *          there, damaged, for another processor, or it lacks a library of its own). */
 T_API int32_t T_LoadLibrary(T_Library** library, const wchar_t* name) T_NOTHROW;
+/** With a narrow name (text.h). @return the same */
 T_API int32_t T_LoadLibraryA(T_Library** library, const char* name) T_NOTHROW;
 
 /** @param function gets the address, which holds until the library is unloaded; null after a failure

@@ -40,7 +40,10 @@ T_API int32_t T_LocalFree(void* address, uint32_t line, const wchar_t* file) T_N
 /* ---- Movable blocks by handle ---------------------------------------------------------------------------------- */
 
 /** Flags of T_OsAllocHandle and T_OsReallocHandle. Without T_BLOCK_MOVABLE the handle is the address itself. */
-enum { T_BLOCK_MOVABLE = 2, T_BLOCK_ZERO = 64 };
+enum {
+  T_BLOCK_MOVABLE = 2, /**< a handle to be locked */
+  T_BLOCK_ZERO = 64    /**< filled with zeros */
+};
 
 /** @return a block handle, or 0. Free with T_OsFreeHandle. */
 T_API uint64_t T_OsAllocHandle(uint32_t flags, uint64_t size, uint32_t line, const wchar_t* file) T_NOTHROW;
@@ -59,26 +62,41 @@ T_API void T_OsUnlockHandle(uint64_t handle, uint32_t line, const wchar_t* file)
 /* ---- Resource ledger ------------------------------------------------------------------------------------------- */
 
 /** Kinds of tracked objects. */
-enum { T_KIND_GLOBAL = 1, T_KIND_LOCAL = 2, T_KIND_HANDLE = 3 };
+enum {
+  T_KIND_GLOBAL = 1, /**< global memory */
+  T_KIND_LOCAL = 2,  /**< local memory */
+  T_KIND_HANDLE = 3  /**< blocks by handle */
+};
 
 /** Entry points kept for callers that announce objects of their own; they accept their arguments and do nothing. */
 T_API void T_ResourceAdd(const void* object, uint32_t kind, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** As T_ResourceAdd. */
 T_API void T_ResourceRemove(const void* object, uint32_t kind, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** As T_ResourceAdd. */
 T_API void T_ResourceLeakDetect(uint32_t flag) T_NOTHROW;
+/** As T_ResourceAdd. */
 T_API void T_ResourceLeakReport(uint32_t flag) T_NOTHROW;
 
 /* ---- Plain memory functions: memcpy, memmove, memset, memcmp, case-blind memcmp (ASCII), memchr ---------------- */
 
+/** memcpy */
 T_API void* T_MemoryCopy(void* target, const void* source, size_t bytes) T_NOTHROW;
+/** memmove */
 T_API void* T_MemoryMove(void* target, const void* source, size_t bytes) T_NOTHROW;
+/** memset */
 T_API void* T_MemorySet(void* target, int value, size_t bytes) T_NOTHROW;
+/** memcmp */
 T_API int T_MemoryCompare(const void* a, const void* b, size_t bytes) T_NOTHROW;
+/** memcmp with ASCII capitals and small letters the same */
 T_API int T_MemoryCompareI(const void* a, const void* b, size_t bytes) T_NOTHROW;
+/** memchr */
 T_API void* T_MemoryChr(const void* block, int value, size_t bytes) T_NOTHROW;
 
 /* ---- Thread-local slots ---------------------------------------------------------------------------------------- */
 
-enum { T_TLS_SLOTS = 1024 };
+enum {
+  T_TLS_SLOTS = 1024 /**< at one time */
+};
 
 /** A slot number for a 64-bit value per thread (0 at first). Freed slots are handed out again once all 1,024 have been
  *  used; the highest comes back at once. @return 0xFFFFFFFF when none is free. */

@@ -26,10 +26,17 @@ enum {
 };
 
 /** Flags of T_OverlayAttributes. */
-enum { T_OVERLAY_VISIBLE = 1 };
+enum {
+  T_OVERLAY_VISIBLE = 1 /**< to be shown */
+};
 
 /** Which attributes T_SetOverlayAttributes changes. */
-enum { T_OVERLAY_POSITION = 1, T_OVERLAY_COLOR = 2, T_OVERLAY_FLAGS = 4, T_OVERLAY_BIT = 8 };
+enum {
+  T_OVERLAY_POSITION = 1, /**< Left and Top */
+  T_OVERLAY_COLOR = 2,    /**< Color */
+  T_OVERLAY_FLAGS = 4,    /**< Flags */
+  T_OVERLAY_BIT = 8       /**< Bit */
+};
 
 typedef struct T_OverlayAttributes {
   uint32_t StructSize; /**< sizeof(T_OverlayAttributes) */
@@ -71,7 +78,10 @@ T_API int32_t T_GetOverlayAttributes(const BitmapHandle* bitmap, int32_t index, 
                                      uint32_t structSize) T_NOTHROW;
 
 /** Directions of T_MoveOverlayBits. */
-enum { T_OVERLAY_FROM_BITMAP = 0, T_OVERLAY_TO_BITMAP = 1 };
+enum {
+  T_OVERLAY_FROM_BITMAP = 0, /**< bits become the overlay */
+  T_OVERLAY_TO_BITMAP = 1    /**< the overlay becomes bits */
+};
 
 /** Moves one bit of every pixel under the overlay, the one that its attributes name.
  *  T_OVERLAY_FROM_BITMAP: the overlay's pixels become those bits, 0 where it lies beside the bitmap. An overlay without

@@ -23,7 +23,7 @@ T_EXTERN_C_BEGIN
 
 /** How a bitmap is resized; other bits are ignored. */
 enum {
-  RESIZE_NEAREST = 0,
+  RESIZE_NEAREST = 0,   /**< each pixel is one of the old ones */
   RESIZE_INK_COUNT = 1, /**< one-bit bitmaps: area count of ink pixels with a threshold */
   RESIZE_AREA = 2,      /**< area averaging, linear where it grows */
   RESIZE_SMOOTH = 4     /**< area averaging when neither direction grows, else with the spline */
@@ -61,6 +61,7 @@ T_API int32_t T_BicubicResampleBitmap(BitmapHandle* bitmap, int32_t newWidth, in
  *  @param structSize sizeof(BitmapHandle)
  *  @return as T_ResizeBitmap, but ERR_NO_BITMAP (null or no storage), then ERR_BAD_STRUCT_SIZE. */
 T_API int32_t T_ResampleBitmapInt(BitmapHandle* source, BitmapHandle* destination, uint32_t structSize) T_NOTHROW;
+/** With the spline. @return as T_ResampleBitmapInt */
 T_API int32_t T_BicubicResampleBitmapInt(BitmapHandle* source, BitmapHandle* destination,
                                          uint32_t structSize) T_NOTHROW;
 

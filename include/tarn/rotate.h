@@ -68,6 +68,7 @@ T_API int32_t T_RotateBuffer180(void* row, int32_t width, int32_t bits) T_NOTHRO
 
 /** Sine and cosine of an angle in hundredths of a degree x 16384, rounded; any angle. */
 T_API int32_t T_SinValue(int32_t angle) T_NOTHROW;
+/** The cosine, in the same way. */
 T_API int32_t T_CosValue(int32_t angle) T_NOTHROW;
 
 /** Changes only the field ViewPerspective, so that the picture is displayed turned clockwise.

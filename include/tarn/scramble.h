@@ -29,7 +29,10 @@
 T_EXTERN_C_BEGIN
 
 /** What T_ScrambleBitmap does; one of them. */
-enum { T_SCRAMBLE_SCRAMBLE = 1, T_SCRAMBLE_RESTORE = 2 };
+enum {
+  T_SCRAMBLE_SCRAMBLE = 1, /**< makes unreadable */
+  T_SCRAMBLE_RESTORE = 2   /**< makes readable */
+};
 
 /** Scrambles the pixels of a rectangle, or restores them: the same rectangle with the same key gives the same pixels
  *  back, bit by bit, in every format, alpha and bits without a meaning included. Scrambling twice takes restoring

@@ -9,19 +9,25 @@
 
 T_EXTERN_C_BEGIN
 
+/** @return the method that new bitmaps get, 0..8; T_DITHER_DEFAULT in a new thread */
 T_API uint32_t T_GetDefaultDithering(void) T_NOTHROW;
 /** @param method 0..8. @return SUCCESS; ERR_INVALID_PARAMETER (the method stays). */
 T_API int32_t T_DefaultDithering(uint32_t method) T_NOTHROW;
 
+/** @return dots per inch across, as they were set */
 T_API int32_t T_GetDefaultXResolution(void) T_NOTHROW;
+/** @return dots per inch downwards, as they were set */
 T_API int32_t T_GetDefaultYResolution(void) T_NOTHROW;
 /** Dots per inch given to new bitmaps; any value is stored, bitmaps take 150 for values below 1. @return the previous
  *  value. */
 T_API int32_t T_SetDefaultXResolution(int32_t dotsPerInch) T_NOTHROW;
+/** The same downwards. */
 T_API int32_t T_SetDefaultYResolution(int32_t dotsPerInch) T_NOTHROW;
 
 /** Directory of temporary files, room for this many wide characters with the terminator. */
-enum { T_TEMP_DIRECTORY_LENGTH = 264 };
+enum {
+  T_TEMP_DIRECTORY_LENGTH = 264 /**< wide characters */
+};
 
 /** Copies the directory as far as `length` wide characters go, always terminated. @return SUCCESS;
  *  ERR_INVALID_PARAMETER (null buffer, or length 0). */
@@ -32,6 +38,7 @@ T_API int32_t T_SetTempDirectory(const wchar_t* path) T_NOTHROW;
 /** The same two with narrow text (text.h). The directory is cut at a whole character, always terminated. @return as
  *  above; ERR_INVALID_PARAMETER also for text that cannot be converted; ERR_NO_MEMORY. */
 T_API int32_t T_GetTempDirectoryA(char* buffer, uint32_t length) T_NOTHROW;
+/** @return as T_SetTempDirectory; ERR_INVALID_PARAMETER also for text that cannot be converted. */
 T_API int32_t T_SetTempDirectoryA(const char* path) T_NOTHROW;
 
 /** Sets the progress callback and hands back the previous pair; each out pointer may be null. */
@@ -42,6 +49,7 @@ T_API T_StatusCallback T_GetStatusCallBack(void** userData) T_NOTHROW;
 /** The same for operations that copy bitmaps. */
 T_API void T_SetCopyStatusCallBack(T_StatusCallback callback, void* userData, T_StatusCallback* previous,
                                    void** previousUserData) T_NOTHROW;
+/** T_GetStatusCallBack for those. @return the callback, null when none. */
 T_API T_StatusCallback T_GetCopyStatusCallBack(void** userData) T_NOTHROW;
 
 /** Font substitution of the toolkit's vector library: kept here, called there. */

@@ -41,7 +41,7 @@ T_STATIC_ASSERT(sizeof(void*) == 8, "Tarn is a 64-bit library");
 /** Result of every operation. Success is 1 and is tested by comparing with SUCCESS, never by sign: an operation that a
  *  callback stopped returns the callback's own value, whatever its sign. */
 enum {
-  SUCCESS = 1,
+  SUCCESS = 1,                  /**< done */
   ERR_NO_MEMORY = -1,           /**< an allocation, mapping, reallocation or storage resize failed */
   ERR_NO_BITMAP = -2,           /**< null handle, or the bitmap has no storage */
   ERR_IMAGE_TOO_LARGE = -3,     /**< BytesPerLine x Height exceeds T_MAX_IMAGE_BYTES */
@@ -86,7 +86,12 @@ enum {
 };
 
 /** Colour orders, BitmapHandle::Order. */
-enum { T_ORDER_RGB = 0, T_ORDER_BGR = 1, T_ORDER_GRAY = 2, T_ORDER_WIDE = 5 };
+enum {
+  T_ORDER_RGB = 0,  /**< red first */
+  T_ORDER_BGR = 1,  /**< blue first */
+  T_ORDER_GRAY = 2, /**< gray samples */
+  T_ORDER_WIDE = 5  /**< the wide-gamut space, 24 and 48 bits (convert.h) */
+};
 
 /** Memory types, the storage a caller asks for (see T_AllocateBitmap). */
 enum {
@@ -101,7 +106,10 @@ enum {
 };
 
 /** Default dithering method of a new thread and the largest method. */
-enum { T_DITHER_DEFAULT = 7, T_DITHER_LAST = 8 };
+enum {
+  T_DITHER_DEFAULT = 7, /**< DITHER_ORDERED */
+  T_DITHER_LAST = 8     /**< DITHER_CLUSTERED */
+};
 
 /* ---- Records --------------------------------------------------------------------------------------------------- */
 

@@ -25,20 +25,27 @@ T_EXTERN_C_BEGIN
 
 /* ---- Kernel objects, released by T_WinCloseHandle --------------------------------------------------------------- */
 
+/** CreateMutexW */
 T_API HANDLE T_WinCreateMutexW(LPSECURITY_ATTRIBUTES security, BOOL owned, LPCWSTR name, uint32_t line,
                                const wchar_t* file) T_NOTHROW;
+/** CreateMutexA */
 T_API HANDLE T_WinCreateMutexA(LPSECURITY_ATTRIBUTES security, BOOL owned, LPCSTR name, uint32_t line,
                                const wchar_t* file) T_NOTHROW;
+/** CreateEventW */
 T_API HANDLE T_WinCreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL signalled, LPCWSTR name,
                                uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateEventA */
 T_API HANDLE T_WinCreateEventA(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL signalled, LPCSTR name,
                                uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateThread */
 T_API HANDLE T_WinCreateThread(LPSECURITY_ATTRIBUTES security, SIZE_T stackSize, LPTHREAD_START_ROUTINE start,
                                LPVOID argument, DWORD flags, LPDWORD threadId, uint32_t line,
                                const wchar_t* file) T_NOTHROW;
+/** CreateFileMappingW */
 T_API HANDLE T_WinCreateFileMappingW(HANDLE mappedFile, LPSECURITY_ATTRIBUTES security, DWORD protection,
                                      DWORD sizeHigh, DWORD sizeLow, LPCWSTR name, uint32_t line,
                                      const wchar_t* file) T_NOTHROW;
+/** CreateFileMappingA */
 T_API HANDLE T_WinCreateFileMappingA(HANDLE mappedFile, LPSECURITY_ATTRIBUTES security, DWORD protection,
                                      DWORD sizeHigh, DWORD sizeLow, LPCSTR name, uint32_t line,
                                      const wchar_t* file) T_NOTHROW;
@@ -46,6 +53,7 @@ T_API HANDLE T_WinCreateFileMappingA(HANDLE mappedFile, LPSECURITY_ATTRIBUTES se
 T_API HANDLE T_WinCreateFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                               DWORD disposition, DWORD flags, HANDLE templateFile, uint32_t line,
                               const wchar_t* file) T_NOTHROW;
+/** CreateFileA */
 T_API HANDLE T_WinCreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition,
                               DWORD flags, HANDLE templateFile, uint32_t line, const wchar_t* file) T_NOTHROW;
 /** Enters *duplicate when the call succeeds and gives one. A source closed by DUPLICATE_CLOSE_SOURCE stays entered. */
@@ -53,21 +61,29 @@ T_API BOOL T_WinDuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targ
                                 DWORD access, BOOL inherit, DWORD options, uint32_t line,
                                 const wchar_t* file) T_NOTHROW;
 
+/** CloseHandle */
 T_API BOOL T_WinCloseHandle(HANDLE object, uint32_t line, const wchar_t* file) T_NOTHROW;
 
 /* ---- Metafiles, released by T_WinDeleteMetaFile ----------------------------------------------------------------- */
 
 /** A recording device context, ended by T_WinCloseMetaFile. */
 T_API HDC T_WinCreateMetaFileW(LPCWSTR name, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateMetaFileA */
 T_API HDC T_WinCreateMetaFileA(LPCSTR name, uint32_t line, const wchar_t* file) T_NOTHROW;
 /** Ends a recording: takes the device context out of the ledger and enters the metafile. */
 T_API HMETAFILE T_WinCloseMetaFile(HDC dc, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** GetMetaFileW */
 T_API HMETAFILE T_WinGetMetaFileW(LPCWSTR name, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** GetMetaFileA */
 T_API HMETAFILE T_WinGetMetaFileA(LPCSTR name, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CopyMetaFileW */
 T_API HMETAFILE T_WinCopyMetaFileW(HMETAFILE source, LPCWSTR name, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CopyMetaFileA */
 T_API HMETAFILE T_WinCopyMetaFileA(HMETAFILE source, LPCSTR name, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** SetMetaFileBitsEx */
 T_API HMETAFILE T_WinSetMetaFileBitsEx(UINT bytes, const BYTE* data, uint32_t line, const wchar_t* file) T_NOTHROW;
 
+/** DeleteMetaFile */
 T_API BOOL T_WinDeleteMetaFile(HMETAFILE metafile, uint32_t line, const wchar_t* file) T_NOTHROW;
 
 /* ---- Enhanced metafiles, released by T_WinDeleteEnhMetaFile ------------------------------------------------------ */
@@ -75,78 +91,114 @@ T_API BOOL T_WinDeleteMetaFile(HMETAFILE metafile, uint32_t line, const wchar_t*
 /** A recording device context, ended by T_WinCloseEnhMetaFile. */
 T_API HDC T_WinCreateEnhMetaFileW(HDC reference, LPCWSTR name, const RECT* frame, LPCWSTR description, uint32_t line,
                                   const wchar_t* file) T_NOTHROW;
+/** CreateEnhMetaFileA */
 T_API HDC T_WinCreateEnhMetaFileA(HDC reference, LPCSTR name, const RECT* frame, LPCSTR description, uint32_t line,
                                   const wchar_t* file) T_NOTHROW;
 /** Ends a recording: takes the device context out of the ledger and enters the metafile. */
 T_API HENHMETAFILE T_WinCloseEnhMetaFile(HDC dc, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** GetEnhMetaFileW */
 T_API HENHMETAFILE T_WinGetEnhMetaFileW(LPCWSTR name, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** GetEnhMetaFileA */
 T_API HENHMETAFILE T_WinGetEnhMetaFileA(LPCSTR name, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CopyEnhMetaFileW */
 T_API HENHMETAFILE T_WinCopyEnhMetaFileW(HENHMETAFILE source, LPCWSTR name, uint32_t line,
                                          const wchar_t* file) T_NOTHROW;
+/** CopyEnhMetaFileA */
 T_API HENHMETAFILE T_WinCopyEnhMetaFileA(HENHMETAFILE source, LPCSTR name, uint32_t line,
                                          const wchar_t* file) T_NOTHROW;
+/** SetEnhMetaFileBits */
 T_API HENHMETAFILE T_WinSetEnhMetaFileBits(UINT bytes, const BYTE* data, uint32_t line, const wchar_t* file) T_NOTHROW;
 
+/** DeleteEnhMetaFile */
 T_API BOOL T_WinDeleteEnhMetaFile(HENHMETAFILE metafile, uint32_t line, const wchar_t* file) T_NOTHROW;
 
 /* ---- Windows and dialogs, released by T_WinDestroyWindow -------------------------------------------------------- */
 
+/** CreateDialogParamW */
 T_API HWND T_WinCreateDialogParamW(HINSTANCE instance, LPCWSTR dialog, HWND parent, DLGPROC procedure, LPARAM parameter,
                                    uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateDialogParamA */
 T_API HWND T_WinCreateDialogParamA(HINSTANCE instance, LPCSTR dialog, HWND parent, DLGPROC procedure, LPARAM parameter,
                                    uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateDialogIndirectParamW */
 T_API HWND T_WinCreateDialogIndirectParamW(HINSTANCE instance, LPCDLGTEMPLATEW dialog, HWND parent, DLGPROC procedure,
                                            LPARAM parameter, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateDialogIndirectParamA */
 T_API HWND T_WinCreateDialogIndirectParamA(HINSTANCE instance, LPCDLGTEMPLATEA dialog, HWND parent, DLGPROC procedure,
                                            LPARAM parameter, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateWindowExW */
 T_API HWND T_WinCreateWindowExW(DWORD extendedStyle, LPCWSTR className, LPCWSTR title, DWORD style, int x, int y,
                                 int width, int height, HWND parent, HMENU menu, HINSTANCE instance, LPVOID parameter,
                                 uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateWindowExA */
 T_API HWND T_WinCreateWindowExA(DWORD extendedStyle, LPCSTR className, LPCSTR title, DWORD style, int x, int y,
                                 int width, int height, HWND parent, HMENU menu, HINSTANCE instance, LPVOID parameter,
                                 uint32_t line, const wchar_t* file) T_NOTHROW;
 
+/** DestroyWindow */
 T_API BOOL T_WinDestroyWindow(HWND window, uint32_t line, const wchar_t* file) T_NOTHROW;
 
 /* ---- Regions, released by T_WinDeleteObject --------------------------------------------------------------------- */
 
+/** PathToRegion */
 T_API HRGN T_WinPathToRegion(HDC dc, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** ExtCreateRegion */
 T_API HRGN T_WinExtCreateRegion(const XFORM* transform, DWORD bytes, const RGNDATA* data, uint32_t line,
                                 const wchar_t* file) T_NOTHROW;
+/** CreateRoundRectRgn */
 T_API HRGN T_WinCreateRoundRectRgn(int left, int top, int right, int bottom, int width, int height, uint32_t line,
                                    const wchar_t* file) T_NOTHROW;
+/** CreateRectRgnIndirect */
 T_API HRGN T_WinCreateRectRgnIndirect(const RECT* rect, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateRectRgn */
 T_API HRGN T_WinCreateRectRgn(int left, int top, int right, int bottom, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreatePolyPolygonRgn */
 T_API HRGN T_WinCreatePolyPolygonRgn(const POINT* points, const int* counts, int polygons, int mode, uint32_t line,
                                      const wchar_t* file) T_NOTHROW;
+/** CreatePolygonRgn */
 T_API HRGN T_WinCreatePolygonRgn(const POINT* points, int count, int mode, uint32_t line,
                                  const wchar_t* file) T_NOTHROW;
+/** CreateEllipticRgnIndirect */
 T_API HRGN T_WinCreateEllipticRgnIndirect(const RECT* rect, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateEllipticRgn */
 T_API HRGN T_WinCreateEllipticRgn(int left, int top, int right, int bottom, uint32_t line,
                                   const wchar_t* file) T_NOTHROW;
 
 /* ---- Fonts, palettes, brushes and pens, released by T_WinDeleteObject ------------------------------------------- */
 
+/** CreateFontIndirectW */
 T_API HFONT T_WinCreateFontIndirectW(const LOGFONTW* font, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateFontIndirectA */
 T_API HFONT T_WinCreateFontIndirectA(const LOGFONTA* font, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateFontW */
 T_API HFONT T_WinCreateFontW(int height, int width, int escapement, int orientation, int weight, DWORD italic,
                              DWORD underline, DWORD strikeOut, DWORD charSet, DWORD outPrecision, DWORD clipPrecision,
                              DWORD quality, DWORD pitchAndFamily, LPCWSTR face, uint32_t line,
                              const wchar_t* file) T_NOTHROW;
+/** CreateFontA */
 T_API HFONT T_WinCreateFontA(int height, int width, int escapement, int orientation, int weight, DWORD italic,
                              DWORD underline, DWORD strikeOut, DWORD charSet, DWORD outPrecision, DWORD clipPrecision,
                              DWORD quality, DWORD pitchAndFamily, LPCSTR face, uint32_t line,
                              const wchar_t* file) T_NOTHROW;
+/** CreatePalette */
 T_API HPALETTE T_WinCreatePalette(const LOGPALETTE* palette, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateSolidBrush */
 T_API HBRUSH T_WinCreateSolidBrush(COLORREF color, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreatePatternBrush */
 T_API HBRUSH T_WinCreatePatternBrush(HBITMAP pattern, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateHatchBrush */
 T_API HBRUSH T_WinCreateHatchBrush(int hatch, COLORREF color, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateDIBPatternBrushPt */
 T_API HBRUSH T_WinCreateDIBPatternBrushPt(const void* packedDib, UINT usage, uint32_t line,
                                           const wchar_t* file) T_NOTHROW;
+/** CreateBrushIndirect */
 T_API HBRUSH T_WinCreateBrushIndirect(const LOGBRUSH* brush, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** ExtCreatePen */
 T_API HPEN T_WinExtCreatePen(DWORD style, DWORD width, const LOGBRUSH* brush, DWORD styleCount, const DWORD* styles,
                              uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreatePenIndirect */
 T_API HPEN T_WinCreatePenIndirect(const LOGPEN* pen, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreatePen */
 T_API HPEN T_WinCreatePen(int style, int width, COLORREF color, uint32_t line, const wchar_t* file) T_NOTHROW;
 
 /* ---- Bitmaps and images, released by T_WinDeleteObject ---------------------------------------------------------- */
@@ -154,16 +206,24 @@ T_API HPEN T_WinCreatePen(int style, int width, COLORREF color, uint32_t line, c
 /** Cursors and icons too; they are released by Windows' own functions. */
 T_API HANDLE T_WinLoadImageW(HINSTANCE instance, LPCWSTR name, UINT type, int width, int height, UINT flags,
                              uint32_t line, const wchar_t* file) T_NOTHROW;
+/** LoadImageA */
 T_API HANDLE T_WinLoadImageA(HINSTANCE instance, LPCSTR name, UINT type, int width, int height, UINT flags,
                              uint32_t line, const wchar_t* file) T_NOTHROW;
+/** LoadBitmapW */
 T_API HBITMAP T_WinLoadBitmapW(HINSTANCE instance, LPCWSTR name, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** LoadBitmapA */
 T_API HBITMAP T_WinLoadBitmapA(HINSTANCE instance, LPCSTR name, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateDIBSection */
 T_API HBITMAP T_WinCreateDIBSection(HDC dc, const BITMAPINFO* info, UINT usage, void** bits, HANDLE section,
                                     DWORD offset, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateDIBitmap */
 T_API HBITMAP T_WinCreateDIBitmap(HDC dc, const BITMAPINFOHEADER* header, DWORD flags, const void* bits,
                                   const BITMAPINFO* info, UINT usage, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateCompatibleBitmap */
 T_API HBITMAP T_WinCreateCompatibleBitmap(HDC dc, int width, int height, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateBitmapIndirect */
 T_API HBITMAP T_WinCreateBitmapIndirect(const BITMAP* bitmap, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateBitmap */
 T_API HBITMAP T_WinCreateBitmap(int width, int height, UINT planes, UINT bitsPerPixel, const void* bits, uint32_t line,
                                 const wchar_t* file) T_NOTHROW;
 
@@ -174,16 +234,22 @@ T_API BOOL T_WinDeleteObject(HGDIOBJ object, uint32_t line, const wchar_t* file)
 
 /** Of a window or, for null, of the screen; released by T_WinReleaseDC. */
 T_API HDC T_WinGetWindowDC(HWND window, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** GetDCEx */
 T_API HDC T_WinGetDCEx(HWND window, HRGN clip, DWORD flags, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** GetDC */
 T_API HDC T_WinGetDC(HWND window, uint32_t line, const wchar_t* file) T_NOTHROW;
 /** In memory or of a device; released by T_WinDeleteDC. */
 T_API HDC T_WinCreateCompatibleDC(HDC dc, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** CreateDCW */
 T_API HDC T_WinCreateDCW(LPCWSTR driver, LPCWSTR device, LPCWSTR output, const DEVMODEW* mode, uint32_t line,
                          const wchar_t* file) T_NOTHROW;
+/** CreateDCA */
 T_API HDC T_WinCreateDCA(LPCSTR driver, LPCSTR device, LPCSTR output, const DEVMODEA* mode, uint32_t line,
                          const wchar_t* file) T_NOTHROW;
 
+/** ReleaseDC */
 T_API int T_WinReleaseDC(HWND window, HDC dc, uint32_t line, const wchar_t* file) T_NOTHROW;
+/** DeleteDC */
 T_API BOOL T_WinDeleteDC(HDC dc, uint32_t line, const wchar_t* file) T_NOTHROW;
 
 /* ---- Drawing into a bitmap -------------------------------------------------------------------------------------- */
