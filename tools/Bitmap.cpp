@@ -140,7 +140,9 @@ void Bitmap::Make(const Maker& make, const StorageChoice& choice, const std::str
   }
 }
 
-Bitmap::~Bitmap() { T_FreeBitmap(&handle_); }
+Bitmap::~Bitmap() {
+  if (!lent_) T_FreeBitmap(&handle_);
+}
 
 void Bitmap::Check(int64_t moved, uint64_t wanted, int32_t row, const char* doing) const {
   if (moved >= 0 && static_cast<uint64_t>(moved) == wanted) return;

@@ -17,7 +17,8 @@ class ProgressSink {
  public:
   virtual ~ProgressSink() = default;
   virtual void Begin(std::string_view label) noexcept = 0;
-  virtual void Reach(uint64_t done, uint64_t steps) noexcept = 0;
+  /// May throw to stop the reading or writing of a file.
+  virtual void Reach(uint64_t done, uint64_t steps) = 0;
 };
 
 /// kAuto: a bar on a terminal, else nothing. kJson: a line for every percent, an object of JSON each.
@@ -58,8 +59,8 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  /// Called from the library too, so it neither throws nor allocates.
-  void Step() noexcept {
+  /// Called from the library too, so it neither allocates nor throws, unless the sink does.
+  void Step() {
     ++done_;
     if (shown_) Draw();
     if (written_) Write();

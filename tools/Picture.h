@@ -83,6 +83,8 @@ class Bitmap {
   /// What a call of the library makes of other bitmaps: it gets a record and the memory type to ask for.
   using Maker = std::function<int32_t(BitmapHandle* made, uint32_t memoryType)>;
   Bitmap(const Maker& make, const StorageChoice& choice, std::string file, const std::string& doing);
+  /// A bitmap whose storage stays somebody else's.
+  Bitmap(const BitmapHandle& lent, std::string file) : handle_(lent), file_(std::move(file)), lent_(true) {}
   ~Bitmap();
   Bitmap(const Bitmap&) = delete;
   Bitmap& operator=(const Bitmap&) = delete;
@@ -109,6 +111,7 @@ class Bitmap {
 
   BitmapHandle handle_{};
   std::string file_;
+  bool lent_ = false;
 };
 
 // ---- Codecs --------------------------------------------------------------------------------------------------------
