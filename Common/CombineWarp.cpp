@@ -9,6 +9,7 @@
 #include "Common/Internal/Rows.h"
 #include "Common/Internal/SharedRows.h"
 #include "Common/Internal/WarpSamples.h"
+#include "Kernels/Kernels.h"
 #include "tarn/combine.h"
 #include "tarn/convert.h"
 #include "tarn/copy.h"
@@ -99,27 +100,24 @@ class Projection {
     w1_ = g1 * h1 * static_cast<double>(Cross(one, three));
   }
 
-  /// Places of `count` pixels of a row, from column `first` on, in 1/256 of a source pixel, inside of the rectangle.
-  void Places(WarpPlace* places, int64_t first, int64_t row, int64_t count) const noexcept {
+  /// Places of a row from column `first` on, in 1/256 of a source pixel, inside of the rectangle.
+  [[nodiscard]] WarpRow RowFrom(int64_t first, int64_t row) const noexcept {
     const auto y = static_cast<double>(256 * row + 128 - originY_);
-    const double uRow = uY_ * y, vRow = vY_ * y, wRow = wY_ * y + w1_;
-    for (int64_t i = 0; i < count; ++i) {
-      const auto x = static_cast<double>(256 * (first + i) + 128 - originX_);
-      const double w = wX_ * x + wRow;
-      const double u = (uX_ * x + uRow) * width_ / w;
-      const double v = (vX_ * x + vRow) * height_ / w;
-      places[i] = {Rounded(u, width_), Rounded(v, height_)};
-    }
+    return {.first = static_cast<double>(256 * first + 128 - originX_),
+            .uX = uX_,
+            .uRow = uY_ * y,
+            .vX = vX_,
+            .vRow = vY_ * y,
+            .wX = wX_,
+            .wRow = wY_ * y + w1_,
+            .width = width_,
+            .height = height_,
+            .half = 0,
+            .lastX = 0,
+            .lastY = 0};
   }
 
  private:
-  /// What rounding brings beyond the rectangle, or makes no number of, is its edge. Below 2^29.
-  static int32_t Rounded(double place, double length) noexcept {
-    place = place > 0 ? place : 0;
-    place = place < length ? place : length;
-    return static_cast<int32_t>(place + 0.5);
-  }
-
   int64_t originX_, originY_;
   double width_, height_;
   double uX_, uY_, vX_, vY_, wX_, wY_, w1_;
@@ -225,16 +223,18 @@ class Warp {
 
   /// A tile whose source takes too much memory is made in halves.
   Status MakeTile(int64_t left, int64_t right, int64_t top, int64_t bottom) noexcept {
-    WarpBox box;
+    WarpReach reach;
     int64_t pixels = 0;
     for (int64_t row = top; row < bottom; ++row) {
       const Span span = Within(left, right, row);
-      WarpPlace* const places = places_.data() + pixels;
-      projection_.Places(places, span.first, row, span.end - span.first);
-      sampler_.Locate(places, span.end - span.first, box);
+      WarpRow places = projection_.RowFrom(span.first, row);
+      sampler_.Hold(places);
+      Kernels().warp->places(places_.data() + pixels, span.end - span.first, places, reach);
       pixels += span.end - span.first;
     }
     if (pixels == 0) return SUCCESS;
+    WarpBox box;
+    sampler_.Enlarge(box, reach);
     if (!sampler_.Direct() && !sampler_.Holds(box) && pixels > 1) {
       const bool across = right - left > 1;
       const int64_t column = across ? (left + right) / 2 : right;

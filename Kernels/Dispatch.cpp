@@ -67,6 +67,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
                     .scale = &kScalePortable,
                     .rotate = &kRotatePortable,
                     .rotateSquares = &kNoRotateSquares,
+                    .warp = &kWarpPortable,
                     .combine = &kCombinePortable};
   if (limit >= Isa::kAvx2) {
     table.compressRuns = CompressRuns_Avx2;  // expanding goes run by run: wider registers do not help it
@@ -85,6 +86,7 @@ constexpr KernelTable MakeTable(Isa limit) noexcept {
     table.turn = &kTurnAvx2;
     table.scale = &kScaleAvx2;
     table.rotate = &kRotateAvx2;
+    table.warp = &kWarpAvx2;
     table.combine = &kCombineAvx2;
   }
   if (limit >= Isa::kAvx512) {

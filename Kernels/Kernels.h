@@ -11,6 +11,7 @@
 #include "Kernels/Rotate.h"
 #include "Kernels/Scale.h"
 #include "Kernels/Turn.h"
+#include "Kernels/Warp.h"
 
 namespace tarn {
 
@@ -86,6 +87,7 @@ struct KernelTable {
   const ScaleKernels* scale;
   const RotateKernels* rotate;
   const RotateSquares* rotateSquares;
+  const WarpKernels* warp;
   const CombineKernels* combine;
 };
 

@@ -81,15 +81,27 @@ Group CombineGroup() {
   }
   const auto target = Filled(24, 3), source = Filled(24, 5);
   const int32_t width = kRowBytes / 3;
+  const Pixels before = PixelsOf(*target, 24), other = PixelsOf(*source, 24);
+  const int32_t corners[4][2] = {{0, 0}, {width - 300, 500}, {width, kRows - 200}, {700, kRows}};
   for (const uint32_t flags : {T_WARP_NEAREST, T_WARP_BILINEAR}) {
-    const size_t at = group.Add("warp", [=] {
-      const T_WarpPoint points[4] = {
-          {0, 0}, {256 * (width - 300), 256 * 500}, {256 * width, 256 * (kRows - 200)}, {256 * 700, 256 * kRows}};
+    const char* const job =
+        flags ? "onto a quadrilateral, bilinear, 24 bits" : "onto a quadrilateral, nearest, 24 bits";
+    const auto add = [&](const std::string& who, size_t at) {
+      group.lines.push_back({job, who, {Scaled(at, 1e3), TimesMemcpy(at, yardstick, all, all)}});
+    };
+    T_WarpPoint points[4];
+    double places[4][2];
+    for (int i = 0; i < 4; ++i) {
+      points[i] = {256 * corners[i][0], 256 * corners[i][1]};
+      for (int k = 0; k < 2; ++k) places[i][k] = corners[i][k];
+    }
+    add("T_CombineBitmapWarp", group.Add("warp", [=] {
       Require(T_CombineBitmapWarp(&*target, points, &*source, nullptr, flags) == SUCCESS, "T_CombineBitmapWarp");
-    });
-    group.lines.push_back({flags ? "onto a quadrilateral, bilinear, 24 bits" : "onto a quadrilateral, nearest, 24 bits",
-                           "T_CombineBitmapWarp",
-                           {Scaled(at, 1e3), TimesMemcpy(at, yardstick, all, all)}});
+    }));
+    for (const auto& peer : Peers()) {
+      const PeerJob way = peer->Warp(before, other, places, flags == T_WARP_BILINEAR);
+      if (way.pass) add(peer->Name() + " " + way.call, group.Add("peer", way.pass));
+    }
   }
   const size_t hidden = group.Add("scramble", [=] {
     Require(T_ScrambleBitmap(&*target, 0, 0, width, kRows, 7, T_SCRAMBLE_SCRAMBLE) == SUCCESS, "T_ScrambleBitmap");

@@ -1,4 +1,4 @@
-// OpenCV: cvtColor, convertTo, applyColorMap, clone, flip, rotate, warpAffine.
+// OpenCV: cvtColor, convertTo, applyColorMap, clone, flip, rotate, warpAffine, warpPerspective.
 
 #include <opencv2/core.hpp>
 #include <opencv2/core/version.hpp>
@@ -118,6 +118,25 @@ class OpenCv : public Peer {
       default:
         return {};
     }
+  }
+
+  PeerJob Warp(const Pixels& target, const Pixels& source, const double (&corners)[4][2], bool bilinear) override {
+    if (TypeOf(target.format) < 0) return {};
+    const auto to = std::make_shared<cv::Mat>(MatOf(target));
+    const auto from = std::make_shared<cv::Mat>(MatOf(source));
+    cv::Point2f ends[4];
+    const auto width = static_cast<float>(source.width), height = static_cast<float>(source.height);
+    cv::Point2f begins[4] = {{0, 0}, {width, 0}, {width, height}, {0, height}};
+    const cv::Point2f half(0.5F, 0.5F);  // places count from the centres of pixels
+    for (int i = 0; i < 4; ++i) {
+      ends[i] = cv::Point2f(static_cast<float>(corners[i][0]), static_cast<float>(corners[i][1])) - half;
+      begins[i] -= half;
+    }
+    const cv::Mat move = cv::getPerspectiveTransform(begins, ends);
+    const int flags = bilinear ? cv::INTER_LINEAR : cv::INTER_NEAREST;
+    return {"warpPerspective",
+            [=] { cv::warpPerspective(*from, *to, move, to->size(), flags, cv::BORDER_TRANSPARENT); },
+            {}};
   }
 
   PeerJob ConvertInPlace(const Pixels& source, Format target) override {

@@ -61,6 +61,11 @@ class Peer {
   virtual std::vector<PeerJob> Resize(const Pixels& /*source*/, const Scaling& /*scaling*/) { return {}; }
   /// Two pictures of one format by a T_COMBINE_... operation.
   virtual PeerJob Combine(const Pixels& /*target*/, const Pixels& /*source*/, uint32_t /*operation*/) { return {}; }
+  /// A picture mapped onto a quadrilateral, whose corners are those of upper left, upper right, lower right and lower
+  /// left ones, in pixels from the upper left corner.
+  virtual PeerJob Warp(const Pixels& /*target*/, const Pixels& /*source*/, const double (&)[4][2], bool /*bilinear*/) {
+    return {};
+  }
   virtual PeerJob CountColours(const Pixels& /*source*/) { return {}; }
 };
 

@@ -3,10 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <vector>
 
+#include "Kernels/Kernels.h"
+#include "Levels.h"
+#include "RunReference.h"
 #include "Scope.h"
 #include "engine/Picture.h"
 #include "engine/Random.h"
@@ -208,6 +212,89 @@ TEST(CombineWarp, EveryFormatAndStorageLikeACopy) {
           warped.Free();
         }
       }
+    }
+  }
+}
+
+TEST(CombineWarp, PlacesOfEveryLevel) {
+  Random random(31);
+  const auto slope = [&] { return random.Between(-2000, 2000) / 1000.0; };
+  for (int round = 0; round < 400; ++round) {
+    // Every fourth row crosses the horizon, where places are no numbers.
+    const double w = round % 4 ? 1e6 : 0;
+    const tarn::WarpRow row{random.Between(-9000, 9000) * 1.0,
+                            slope(),
+                            slope() * 1e4,
+                            slope(),
+                            slope() * 1e4,
+                            slope() / 10,
+                            w,
+                            25600,
+                            12800,
+                            round % 2 * 128,
+                            25600 - 256,
+                            12800 - 256};
+    const int64_t count = random.Between(0, 90);
+    const auto made = [&](tarn::Isa level, tarn::WarpReach& reach) {
+      std::vector<tarn::WarpPlace> places(static_cast<size_t>(count) + 1);
+      tarn::KernelsFor(level).warp->places(places.data(), count, row, reach);
+      Bytes bytes(places.size() * sizeof places[0] + sizeof reach);
+      std::memcpy(bytes.data(), places.data(), places.size() * sizeof places[0]);
+      std::memcpy(bytes.data() + bytes.size() - sizeof reach, &reach, sizeof reach);
+      return bytes;
+    };
+    tarn::WarpReach wanted;
+    const Bytes places = made(tarn::Isa::kPortable, wanted);
+    for (const tarn::Isa level : tarn::test::kLevels) {
+      tarn::WarpReach reach;
+      ASSERT_EQ(made(level, reach), places) << round;
+    }
+  }
+}
+
+// Pixels up to the last one of the memory they are in, near each other and far apart.
+TEST(CombineWarp, SamplesOfEveryLevel) {
+  using K = tarn::WarpKernels;
+  const struct {
+    K::Sample K::*kernel;
+    int32_t bytes;
+    bool bilinear;
+  } cases[] = {{&K::nearest8, 1, false},  {&K::nearest16, 2, false},     {&K::nearest24, 3, false},
+               {&K::nearest32, 4, false}, {&K::nearest48, 6, false},     {&K::nearest64, 8, false},
+               {&K::bilinear8, 1, true},  {&K::bilinear16, 2, true},     {&K::bilinear24, 3, true},
+               {&K::bilinear32, 4, true}, {&K::bilinear32Gray, 4, true}, {&K::bilinear48, 6, true},
+               {&K::bilinear64, 8, true}};
+  Random random(32);
+  for (const auto& c : cases) {
+    for (int round = 0; round < 60; ++round) {
+      const int32_t width = random.Between(1, 60), height = random.Between(1, round % 8 ? 20 : 700);
+      const int32_t stride = width * c.bytes + random.Between(0, 5);
+      Bytes bytes(static_cast<size_t>(stride) * static_cast<size_t>(height - 1) +
+                  static_cast<size_t>(width) * static_cast<size_t>(c.bytes));
+      for (uint8_t& byte : bytes) byte = round % 3 ? random.Byte() : 255;
+      runref::Exact source(bytes.data(), bytes.size(), random.Below(64));
+      const tarn::WarpWindow window{source.data(), stride, width - 1, height - 1};
+      const int32_t rest = c.bilinear ? 0 : 255;
+      const int32_t lastX = 256 * (width - 1) + rest, lastY = 256 * (height - 1) + rest;
+      const size_t count = random.Below(100);
+      std::vector<tarn::WarpPlace> places;
+      for (size_t i = 0; i < count; ++i) {
+        const bool near = round % 2 != 0 && i > 0;
+        const auto step = [&](int32_t at, int32_t last) {
+          return near ? std::min(std::max(at + random.Between(-300, 300), 0), last) : random.Between(0, last);
+        };
+        places.push_back({step(near ? places.back().x : 0, lastX), step(near ? places.back().y : 0, lastY)});
+      }
+      const size_t used = count * static_cast<size_t>(c.bytes);
+      const auto made = [&](tarn::Isa level) {
+        runref::Guarded target(used, random.Below(64));
+        (tarn::KernelsFor(level).warp->*c.kernel)(target.data(), window, places.data(), static_cast<int64_t>(count));
+        EXPECT_TRUE(target.GuardsKept());
+        return Bytes(target.data(), target.data() + used);
+      };
+      const Bytes wanted = made(tarn::Isa::kPortable);
+      for (const tarn::Isa level : tarn::test::kLevels)
+        ASSERT_EQ(made(level), wanted) << c.bytes << " bytes, bilinear " << c.bilinear << ", round " << round;
     }
   }
 }

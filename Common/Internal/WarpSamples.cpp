@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "Common/Internal/PackedPixels.h"
+#include "Kernels/Kernels.h"
 #include "tarn/convert.h"
 
 namespace tarn {
@@ -10,69 +11,40 @@ namespace {
 
 constexpr int64_t kMostWindow = int64_t{8} << 20;
 
-template <int kBytes>
-void Nearest(uint8_t* target, const WarpSampler::Window& window, const WarpPlace* places, int64_t count) noexcept {
-  for (int64_t i = 0; i < count; ++i, target += kBytes)
-    std::memcpy(target, window.data + (places[i].y >> 8) * window.stride + (places[i].x >> 8) * kBytes, kBytes);
-}
-
-/// Wide holds a sample times 65536.
-template <class T, int kSamples, class Wide>
-void Bilinear(uint8_t* target, const WarpSampler::Window& window, const WarpPlace* places, int64_t count) noexcept {
-  constexpr int64_t kBytes = static_cast<int64_t>(sizeof(T)) * kSamples;
-  for (int64_t i = 0; i < count; ++i, target += kBytes) {
-    const int64_t column = places[i].x >> 8, row = places[i].y >> 8;
-    const auto right = static_cast<Wide>(places[i].x & 255), lower = static_cast<Wide>(places[i].y & 255);
-    const uint8_t* const a = window.data + row * window.stride + column * kBytes;
-    const uint8_t* const b = column < window.lastColumn ? a + kBytes : a;
-    const int64_t down = row < window.lastRow ? window.stride : 0;
-    T upperLeft[kSamples], upperRight[kSamples], lowerLeft[kSamples], lowerRight[kSamples], made[kSamples];
-    std::memcpy(upperLeft, a, kBytes);
-    std::memcpy(upperRight, b, kBytes);
-    std::memcpy(lowerLeft, a + down, kBytes);
-    std::memcpy(lowerRight, b + down, kBytes);
-    for (int k = 0; k < kSamples; ++k) {
-      const Wide upper = upperLeft[k] * (256 - right) + upperRight[k] * right;
-      const Wide below = lowerLeft[k] * (256 - right) + lowerRight[k] * right;
-      made[k] = static_cast<T>((upper * (256 - lower) + below * lower + 32768) >> 16);
-    }
-    std::memcpy(target, made, kBytes);
-  }
-}
-
 }  // namespace
 
-WarpSampler::Sampler WarpSampler::ChooseSampler() const noexcept {
+WarpKernels::Sample WarpSampler::ChooseSampler() const noexcept {
+  const WarpKernels& kernels = *Kernels().warp;
   if (bilinear_) {
     switch (form_.BitsPerPixel) {
       case 8:
-        return Bilinear<uint8_t, 1, uint32_t>;
+        return kernels.bilinear8;
       case 12:
       case 16:
-        return Bilinear<uint16_t, 1, uint32_t>;
+        return kernels.bilinear16;
       case 24:
-        return Bilinear<uint8_t, 3, uint32_t>;
+        return kernels.bilinear24;
       case 32:
-        return form_.Order == T_ORDER_GRAY ? Bilinear<uint32_t, 1, uint64_t> : Bilinear<uint8_t, 4, uint32_t>;
+        return form_.Order == T_ORDER_GRAY ? kernels.bilinear32Gray : kernels.bilinear32;
       case 48:
-        return Bilinear<uint16_t, 3, uint32_t>;
+        return kernels.bilinear48;
       default:
-        return Bilinear<uint16_t, 4, uint32_t>;
+        return kernels.bilinear64;
     }
   }
   switch (unit_) {
     case 1:
-      return Nearest<1>;
+      return kernels.nearest8;
     case 2:
-      return Nearest<2>;
+      return kernels.nearest16;
     case 3:
-      return Nearest<3>;
+      return kernels.nearest24;
     case 4:
-      return Nearest<4>;
+      return kernels.nearest32;
     case 6:
-      return Nearest<6>;
+      return kernels.nearest48;
     default:
-      return Nearest<8>;
+      return kernels.nearest64;
   }
 }
 
@@ -109,31 +81,23 @@ Status WarpSampler::Open(int64_t areaWidth, int64_t areaHeight, bool bilinear) n
   return aligned_ ? SUCCESS : ERR_NO_MEMORY;
 }
 
-void WarpSampler::Locate(WarpPlace* places, int64_t count, WarpBox& box) const noexcept {
-  const int32_t half = bilinear_ ? 128 : 0;
+void WarpSampler::Hold(WarpRow& row) const noexcept {
+  row.half = bilinear_ ? 128 : 0;
   // Nearest: the last pixel reaches to 255 behind its beginning.
-  const auto lastX = static_cast<int32_t>(256 * window_.lastColumn + (bilinear_ ? 0 : 255));
-  const auto lastY = static_cast<int32_t>(256 * window_.lastRow + (bilinear_ ? 0 : 255));
-  int32_t leastX = INT32_MAX, leastY = INT32_MAX, mostX = -1, mostY = -1;
-  for (int64_t i = 0; i < count; ++i) {
-    int32_t x = places[i].x - half, y = places[i].y - half;
-    x = x < 0 ? 0 : x > lastX ? lastX : x;
-    y = y < 0 ? 0 : y > lastY ? lastY : y;
-    places[i] = {x, y};
-    leastX = x < leastX ? x : leastX;
-    leastY = y < leastY ? y : leastY;
-    mostX = x > mostX ? x : mostX;
-    mostY = y > mostY ? y : mostY;
-  }
-  if (count <= 0) return;
+  row.lastX = static_cast<int32_t>(256 * window_.lastColumn + (bilinear_ ? 0 : 255));
+  row.lastY = static_cast<int32_t>(256 * window_.lastRow + (bilinear_ ? 0 : 255));
+}
+
+void WarpSampler::Enlarge(WarpBox& box, const WarpReach& reach) const noexcept {
+  if (reach.mostX < 0) return;
   const auto end = [this](int32_t most, int64_t last) noexcept {
     const int64_t pixel = (most >> 8) + (bilinear_ ? 1 : 0);
     return (pixel < last ? pixel : last) + 1;
   };
-  if (leastX >> 8 < box.left) box.left = leastX >> 8;
-  if (leastY >> 8 < box.top) box.top = leastY >> 8;
-  if (const int64_t right = end(mostX, window_.lastColumn); right > box.right) box.right = right;
-  if (const int64_t bottom = end(mostY, window_.lastRow); bottom > box.bottom) box.bottom = bottom;
+  if (reach.leastX >> 8 < box.left) box.left = reach.leastX >> 8;
+  if (reach.leastY >> 8 < box.top) box.top = reach.leastY >> 8;
+  if (const int64_t right = end(reach.mostX, window_.lastColumn); right > box.right) box.right = right;
+  if (const int64_t bottom = end(reach.mostY, window_.lastRow); bottom > box.bottom) box.bottom = bottom;
 }
 
 /// Pixels of a row from a bit of `part` on, in units of their own.

@@ -8,14 +8,9 @@
 #include "Common/Internal/Rows.h"
 #include "Common/Internal/Status.h"
 #include "Common/Internal/TrackedBuffer.h"
+#include "Kernels/Warp.h"
 
 namespace tarn {
-
-/// In 1/256 of a pixel from an area's upper left corner; after Locate the same from the centre of the pixel to sample,
-/// or of the upper left one of four.
-struct WarpPlace {
-  int32_t x, y;
-};
 
 /// Pixels of the area that samples come from.
 struct WarpBox {
@@ -40,26 +35,19 @@ class WarpSampler {
     return (box.right - box.left) * (box.bottom - box.top) * unit_ <= windowBytes_;
   }
 
-  /// Enlarges the box by what they need.
-  void Locate(WarpPlace* places, int64_t count, WarpBox& box) const noexcept;
+  /// Places of a row, from the area's upper left corner, are moved to the centres of pixels and held to the area.
+  void Hold(WarpRow& row) const noexcept;
+  /// Enlarges the box by what places of such rows need.
+  void Enlarge(WarpBox& box, const WarpReach& reach) const noexcept;
   /// Prepares for samples from a box of the area that begins at a column and row of the source.
   Status Read(const WarpBox& box, int64_t areaLeft, int64_t areaTop) noexcept;
-  /// Of places that were located, in the box that was read.
+  /// Of places of such rows, in the box that was read.
   void Sample(uint8_t* target, const WarpPlace* places, int64_t count) const noexcept;
   /// Samples as a line of the form, in the buffer (BytesOf the line) or where they are.
   const uint8_t* Packed(uint8_t* buffer, const uint8_t* samples, int64_t count) const noexcept;
 
-  /// Part of the area in memory; addresses count from the area's first pixel.
-  struct Window {
-    const uint8_t* data;
-    int64_t stride;
-    int64_t lastColumn;  // of the area
-    int64_t lastRow;
-  };
-
  private:
-  using Sampler = void (*)(uint8_t* target, const Window& window, const WarpPlace* places, int64_t count) noexcept;
-  Sampler ChooseSampler() const noexcept;
+  WarpKernels::Sample ChooseSampler() const noexcept;
   void ReadLine(uint8_t* target, const uint8_t* part, uint32_t firstBit, int64_t count) noexcept;
 
   BitmapHandle& source_;
@@ -71,9 +59,9 @@ class WarpSampler {
   bool levels_ = false;  // samples are made levels
   GrayParams params_{};
   const uint8_t* block_ = nullptr;
-  Sampler sampler_ = nullptr;
+  WarpKernels::Sample sampler_ = nullptr;
   FormatLines lines_;
-  Window window_{};
+  WarpWindow window_{};
   int64_t windowBytes_ = 0;
   TrackedBuffer<uint8_t> held_;     // a box
   TrackedBuffer<uint8_t> aligned_;  // a line of it from bit 0 on
