@@ -525,18 +525,27 @@ class TiffWriter final : public PageWriter {
   TiffWriter& operator=(const TiffWriter&) = delete;
 
   void Add(const Picture& picture, Bitmap& bitmap, Progress& progress, TiffCompression compression) override {
-    WriteHeader(picture, bitmap.Handle(), compression);
-    std::vector<uint8_t> line(bitmap.BytesPerLine());
+    const int32_t stripRows = WriteHeader(picture, bitmap.Handle(), compression);
+    // A strip in one piece is what the quicker Deflate behind libtiff asks for: it sees all of its input at once.
+    const auto rowBytes = static_cast<size_t>(picture.RowBytes());
+    std::vector<uint8_t> strip(rowBytes * static_cast<size_t>(stripRows - 1) + bitmap.BytesPerLine());
     const int channels = picture.bits == 32 || picture.bits == 64 ? 4 : 3;
-    for (int32_t row = 0; row < picture.height; ++row) {
-      bitmap.GetRow(row, line.data());
-      if (picture.bits == 24 || picture.bits == 32) {
-        SwapRedAndBlue(line.data(), picture.width, channels);
-      } else if (picture.bits > 32) {
-        SwapRedAndBlue(reinterpret_cast<uint16_t*>(line.data()), picture.width, channels);
+    for (int32_t top = 0; top < picture.height;) {
+      const int32_t rows = std::min(stripRows, picture.height - top);
+      for (int32_t row = 0; row < rows; ++row) {
+        uint8_t* const line = strip.data() + rowBytes * static_cast<size_t>(row);
+        bitmap.GetRow(top + row, line);
+        if (picture.bits == 24 || picture.bits == 32) {
+          SwapRedAndBlue(line, picture.width, channels);
+        } else if (picture.bits > 32) {
+          SwapRedAndBlue(reinterpret_cast<uint16_t*>(line), picture.width, channels);
+        }
+        progress.Step();
       }
-      Check(context_.Call([&] { return TIFFWriteScanline(tiff_, line.data(), static_cast<uint32_t>(row), 0); }) == 1);
-      progress.Step();
+      const auto number = static_cast<uint32_t>(top / stripRows);
+      const auto bytes = static_cast<tmsize_t>(rowBytes * static_cast<size_t>(rows));
+      Check(context_.Call([&] { return TIFFWriteEncodedStrip(tiff_, number, strip.data(), bytes); }) == bytes);
+      top += rows;
     }
     // All of the page is written here; closing frees.
     Check(context_.Call([&] { return TIFFWriteDirectory(tiff_); }) == 1);
@@ -560,7 +569,8 @@ class TiffWriter final : public PageWriter {
     Check(context_.Call([&] { return TIFFSetField(tiff_, tag, values...); }) == 1);
   }
 
-  void WriteHeader(const Picture& picture, const BitmapHandle& bitmap, TiffCompression compression);
+  /// @return rows a strip
+  int32_t WriteHeader(const Picture& picture, const BitmapHandle& bitmap, TiffCompression compression);
   void WritePalette(const Picture& picture);
 
   OutputFile& file_;
@@ -602,7 +612,7 @@ void TiffWriter::WritePalette(const Picture& picture) {
   if (got != 1 || !kept[0] || !kept[1] || !kept[2]) throw std::bad_alloc();
 }
 
-void TiffWriter::WriteHeader(const Picture& picture, const BitmapHandle& bitmap, TiffCompression compression) {
+int32_t TiffWriter::WriteHeader(const Picture& picture, const BitmapHandle& bitmap, TiffCompression compression) {
   const bool colour = picture.bits > 16;
   const bool opacity = picture.bits == 32 || picture.bits == 64;
   const int samples = opacity ? 4 : colour ? 3 : 1;
@@ -649,6 +659,7 @@ void TiffWriter::WriteHeader(const Picture& picture, const BitmapHandle& bitmap,
   const uint64_t rows = std::clamp<uint64_t>(kStripBytes / std::max<uint64_t>(picture.RowBytes(), 1), 1,
                                              static_cast<uint64_t>(picture.height));
   Set(TIFFTAG_ROWSPERSTRIP, static_cast<uint32_t>(rows));
+  return static_cast<int32_t>(rows);
 }
 
 }  // namespace
