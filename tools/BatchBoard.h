@@ -49,6 +49,11 @@ class BatchBoard {
   bool AllTaken() const noexcept { return head_->next.load() >= items_; }
 
   void Stop() noexcept { head_->stopped = true; }
+  /// From here on a picture that fails is the last one to be begun.
+  void StopOnFailure() noexcept { head_->stopsOnFailure = true; }
+  void Failed() noexcept {
+    if (head_->stopsOnFailure) Stop();
+  }
   bool Stopped() const noexcept { return head_->stopped; }
 
   void SetLabel(int worker, std::string_view label) noexcept;
@@ -58,6 +63,7 @@ class BatchBoard {
   struct Head {
     std::atomic<uint32_t> next;
     std::atomic<bool> stopped;
+    std::atomic<bool> stopsOnFailure;
   };
 
   uint32_t items_;

@@ -104,6 +104,7 @@ bool BatchCrew::Start(int number, const std::vector<uint32_t>& first) {
 void BatchCrew::Hear(const BatchResult& result, const Listener& listener) {
   if (result.item >= heard_.size() || heard_[result.item]) return;
   heard_[result.item] = true;
+  if (result.code != 0) board_.Failed();
   listener.heard(result);
 }
 

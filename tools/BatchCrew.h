@@ -31,8 +31,6 @@ class BatchCrew {
   /// their outputs.
   /// @return the signal that ended it, or 0
   int Run(const Listener& listener);
-  /// No further picture is begun; those under way are finished. For Listener::heard.
-  void StopAfterThese() noexcept { board_.Stop(); }
   BatchBoard& Board() noexcept { return board_; }
   int Workers() const noexcept { return static_cast<int>(workers_.size()); }
 

@@ -179,6 +179,7 @@ std::vector<BatchItem> ExpandBatch(const std::vector<std::string>& inputs, const
   std::vector<BatchItem> found;
   Walk walk(folder, found);
   for (const std::string& input : inputs) {
+    if (input == "-") throw Failure(Exit::kUsage, input, "is no name of a picture; ./- is");
     const size_t before = found.size();
     const mode_t kind = KindOf(input);
     const bool pattern = kind == 0 && HasWildcard(input);

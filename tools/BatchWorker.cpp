@@ -250,6 +250,7 @@ int WorkOnBatch(BatchBoard& board, int worker, int parent, const std::vector<uin
       result.outputBytes = made->Size();
       committer.Add(std::move(result), std::move(made));
     } else {
+      board.Failed();
       made.reset();
       mouth.Say(result);
     }

@@ -28,6 +28,20 @@ constexpr int kMostJobs = 256;
 /// A change of size or depth has two bitmaps at a time.
 constexpr uint64_t kBitmapsAtATime = 2;
 
+const char* ExtensionOf(Format format) {
+  switch (format) {
+    case Format::kPng:
+      return ".png";
+    case Format::kJpeg:
+      return ".jpg";
+    case Format::kTiff:
+      return ".tif";
+    case Format::kBmp:
+      return ".bmp";
+  }
+  return "";
+}
+
 double Megabytes(uint64_t bytes) { return static_cast<double>(bytes) / 1e6; }
 
 class BatchCommand final : public Command {
@@ -40,13 +54,13 @@ class BatchCommand final : public Command {
                       "files, folders and quoted patterns ('in/*.tif', 'in/**/*.png'), then the folder to write into");
     options.Number("--jobs", jobs_, 1, kMostJobs, "pictures at a time, each in a process; as many as processors");
     options.Text("--suffix", suffix_, "TEXT",
-                 "of the outputs' names: .png writes PNG, -small comes behind the name, -small.png does both");
+                 "of the outputs' names: .png writes PNG, as --format png does; -small comes behind the stem");
     options.Flag("--again", again_, "do what has been done already, too");
     options.Flag("--stop-on-error", stopOnError_, "begin no further picture after one that fails");
     options.Flag("--plan", plan_, "do nothing but list what is to be done: a key, input and output, between tabs");
     options.Tail(words_,
                  "-- COMMAND [ARGUMENT...] -- COMMAND [ARGUMENT...] ...\nThe commands that write a picture, in turn, "
-                 "each without IN and OUT; without any, pictures are converted to what --suffix says. The options "
+                 "each without IN and OUT; without any, pictures are converted to what --format says. The options "
                  "below come before the first --.");
     way_.AddOptions(options);
   }
@@ -63,7 +77,7 @@ class BatchCommand final : public Command {
   bool Prepare();
   void MakeFolders() const;
   void Work(const BatchItem& item, Console& console, const std::function<void(std::unique_ptr<OutputFile>)>& made);
-  void Hear(const BatchResult& result, BatchCrew& crew, BatchJournal& journal, Console& console);
+  void Hear(const BatchResult& result, BatchJournal& journal, Console& console);
   BatchBars::Sum Sum() const;
   void Summary(int signal) const;
   void ListPlan() const;
@@ -114,6 +128,7 @@ bool BatchCommand::Prepare() {
   chain.Join(way_);
   if (jobs_ == 0) jobs_ = std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, kMostJobs);
 
+  if (way_.writing.format && suffix_.find('.') == std::string::npos) suffix_ += ExtensionOf(*way_.writing.format);
   items_ = ExpandBatch(names_, folder_, suffix_);
   for (const BatchItem& item : items_) {
     way_.output = item.output;
@@ -164,8 +179,9 @@ int BatchCommand::Run(Console& console) {
     if (console.WritesProgress()) written_.emplace(console, folder_, items_.size(), "batch");
     const BatchWork work = [&](uint32_t item, Console& own, const auto& made) { Work(items_[item], own, made); };
     BatchCrew crew(static_cast<uint32_t>(items_.size()), jobs_, work, console);
+    if (stopOnError_) crew.Board().StopOnFailure();
     BatchCrew::Listener listener;
-    listener.heard = [&](const BatchResult& result) { Hear(result, crew, journal, console); };
+    listener.heard = [&](const BatchResult& result) { Hear(result, journal, console); };
     if (showsBars_) listener.tick = [&] { bars_.Draw(Sum(), crew.Board(), crew.Workers()); };
     signal = crew.Run(listener);
     bars_.Clear();
@@ -192,7 +208,7 @@ void BatchCommand::Work(const BatchItem& item, Console& console,
   chain.Run(way, console);
 }
 
-void BatchCommand::Hear(const BatchResult& result, BatchCrew& crew, BatchJournal& journal, Console& console) {
+void BatchCommand::Hear(const BatchResult& result, BatchJournal& journal, Console& console) {
   const BatchItem& item = items_[result.item];
   throughBytes_ += item.inputBytes;
   if (written_) written_->Step();
@@ -212,7 +228,6 @@ void BatchCommand::Hear(const BatchResult& result, BatchCrew& crew, BatchJournal
   failed_.push_back(result);
   if (failed_.back().file.empty()) failed_.back().file = item.input;
   console.Error(failed_.back().file, result.reason);
-  if (stopOnError_) crew.StopAfterThese();
 }
 
 BatchBars::Sum BatchCommand::Sum() const {

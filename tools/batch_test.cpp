@@ -104,7 +104,7 @@ TEST_F(ToolBatch, NamesOutputsAndTellsWhatCommandsTell) {
   EXPECT_EQ(ended.code, 0) << ended;
   EXPECT_TRUE(Says(ended, In("p0.png") + ": ")) << ended.out;
   EXPECT_EQ(OutFiles().count("p0-level.png"), 1u);
-  ended = Run({"batch", In("p0.png"), Outputs(), "--suffix", ".tif", "--compression", "lzw"});
+  ended = Run({"batch", In("p0.png"), Outputs(), "--format", "tiff", "--compression", "lzw"});
   EXPECT_EQ(ended.code, 0) << ended;
   EXPECT_TRUE(DecodeTiff(Out("p0.tif")) == DecodePng(In("p0.png")));
 }
@@ -128,6 +128,7 @@ TEST_F(ToolBatch, RefusesBeforeAnyWork) {
       {{In("p0.png"), In("p0.png"), out, "--plan", "--jobs", "0"}, 1, "--jobs"},
       {{In("p*.png"), In("")}, 1, "would replace an input"},
       {{In("note.txt"), out}, 1, "names no format"},
+      {{"-", out, "--suffix", ".png"}, 1, "is no name of a picture"},
       {{In("p0.png"), out, "--suffix", "/x"}, 1, "--suffix is part of a name"},
       {{In("p0.png"), out, "--", "melt"}, 1, "'melt' is not one of"},
       {{In("p0.png"), out, "--", "resize", "tall"}, 1, "'tall' is not a size"},

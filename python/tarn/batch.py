@@ -28,7 +28,7 @@ from typing import Any, Optional
 __all__ = ["Failed", "Summary", "ToolError", "find_tool", "run"]
 
 _JOURNAL = ".tarn-batch"  # its format is that of tools/BatchJournal.h
-_FILE_OPTIONS = ("storage", "compression", "quality", "page", "max-pixels", "tile-size", "max-memory")
+_FILE_OPTIONS = ("format", "storage", "compression", "quality", "page", "max-pixels", "tile-size", "max-memory")
 
 
 class ToolError(Exception):
@@ -302,6 +302,7 @@ def _main(words: list[str]) -> int:
     own, chain = words[:cut], words[cut + 1:]
     parser = argparse.ArgumentParser(
         prog="python3 -m tarn.batch", description="Many pictures through the same commands, on one machine or many.",
+        epilog="Without commands pictures are converted to what --format says.",
         usage="%(prog)s [--cluster ADDRESS] IN... OUT [OPTION...] -- COMMAND ... -- COMMAND ...", allow_abbrev=False)
     parser.add_argument("names", nargs="+", metavar="IN... OUT", help="as with tarn batch")
     parser.add_argument("--cluster", metavar="ADDRESS", help="of a dask.distributed scheduler, tcp://HOST:PORT")
@@ -311,8 +312,6 @@ def _main(words: list[str]) -> int:
     parser.add_argument("--stop-on-error", action="store_true", help="begin no further picture after one that fails")
     for option in _FILE_OPTIONS:
         parser.add_argument(f"--{option}", metavar="N", help="as with tarn run")
-    if not chain:
-        parser.epilog = "Without commands pictures are converted to what --suffix says."
     given = parser.parse_args(own)
     options: list[str] = []
     for option in _FILE_OPTIONS:
