@@ -114,6 +114,8 @@ void OnList(Several& several, F&& step) {
     const Lent lent(several.bitmaps);
     return lent.Status() == SUCCESS ? step(lent.List()) : lent.Status();
   }();
+  for (PyBitmap* bitmap : several.bitmaps)
+    if (!(bitmap->Record().Flags & T_FLAG_USER_DATA)) bitmap->memory.reset();
   watch.Rethrow();
   Require(status);
 }

@@ -1,5 +1,7 @@
 // The module: its parts, and what holds for a thread or for the library.
 
+#include <cstring>
+
 #include "Binding.h"
 
 namespace tarn::python {
@@ -34,6 +36,32 @@ void SetThresholds(std::optional<int32_t> keepFree, std::optional<int64_t> block
                                 views.value_or(0), which));
 }
 
+/// A palette of a side of so many bits, whose entries the library reads all; what is missing is black.
+Palette SideOf(py::handle colors, int32_t bits) {
+  Palette palette = PaletteOf(colors);
+  while (!palette.empty() && bits >= 1 && bits <= 8 && palette.size() < size_t{1} << bits) palette.add({});
+  return palette;
+}
+
+py::bytes ConvertLine(py::handle data, int32_t width, int32_t fromBits, int32_t toBits, uint32_t fromOrder,
+                      uint32_t toOrder, py::handle fromPalette, py::handle toPalette, bool opaque) {
+  const auto held = HeldBuffer::Of(data, PyBUF_C_CONTIGUOUS);
+  if (width < 1 || fromBits < 0 || toBits < 0 || fromBits > 64 || toBits > 64) Raise(ERR_INVALID_PARAMETER);
+  const auto bytes = [&](int32_t bits) {
+    return static_cast<size_t>((int64_t{width} * (bits == 0 ? 8 : bits) + 7) / 8);
+  };
+  if (static_cast<size_t>(held->View().len) < bytes(fromBits))
+    RaiseAs(PyExc_ValueError, "so many pixels have " + std::to_string(bytes(fromBits)) + " bytes");
+  const Palette from = SideOf(fromPalette, fromBits), to = SideOf(toPalette, toBits);
+  std::string line(T_CalcConvertSize(width, fromBits, width, toBits), 0);
+  std::memcpy(line.data(), held->View().buf, bytes(fromBits));
+  Require(T_ConvertBufferExt(line.data(), width, fromBits, toBits, fromOrder, toOrder,
+                             from.empty() ? nullptr : from.data(), to.empty() ? nullptr : to.data(),
+                             opaque ? T_CONVERT_OPAQUE : 0, -1, -1));
+  line.resize(bytes(toBits));
+  return line;
+}
+
 }  // namespace
 
 void AddSettings(py::module_& module) {
@@ -54,6 +82,9 @@ void AddSettings(py::module_& module) {
       },
       "x"_a, "y"_a);
   module.def("set_super_compressed_cache", &T_SetSuperCompressedCache, "bytes"_a);
+  module.def("convert_line", &ConvertLine, "data"_a, "width"_a, "from_bits"_a, "to_bits"_a, py::kw_only(),
+             "from_order"_a = uint32_t{T_ORDER_RGB}, "to_order"_a = uint32_t{T_ORDER_RGB}, "from_palette"_a = none,
+             "to_palette"_a = none, "opaque"_a = false);
   module.def("push_progress", &PushProgress, "callable"_a);
   module.def("pop_progress", &PopProgress);
 }

@@ -106,7 +106,9 @@ class Bitmap:
     def to_dib(self) -> bytes: ...
     def clone(self, *, storage: Storage | int | None = None) -> Bitmap:
         """A copy with pixels, palette and overlays, in storage of the same kind or as asked for."""
-    def copy_rect(self, left: int, top: int, width: int, height: int, *, storage: Storage | int | None = None) -> Bitmap:
+    def copy_rect(
+        self, left: int, top: int, width: int, height: int, *, storage: Storage | int | None = None
+    ) -> Bitmap:
         """What lies in a rectangle; zeros where it reaches beyond the bitmap."""
     def close(self) -> None:
         """Frees the pixels now. BufferError while they are viewed."""
@@ -250,7 +252,9 @@ class Bitmap:
     ) -> None:
         """Clockwise, in steps of a hundredth of a degree."""
     def rotate_quarter(self, turn: Turn | int = Turn.CLOCKWISE) -> None: ...
-    def shear(self, degrees: float, *, axis: ShearAxis | int = ShearAxis.ROWS, fill: _ColorLike = (0, 0, 0)) -> None: ...
+    def shear(
+        self, degrees: float, *, axis: ShearAxis | int = ShearAxis.ROWS, fill: _ColorLike = (0, 0, 0)
+    ) -> None: ...
     def flip(self) -> None:
         """Upside down."""
     def reverse(self) -> None:
@@ -268,7 +272,7 @@ class Bitmap:
         self, source: Bitmap, left: int = 0, top: int = 0, *, area: _Area | None = None,
         operation: Combine | int = Combine.COPY, invert: Invert | int = Invert.NOTHING,
     ) -> None:
-        """Combines an area of a source, (left, top, width, height) or all of it, with the pixels from (left, top) on."""
+        """Combines an area of a source, (left, top, width, height) or all of it, with what is at (left, top)."""
     def warp(
         self, source: Bitmap, corners: Sequence[tuple[float, float]], *, area: _Area | None = None,
         method: WarpMethod | int = WarpMethod.BILINEAR,
@@ -321,5 +325,11 @@ def set_thresholds(
 def default_resolution() -> tuple[int, int]: ...
 def set_default_resolution(x: int, y: int) -> None: ...
 def set_super_compressed_cache(bytes: int) -> int: ...
+def convert_line(
+    data: Any, width: int, from_bits: int, to_bits: int, *, from_order: Order | int = Order.RGB,
+    to_order: Order | int = Order.RGB, from_palette: _PaletteLike | None = None,
+    to_palette: _PaletteLike | None = None, opaque: bool = False,
+) -> bytes:
+    """Pixels of one format as those of another: 1 to 8, 12, 16, 24, 32, 48, 64 bits, 0 for bytes of gray."""
 def push_progress(callable: Callable[[int], object]) -> None: ...
 def pop_progress() -> None: ...

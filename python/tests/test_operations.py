@@ -1,6 +1,8 @@
 """Operations through the binding: their arguments arrive, their failures come back as exceptions."""
 
 import copy
+import subprocess
+import sys
 
 import numpy as np
 import pytest
@@ -282,6 +284,41 @@ def test_failures_carry_their_status():
         with pytest.raises(tarn.Error):
             call()
     bitmap.close()
+
+
+def test_without_memory():
+    """The exception is Python's own as well, and the bitmap is as it was; in a process that may have no more."""
+    code = """if True:
+        import numpy, resource, tarn
+        page = tarn.Bitmap(4000, 4000, 24)
+        page.put_pixel(5, 5, (1, 2, 3))
+        now = int(open("/proc/self/statm").read().split()[0]) * 4096
+        resource.setrlimit(resource.RLIMIT_AS, (now + (10 << 20), -1))
+        for call in (lambda: page.clone(storage=tarn.Storage.NO_DISK), page.unpacked, page.to_dib,
+                     lambda: page.rows(0, 4000)):
+            try:
+                call()
+            except MemoryError:
+                pass
+            else:
+                raise SystemExit("there was memory")
+        assert page.pixel(5, 5) == (1, 2, 3) and page.views == 0
+        page.flip()
+    """
+    run = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True)
+    assert run.returncode == 0, run.stderr
+
+
+def test_lines_of_other_formats():
+    pixels = noise((1, 9, 3))
+    line = tarn.convert_line(pixels, 9, 24, 48, to_order=Order.BGR)
+    assert np.array_equal(np.frombuffer(line, "uint16").reshape(9, 3), pixels[0, :, ::-1].astype("uint16") * 257)
+    assert tarn.convert_line(line, 9, 48, 24, from_order=Order.BGR) == pixels.tobytes()
+    assert tarn.convert_line(b"\xa0", 3, 1, 24, from_palette=["#010203", "#ffffff"])[3:6] == b"\1\2\3"
+    assert tarn.convert_line(bytes(3), 1, 24, 32, opaque=True) == b"\0\0\0\xff"
+    for arguments in ((bytes(2), 1, 24, 8), (bytes(9), 0, 8, 8), (bytes(9), 1, 9, 8), (bytes(9), 1, 8, 65)):
+        with pytest.raises(ValueError):
+            tarn.convert_line(*arguments)
 
 
 def test_settings_are_the_threads(tmp_path):
