@@ -581,7 +581,7 @@ TEST_F(Tool, CommandsSurviveRefusedMemoryAndFailingFiles) {
     for (const bool memory : {true, false}) {
       if (memory ? kSanitized : !writes) continue;  // the sanitizer's allocator stays in charge
       int failed = 0;
-      const long step = !memory ? 1 : words[0] == "run" ? 101 : 23;  // a chain has many
+      const long step = !memory ? 1 : words[0] == "run" ? 307 : 61;  // a chain has many
       for (long at = 1;; at += step) {
         SCOPED_TRACE(words[0] + ", " + (memory ? "allocation " : "file call ") + std::to_string(at));
         const Ended ended = RunFaulty(words, at, {memory ? "TARN_TEST_MEMORY=once" : "TARN_TEST_WHAT=28"});

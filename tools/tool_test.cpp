@@ -760,7 +760,7 @@ TEST_F(ToolOutput, NoAllocationFailureCrashesOrLeavesFiles) {
     const Words words = {"convert", In(target.in), Out(target.out)};
     for (const bool forever : {false, true}) {
       int refused = 0;
-      for (long at = 1;; at += 5) {
+      for (long at = 1;; at += 31) {  // all of them: ToolFaults
         const bool existing = at % 2 == 0, named = at % 3 == 0;
         SCOPED_TRACE(std::string(target.out) + " from " + target.in + ", allocation " + std::to_string(at) +
                      (forever ? " and all later ones" : "") + ", existing " + std::to_string(existing) + ", named " +
