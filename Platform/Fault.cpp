@@ -83,6 +83,7 @@ Answer AskArmed(Point point, Here here) noexcept {
   if (Site* site = FindSite(point, {here.line, here.file ? here.file : L"?"})) {
     ++site->calls;
     if (chosen) ++site->refused;
+    if (counted <= schedule.traceRoom) schedule.trace[counted - 1] = {point, static_cast<uint16_t>(site - sites)};
   }
   return chosen ? schedule.answer : Answer::kPass;
 }

@@ -28,11 +28,19 @@ enum class Answer : uint8_t {
   kInterrupt,      // the system call is interrupted once and must be repeated; elsewhere passes
 };
 
+/// One counted call: which site asked, by a number that lasts until ClearSites.
+struct Traced {
+  Point point;
+  uint16_t site;
+};
+
 struct Schedule {
   uint64_t first = 0;           // number of the first call answered, counted from 1; 0 answers none (only counts)
   uint64_t last = ~uint64_t{};  // number of the last call answered
   Answer answer = Answer::kRefuse;
   uint32_t points = kAllPoints;  // gates that count; the others pass
+  Traced* trace = nullptr;       // gets the calls in their order, as far as there is room
+  uint32_t traceRoom = 0;
 };
 
 /// Starts counting at 0 under a schedule; replaces the previous one. Every thread's calls count.

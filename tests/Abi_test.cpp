@@ -28,7 +28,7 @@ namespace {
 class SharedLibrary {
  public:
 #if defined(_WIN32)
-  static constexpr int kLoads = 50;
+  static constexpr int kLoads = 100;
   SharedLibrary() {
     std::string path = TARN_LIBRARY_PATH;
     if (path[0] == '/') path = "Z:" + path;  // cross built: Wine's name for the build machine's root
@@ -173,6 +173,11 @@ TEST(Abi, UnloadsWithoutTrace) {
       ASSERT_EQ(TARN_FIND(library, T_AllocateBitmap)(&bitmap, TYPE_CONV), SUCCESS);
       bitmap.Data[0] = 1;
       TARN_FIND(library, T_FreeBitmap)(&bitmap);
+      // A file; and the codec, which goes with the library.
+      for (const uint32_t type : {TYPE_DISK, TYPE_SUPERCOMPRESSED}) {
+        ASSERT_EQ(TARN_FIND(library, T_AllocateBitmap)(&bitmap, type), SUCCESS) << type;
+        TARN_FIND(library, T_FreeBitmap)(&bitmap);
+      }
       // Left for the unload to clear away: this thread's settings and slots.
       ASSERT_EQ(TARN_FIND(library, T_TlsSetValue)(TARN_FIND(library, T_TlsAlloc)(), 1), 1);
       code = reinterpret_cast<const void*>(TARN_FIND(library, T_InitBitmap));

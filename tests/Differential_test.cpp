@@ -31,7 +31,7 @@ class Differential : public testing::Test {
  protected:
   engine::Bytes Run(const Operation& operation, Kind kind, const Shape& shape) {
     Reference reference;
-    const std::string wrong = MakeReference(scene_, Case{operation, kind, shape, kSeed}, 0, reference);
+    const std::string wrong = MakeReference(scene_, Case{operation, kind, shape, kSeed}, reference);
     EXPECT_EQ(wrong, "") << operation.name << ", " << NameOf(kind) << ", " << Text(shape);
     return reference.result;
   }
@@ -65,7 +65,7 @@ std::map<std::string, uint64_t> Hashes(engine::Scene& scene) {
     for (const int32_t bits : engine::kDepths) {
       if (!operation.Suits(Kind::kBlock, ShapeOf(bits))) continue;
       Reference reference;
-      EXPECT_EQ(MakeReference(scene, Case{operation, Kind::kBlock, ShapeOf(bits), kSeed}, 0, reference), "");
+      EXPECT_EQ(MakeReference(scene, Case{operation, Kind::kBlock, ShapeOf(bits), kSeed}, reference), "");
       hash = Hash(hash, reference.result);
     }
   }

@@ -1,9 +1,13 @@
 #include "engine/Judge.h"
 
+#include <cstdlib>
 #include <cstring>
+#include <map>
 
 namespace tarn::engine {
 namespace {
+
+constexpr uint32_t kTraceRoom = 1 << 16;  // calls of one operation
 
 /// Pixels and figures of a record, and the record itself less what the row functions own in it.
 struct Snapshot {
@@ -122,6 +126,22 @@ void ForgetSomeViews(World& before, const World& after) {
   before.held.viewBytes = after.held.viewBytes;
 }
 
+/// Numbers of the calls to answer. A loop over rows asks from the same sites for each of them, so what a site's calls
+/// in the midst meet is what their neighbours meet.
+std::vector<uint64_t> CallsToAnswer(const std::vector<uint16_t>& trace) {
+  constexpr uint32_t kEach = 6;  // calls of a site that are answered before any is left out
+  std::map<uint16_t, uint32_t> all;
+  for (const uint16_t site : trace) ++all[site];
+  std::map<uint16_t, uint32_t> soFar;
+  std::vector<uint64_t> numbers;
+  for (size_t call = 0; call < trace.size(); ++call) {
+    const uint32_t number = ++soFar[trace[call]];
+    const bool ofThePowers = (number & (number - 1)) == 0;
+    if (EveryFault() || number <= kEach || ofThePowers || number + 2 > all[trace[call]]) numbers.push_back(call + 1);
+  }
+  return numbers;
+}
+
 bool Documented(const Operation& operation, const Work& work, int64_t status) {
   for (const int64_t failure : operation.failures)
     if (status == failure) return true;
@@ -136,16 +156,41 @@ std::string Text(const Case& test) {
   return text + Text(test.shape) + ", seed " + std::to_string(test.seed);
 }
 
-std::string MakeReference(const Scene& scene, const Case& test, uint32_t points, Reference& reference) {
+std::vector<uint16_t> Reference::Trace(uint32_t points) const {
+  std::vector<uint16_t> sites;
+  for (const fault::Traced& call : calls)
+    if (fault::Mask(call.point) & points) sites.push_back(call.site);
+  return sites;
+}
+
+std::string RunBeside(const Scene& scene, const Case& test, Bytes& result) {
+  Work work(scene, test.kind, test.shape, test.seed);
+  std::string wrong = Prepare(work, test);
+  if (wrong.empty()) {
+    const int64_t status = test.operation.call(work);
+    Reference reference;
+    if (test.operation.Succeeded(work, status))
+      wrong = Result(work, test, reference);
+    else
+      wrong = "fails: " + std::to_string(status);
+    result = std::move(reference.result);
+  }
+  return wrong.empty() ? wrong : Text(test) + ": " + wrong;
+}
+
+std::string MakeReference(const Scene& scene, const Case& test, Reference& reference) {
   const World start = LookAround(scene);
   std::string wrong;
   {
     Work work(scene, test.kind, test.shape, test.seed);
     wrong = Prepare(work, test);
     if (!wrong.empty()) return wrong;
-    fault::Arm({.points = points});
+    reference.calls.resize(kTraceRoom);
+    fault::Arm({.trace = reference.calls.data(), .traceRoom = kTraceRoom});
     const int64_t status = test.operation.call(work);
-    reference.calls = fault::Disarm();
+    const uint64_t calls = fault::Disarm();
+    if (calls > kTraceRoom) return std::to_string(calls) + " calls are more than can be listed";
+    reference.calls.resize(calls);
     if (!test.operation.Succeeded(work, status)) return "fails without a fault: " + std::to_string(status);
     wrong = Result(work, test, reference);
   }
@@ -210,22 +255,24 @@ std::string RunWithFault(const Scene& scene, const Case& test, const Reference& 
   return wrong;
 }
 
-std::string SweepCase(const Scene& scene, const Case& test, const Trial& trial, SweepFigures& figures) {
-  Reference reference;
-  std::string wrong = MakeReference(scene, test, trial.points, reference);
-  if (!wrong.empty()) return Text(test) + ": " + wrong;
+bool EveryFault() {
+  static const bool every = std::getenv("TARN_EVERY_FAULT") != nullptr;
+  return every;
+}
+
+std::string SweepCase(const Scene& scene, const Case& test, const Reference& reference, const Trial& trial,
+                      SweepFigures& figures) {
   ++figures.cases;
-  if (reference.calls == 0) return {};
-  for (uint64_t first = 1;; ++first) {
+  for (const uint64_t first : CallsToAnswer(reference.Trace(trial.points))) {
     bool answered = false;
-    wrong = RunWithFault(scene, test, reference, trial, first, answered);
+    const std::string wrong = RunWithFault(scene, test, reference, trial, first, answered);
     if (!wrong.empty())
       return Text(test) + ", call " + std::to_string(first) + ", answer " +
              std::to_string(static_cast<int>(trial.answer)) + ", span " + std::to_string(static_cast<int>(trial.span)) +
              ": " + wrong;
-    if (!answered) return {};
-    ++figures.faults;
+    figures.faults += answered;
   }
+  return {};
 }
 
 }  // namespace tarn::engine

@@ -41,21 +41,33 @@ struct Reference {
   Bytes result;
   Bytes subjectRows;
   Bytes otherRows;
-  uint64_t calls = 0;  // that asked one of the points
+  std::vector<fault::Traced> calls;  // that asked a gate
+
+  /// Numbers of the sites of those calls that ask one of the points, in order.
+  std::vector<uint16_t> Trace(uint32_t points) const;
 };
 
+/// Runs without a look at what is around, where other threads do the same; returns what is wrong.
+std::string RunBeside(const Scene& scene, const Case& test, Bytes& result);
+
 /// Runs without a fault; returns what is wrong.
-std::string MakeReference(const Scene& scene, const Case& test, uint32_t points, Reference& reference);
+std::string MakeReference(const Scene& scene, const Case& test, Reference& reference);
 
 /// Runs with call `first` (and those after it, by the trial's span) answered. `answered` tells whether there was one.
 std::string RunWithFault(const Scene& scene, const Case& test, const Reference& reference, const Trial& trial,
                          uint64_t first, bool& answered);
 
-/// RunWithFault for every call of the case, from 1 on. Returns the first thing that is wrong, with all that repeats it.
 struct SweepFigures {
   uint64_t cases = 0;
   uint64_t faults = 0;
 };
-std::string SweepCase(const Scene& scene, const Case& test, const Trial& trial, SweepFigures& figures);
+/// TARN_EVERY_FAULT in the environment: nothing is left out of a sweep because something like it was there.
+bool EveryFault();
+
+/// RunWithFault for the calls of a case, from 1 on: for each of them, or, of sites that ask over and over, for the
+/// first ones, the last ones and fewer and fewer between. Returns the first thing that is wrong, with all that repeats
+/// it.
+std::string SweepCase(const Scene& scene, const Case& test, const Reference& reference, const Trial& trial,
+                      SweepFigures& figures);
 
 }  // namespace tarn::engine

@@ -81,6 +81,7 @@ struct Operation {
   bool endsAtNothing = false;    // a read that gives nothing is the end of the file
   bool dependsOnKind = false;    // what it gives is not the same for every storage kind
   bool dependsOnSystem = false;  // or on every system
+  bool alone = false;            // what all threads share is used to prepare it
   std::function<void(Work&)> prepare{};
   std::function<int64_t(Work&)> call{};
   std::function<void(Work&)> finish{};

@@ -28,16 +28,6 @@ Operation Narrow(const char* name, int32_t (*narrow)(BitmapHandle*)) {
           .call = [narrow](Work& w) { return narrow(&w.subject.record); }};
 }
 
-void GiveTable(Work& w) {
-  BitmapHandle& record = w.subject.record;
-  const Here here = TARN_HERE;
-  record.Order = T_ORDER_GRAY;
-  record.LUTLength = 4096;
-  record.LUT = static_cast<T_PaletteEntry*>(T_GlobalAlloc(4096, sizeof(T_PaletteEntry), here.line, here.file));
-  for (uint32_t i = 0; i < 4096; ++i) record.LUT[i] = {w.random.Byte(), w.random.Byte(), w.random.Byte(), 0};
-  record.Flags |= T_FLAG_LUT_IN_USE;
-}
-
 constexpr uint32_t kDitherColors = 20;
 
 /// A run over all lines of a bitmap to a palette that is no fixed table.
@@ -88,7 +78,7 @@ void AddColorOperations(std::vector<Operation>& table) {
   table.push_back(GrayScale("T_GrayScaleBitmap 32", 32));
   Operation decoded = GrayScale("T_GrayScaleBitmap through a table", 16);
   decoded.depths = DepthBit(12) | DepthBit(16);
-  decoded.prepare = GiveTable;
+  decoded.prepare = [](Work& w) { GiveTable(w.subject.record, w.random); };
   table.push_back(decoded);
   table.push_back({.name = "T_CreateGrayScaleBitmap", .kinds = kAllKinds, .failures = kFailures, .call = [](Work& w) {
                      return T_CreateGrayScaleBitmap(&w.made, &w.subject.record, 8, sizeof w.made);
@@ -96,7 +86,7 @@ void AddColorOperations(std::vector<Operation>& table) {
   Operation decodedCopy = table.back();
   decodedCopy.name = "T_CreateGrayScaleBitmap through a table";
   decodedCopy.depths = DepthBit(12) | DepthBit(16);
-  decodedCopy.prepare = GiveTable;
+  decodedCopy.prepare = [](Work& w) { GiveTable(w.subject.record, w.random); };
   table.push_back(decodedCopy);
   table.push_back({.name = "T_GetBitmapAlpha", .kinds = kAllKinds, .failures = kFailures, .call = [](Work& w) {
                      return T_GetBitmapAlpha(&w.subject.record, &w.made, sizeof w.made);
@@ -109,6 +99,14 @@ void AddColorOperations(std::vector<Operation>& table) {
                          w.other.Make(Kind::kBlock, {w.shape.width - 2, w.shape.height + 1, 8}, 7);
                        },
                    .call = [](Work& w) { return T_SetBitmapAlpha(&w.subject.record, &w.other.record); }});
+  table.push_back(table.back());
+  table.back().name = "T_SetBitmapAlpha, levels in a file";
+  table.back().prepare = [](Work& w) {
+    const int32_t bits = w.shape.bits == 16 ? 1 : w.shape.bits == 64 ? 16 : 8;
+    w.other.Make(Kind::kDisk, {w.shape.width, w.shape.height, bits}, 7);
+    if (bits == 8) T_CreateBitmapGrayPalette(&w.other.record);
+    if (bits == 16) w.other.record.Order = T_ORDER_GRAY;
+  };
   table.push_back({.name = "T_ShearBitmap", .kinds = kAllKinds, .failures = kFailures, .call = [](Work& w) {
                      return T_ShearBitmap(&w.subject.record, -1200, 1, 0);
                    }});
@@ -117,7 +115,7 @@ void AddColorOperations(std::vector<Operation>& table) {
                    }});
   Operation decodedColors = Resolve("T_ColorResBitmap 24 through a table", 24, 0);
   decodedColors.depths = DepthBit(12) | DepthBit(16);
-  decodedColors.prepare = GiveTable;
+  decodedColors.prepare = [](Work& w) { GiveTable(w.subject.record, w.random); };
   table.push_back(decodedColors);
   table.push_back({.name = "T_CopyBitmapListItems",
                    .kinds = Bit(Kind::kBlock),

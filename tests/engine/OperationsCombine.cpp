@@ -21,6 +21,17 @@ Operation WithOther(const char* name, Kind kind, int32_t bits, std::function<int
           .call = std::move(call)};
 }
 
+/// The same, with colours of deep gray by a table in one of the two.
+Operation WithTable(const char* name, bool inSubject, std::function<int64_t(Work& w)> call) {
+  Operation row = WithOther(name, Kind::kBlock, inSubject ? 24 : 12, std::move(call));
+  if (inSubject) row.depths = DepthBit(12) | DepthBit(16);
+  row.prepare = [inSubject, prepare = row.prepare](Work& w) {
+    prepare(w);
+    GiveTable(inSubject ? w.subject.record : w.other.record, w.random);
+  };
+  return row;
+}
+
 /// Corners around and beyond the bitmap.
 int64_t WarpOnto(BitmapHandle& target, BitmapHandle& source, uint32_t flags) {
   const int32_t width = 256 * target.Width, height = 256 * target.Height;
@@ -48,6 +59,28 @@ void AddCombineOperations(std::vector<Operation>& table) {
                      BitmapHandle& b = w.subject.record;
                      return T_CombineBitmapKrn(&b, 4, 2, &b, 1, 0, 30, 8, T_COMBINE_AVERAGE);
                    }});
+  // Memory of the caller's in which the second bitmap begins a row and four bytes later.
+  table.push_back({.name = "T_CombineBitmapKrn, onto the rows before its own",
+                   .kinds = Bit(Kind::kCaller),
+                   .failures = kFailures,
+                   .prepare =
+                       [](Work& w) {
+                         T_InitBitmap(&w.other.record, 212, w.shape.width, w.shape.height - 2, w.shape.bits);
+                         T_AllocateBitmap(&w.other.record, TYPE_USER);
+                         T_SetBitmapDataPointer(&w.other.record, w.subject.record.Data + w.shape.RowBytes() + 4,
+                                                uint64_t{w.other.record.Size});
+                       },
+                   .call = [](Work& w) -> int64_t {
+                     return T_CombineBitmapKrn(&w.subject.record, 1, 2, &w.other.record, 0, 0, 17, 7, T_COMBINE_XOR);
+                   }});
+  const auto average = [](Work& w) -> int64_t {
+    return T_CombineBitmapKrn(&w.subject.record, 2, 1, &w.other.record, 1, 0, 30, 20, T_COMBINE_AVERAGE);
+  };
+  table.push_back(WithTable("T_CombineBitmapKrn, onto a table's colours", true, average));
+  table.push_back(WithTable("T_CombineBitmapKrn, from a table's colours", false, average));
+  table.push_back(WithTable("T_CombineBitmapWarp, from a table's colours", false, [](Work& w) -> int64_t {
+    return WarpOnto(w.subject.record, w.other.record, T_WARP_NEAREST);
+  }));
   table.push_back(WithOther("T_CombineBitmapWarp, nearest", Kind::kCount, 0, [](Work& w) -> int64_t {
     return WarpOnto(w.subject.record, w.other.record, T_WARP_NEAREST);
   }));

@@ -64,6 +64,7 @@ Operation Duplicate(const char* name, uint32_t mode, int32_t otherBits) {
   return {.name = name,
           .kinds = kAllKinds,
           .failures = {ERR_NO_MEMORY, ERR_FILE_WRITE, ERR_FILE_SEEK, ERR_FILE_READ, ERR_DISK_FULL},
+          .alone = true,  // region hooks are the process's
           .prepare = Furnish,
           .call =
               [=](Work& w) {
@@ -98,6 +99,7 @@ Operation CopyToNew(const char* name, std::function<int64_t(BitmapHandle*, Bitma
   return {.name = name,
           .kinds = kAllKinds,
           .failures = kCopying,
+          .alone = true,  // region hooks are the process's
           .prepare = Furnish,
           .call = [copy](Work& w) { return copy(&w.made, &w.subject.record, w.shape); },
           .afterFailure = [](Work& w) -> std::string {
@@ -109,9 +111,12 @@ Operation CopyToNew(const char* name, std::function<int64_t(BitmapHandle*, Bitma
 
 /// The subject replaced by a part of itself.
 Operation CutDown(const char* name, std::function<int64_t(BitmapHandle*, const Shape&)> cut) {
-  return {.name = name, .kinds = kAllKinds, .failures = kCopying, .prepare = Furnish, .call = [cut](Work& w) {
-            return cut(&w.subject.record, w.shape);
-          }};
+  return {.name = name,
+          .kinds = kAllKinds,
+          .failures = kCopying,
+          .alone = true,
+          .prepare = Furnish,
+          .call = [cut](Work& w) { return cut(&w.subject.record, w.shape); }};
 }
 
 void AddCopiesAndCuts(std::vector<Operation>& table) {

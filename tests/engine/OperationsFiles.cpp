@@ -10,6 +10,12 @@ namespace {
 
 constexpr uint32_t kFileBytes = 5000;
 
+#if defined(_WIN32)
+constexpr wchar_t kSystemLibrary[] = L"C:\\windows\\system32\\version.dll";
+#else
+constexpr wchar_t kSystemLibrary[] = L"/lib/x86_64-linux-gnu/libm.so.6";
+#endif
+
 Bytes Noise(Work& w, size_t count) {
   Bytes bytes(count);
   for (uint8_t& byte : bytes) byte = w.random.Byte();
@@ -146,6 +152,39 @@ void AddFileOperations(std::vector<Operation>& table) {
                      return status;
                    },
                    .finish = [](Work& w) { w.buffer.assign(1, T_OsDelete(w.target.c_str()) == 0); }});
+  table.push_back(
+      {.name = "T_OsGetTempNameA",
+       .depths = DepthBit(1),
+       .failures = {ERR_FILE_WRITE, ERR_DISK_FULL, ERR_NO_MEMORY},
+       .call = [](Work& w) -> int64_t {
+         w.buffer.assign(512, 0);
+         return T_OsGetTempNameA(nullptr, reinterpret_cast<char*>(w.buffer.data()), 512);
+       },
+       .finish =
+           [](Work& w) { w.buffer.assign(1, T_OsDeleteA(reinterpret_cast<const char*>(w.buffer.data())) == 0); }});
+  table.push_back(
+      {.name = "T_NarrowToWide", .depths = DepthBit(1), .failures = {ERR_NO_MEMORY}, .call = [](Work& w) -> int64_t {
+         wchar_t* wide = nullptr;
+         const int32_t status = T_NarrowToWide("narrow", &wide);
+         w.buffer.assign(1, status == SUCCESS && std::wstring(wide) == L"narrow");
+         T_FreeText(wide);
+         return status;
+       }});
+  table.push_back(
+      {.name = "T_WideToNarrow", .depths = DepthBit(1), .failures = {ERR_NO_MEMORY}, .call = [](Work& w) -> int64_t {
+         char* narrow = nullptr;
+         const int32_t status = T_WideToNarrow(L"wide", &narrow);
+         w.buffer.assign(1, status == SUCCESS && std::string(narrow) == "wide");
+         T_FreeText(narrow);
+         return status;
+       }});
+  table.push_back(
+      {.name = "T_LoadLibrary", .depths = DepthBit(1), .failures = {ERR_NO_MEMORY}, .call = [](Work&) -> int64_t {
+         T_Library* library = nullptr;
+         const int32_t status = T_LoadLibrary(&library, kSystemLibrary);
+         T_UnloadLibrary(library);
+         return status;
+       }});
 }
 
 }  // namespace tarn::engine

@@ -1,5 +1,6 @@
 // Flipping, mirroring, rotating.
 
+#include "Common/Internal/Rotate.h"
 #include "engine/Operations.h"
 
 namespace tarn::engine {
@@ -51,6 +52,14 @@ void AddGeometryOperations(std::vector<Operation>& table) {
        }});
   table.push_back(Rotation("T_RotateBitmap, quarter turn right", 9000, ROTATE_RESIZE));
   table.push_back(Rotation("T_RotateBitmap, quarter turn left", -9000, ROTATE_RESIZE));
+  Operation pieces = Rotation("T_RotateBitmap, quarter turn of a file by pieces", 9000, ROTATE_RESIZE);
+  pieces.kinds = Bit(Kind::kDisk);
+  pieces.alone = true;
+  pieces.prepare = [](Work& w) {
+    const int64_t before = SetTurnRoom(100);
+    w.Later([before] { SetTurnRoom(before); });
+  };
+  table.push_back(pieces);
   table.push_back(Rotation("T_RotateBitmap, half turn", 18000, 0));
   table.push_back(Rotation("T_RotateBitmap, nearest", 1730, 0));
   table.push_back(GrayRotation("T_RotateBitmap, corrected", -12345, ROTATE_RESIZE | ROTATE_CORRECT));

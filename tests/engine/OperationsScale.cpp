@@ -56,6 +56,7 @@ void AddScaleOperations(std::vector<Operation>& table) {
   table.push_back(Size("T_SizeBitmap higher, smooth", RESIZE_SMOOTH, false));
   table.push_back(Size("T_SizeBitmap, ink count", RESIZE_INK_COUNT, false));
   table.back().depths = DepthBit(1);
+  table.back().prepare = [](Work& w) { T_CreateBitmapGrayPalette(&w.subject.record); };  // ink is a gray level's
   const auto nearest = [](BitmapHandle* s, BitmapHandle* d) { return T_ResizeBitmap(s, d, RESIZE_NEAREST); };
   table.push_back(Resize("T_ResizeBitmap", 1, nearest));
   table.push_back(Resize("T_ResizeBitmap to another perspective", 6, nearest));

@@ -157,6 +157,16 @@ void Picture::Exchange(Picture& other) {
   memory_.swap(other.memory_);  // the addresses of the bytes stay
 }
 
+void GiveTable(BitmapHandle& record, Random& random) {
+  constexpr uint32_t kEntries = 4096;
+  const Here here = TARN_HERE;
+  record.Order = T_ORDER_GRAY;
+  record.LUTLength = kEntries;
+  record.LUT = static_cast<T_PaletteEntry*>(T_GlobalAlloc(kEntries, sizeof(T_PaletteEntry), here.line, here.file));
+  for (uint32_t i = 0; i < kEntries; ++i) record.LUT[i] = {random.Byte(), random.Byte(), random.Byte(), 0};
+  record.Flags |= T_FLAG_LUT_IN_USE;
+}
+
 std::string ReadPixels(const BitmapHandle& record, Bytes& pixels) {
   BitmapHandle copy = record;
   const uint32_t rowBytes = copy.BytesPerLine;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/Random.h"
 #include "tarn/tarn.h"
 
 namespace tarn::engine {
@@ -80,6 +81,9 @@ class Picture {
  private:
   Bytes memory_;
 };
+
+/// Makes the levels of a 12- or 16-bit bitmap gray, and colours of them by a table.
+void GiveTable(BitmapHandle& record, Random& random);
 
 /// All rows through the row layer. The record is not touched, which its row-offset cache would be.
 /// Returns what went wrong.

@@ -73,19 +73,21 @@ std::vector<std::wstring> OwnDirectory::Files() const {
   return files;
 }
 
-Scene::Scene() : before_(TempDirectory()) {
+Scene::Scene(Place place) : place_(place), before_(TempDirectory()) {
   T_SetTempDirectory(directory_.Name().c_str());
   T_SetStatusCallBack(GoOn, this, &status_, &statusData_);
   T_SetCopyStatusCallBack(GoOn, &copyData_, &copy_, &copyData_);
-  SetStripRows(kTileRows);
+  if (place_ == Place::kFirst) SetStripRows(kTileRows);
   constexpr T_PaletteEntry kTwo[2] = {{0, 0, 0, 0}, {255, 255, 255, 0}};
   NearestMap().Open(kTwo, 2);  // what a thread keeps from its first search on is no operation's
-  ledger::StartRecording();
+  if (place_ == Place::kFirst) ledger::StartRecording();
 }
 
 Scene::~Scene() {
-  ledger::StopRecording();
-  SetStripRows(0);
+  if (place_ == Place::kFirst) {
+    ledger::StopRecording();
+    SetStripRows(0);
+  }
   T_SetCopyStatusCallBack(copy_, copyData_, nullptr, nullptr);
   T_SetStatusCallBack(status_, statusData_, nullptr, nullptr);
   T_SetTempDirectory(before_.c_str());

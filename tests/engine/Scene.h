@@ -25,16 +25,19 @@ class OwnDirectory {
   std::wstring name_;
 };
 
-/// Lives on one thread, which has its settings back afterwards. The ledger records meanwhile.
+/// Lives on one thread, which has its settings back afterwards. The ledger records meanwhile, and strips have few rows:
+/// both for all threads, so that the others' scenes leave that to the first one's.
 class Scene {
  public:
-  Scene();
+  enum class Place : bool { kFirst, kOther };
+  explicit Scene(Place place = Place::kFirst);
   ~Scene();
   Scene(const Scene&) = delete;
   Scene& operator=(const Scene&) = delete;
   const OwnDirectory& Directory() const { return directory_; }
 
  private:
+  Place place_;
   OwnDirectory directory_;
   ThresholdScope thresholds_;
   std::wstring before_;  // the thread's temporary directory
