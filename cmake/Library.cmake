@@ -19,7 +19,8 @@ function(tarn_compile_library_code target)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wno-address-of-packed-member
     -fno-exceptions -fno-rtti -ffp-contract=off -fno-strict-aliasing -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
-    $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+    $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>
+    $<$<BOOL:${TARN_COVERAGE}>:--coverage;-fprofile-update=atomic;-O0>)  # as written: an optimizer takes branches out and doubles others
 endfunction()
 
 add_library(tarn_objects OBJECT ${tarn_sources})

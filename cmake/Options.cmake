@@ -11,3 +11,8 @@ else()
 endif()
 add_compile_options(-fstack-protector-strong)
 add_link_options(-fstack-protector-strong)  # on Windows its failure routine is in a library of its own
+
+option(TARN_COVERAGE "The libraries count which of their lines and branches run (g++)" OFF)
+if(TARN_COVERAGE)
+  add_link_options(--coverage)
+endif()

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "Common/Internal/DitherRun.h"
 #include "DitherReference.h"
 #include "Levels.h"
@@ -291,6 +293,81 @@ TEST(MatchTable, HoldsTheNearestOfEveryKey) {
   EXPECT_EQ(T_FreeUserMatchTable(table), SUCCESS);
   EXPECT_EQ(T_FreeUserMatchTable(nullptr), SUCCESS);
   EXPECT_EQ(T_CreateUserMatchTable(nullptr, 5), nullptr);
+}
+
+// ---- Kernels -------------------------------------------------------------------------------------------------------
+
+/// Lines of different lengths, sums of up to half of what can occur: every level does what the portable one does.
+TEST(Dither, LinesTogetherAtEveryLevel) {
+  using namespace tarn;
+  constexpr int kMargin = 4;
+  struct Lines {
+    std::vector<uint8_t> pixels[kDitherGroup], indices[kDitherGroup];
+    std::vector<int16_t> sums[kDitherGroup], errors[kDitherGroup];
+  };
+  const DitherKernel kernels[] = {
+      {{7, 0}, {}, 1, 16, 4096, 0, false}, {{8, 4}, {}, 2, 42, 24967, 4, false}, {{7, 5}, {}, 2, 48, 43691, 5, false}};
+  Random random(engine::RunSeed());
+  std::vector<std::array<int16_t, 4>> colors(64);
+  std::vector<uint8_t> table(64), names(64);
+  for (size_t i = 0; i < 64; ++i) {
+    colors[i] = {random.Byte(), random.Byte(), random.Byte(), 0};
+    table[i] = static_cast<uint8_t>(random.Below(64));
+    names[i] = random.Byte();
+  }
+  DitherColors target{};
+  target.rule = DitherColors::kTable;
+  target.mask = 0x00C0C0C0;
+  target.table = table.data();
+  target.unknown = kNoneUnknown;
+  target.colors = reinterpret_cast<const int16_t(*)[4]>(colors.data());
+  target.indices = names.data();
+  target.renamed = true;
+  for (int round = 0; round < 400; ++round) {
+    const DitherKernel& kernel = random.Pick(kernels);
+    const int lines = random.Between(1, kDitherGroup);
+    const int32_t mostSum = 120 * kernel.divisor;
+    const bool gray = round % 3 == 0;
+    const size_t lanes = gray ? 1 : 4;
+    Lines start;
+    for (int line = 0; line < lines; ++line) {
+      const auto count = static_cast<size_t>(random.Between(1, kDitherBlock));
+      start.pixels[line].resize(count * lanes);
+      for (size_t i = 0; i < start.pixels[line].size(); ++i)
+        start.pixels[line][i] = lanes == 4 && i % 4 == 3 ? 0 : random.Byte();
+      start.sums[line].assign(kDitherBlock * lanes, 0);
+      for (size_t i = 0; i < count * lanes; ++i)
+        start.sums[line][i] = static_cast<int16_t>(lanes == 4 && i % 4 == 3 ? 0 : random.Between(-mostSum, mostSum));
+      start.errors[line].assign((kDitherBlock + 2 * kMargin) * lanes, 0);
+      for (size_t i = 0; i < kMargin * lanes; ++i)
+        start.errors[line][i] = static_cast<int16_t>(lanes == 4 && i % 4 == 3 ? 0 : random.Between(-128, 128));
+      start.indices[line].assign(kDitherBlock, 0);
+    }
+    Lines wanted;
+    for (const Isa level : test::kLevels) {
+      if (ForceIsa(level) != level) break;
+      Lines made = start;
+      DitherBlock blocks[kDitherGroup];
+      for (int i = 0; i < lines; ++i)
+        blocks[i] = {made.pixels[i].data(), made.sums[i].data(), made.errors[i].data() + kMargin * lanes,
+                     made.indices[i].data(), static_cast<int32_t>(made.pixels[i].size() / lanes)};
+      if (gray)
+        Kernels().dither->diffuseGray(blocks, lines, kernel, 1 + static_cast<uint32_t>(round % 2));
+      else
+        Kernels().dither->diffuse(blocks, lines, kernel, target);
+      if (level == Isa::kPortable) wanted = made;
+      for (int i = 0; i < lines; ++i) {
+        const auto count = static_cast<size_t>(blocks[i].count);
+        made.errors[i].resize((count + kMargin) * lanes);
+        wanted.errors[i].resize((count + kMargin) * lanes);
+        EXPECT_EQ(made.errors[i], wanted.errors[i]) << test::LevelName(level) << ", round " << round;
+        EXPECT_TRUE(std::equal(made.indices[i].begin(), made.indices[i].begin() + static_cast<int64_t>(count),
+                               wanted.indices[i].begin()))
+            << test::LevelName(level) << ", round " << round << ", line " << i << " of " << lines;
+      }
+    }
+    ForceIsa(Isa::kCount);
+  }
 }
 
 }  // namespace

@@ -37,6 +37,9 @@ TEST(Flip, LinesOfEveryWidthAreMirrored) {
           SetPixel(wanted.data(), static_cast<size_t>(width) - 1 - x, bits, PixelAt(before.data(), x, bits));
         runref::Guarded line(used, random.Below(64));
         std::memcpy(line.data(), before.data(), used);
+        Bytes turned = before;
+        ASSERT_EQ(T_RotateBuffer180(turned.data(), width, bits), SUCCESS);
+        ASSERT_EQ(turned, wanted);
         ASSERT_EQ(T_MirrorLine(line.data(), width, bits), SUCCESS);
         ASSERT_TRUE(line.GuardsKept()) << bits << " bits, width " << width;
         ASSERT_EQ(Bytes(line.data(), line.data() + used), wanted) << bits << " bits, width " << width;
@@ -222,6 +225,8 @@ TEST(Flip, PointsFollowTheirPixels) {
         int32_t px = x, py = y;
         ASSERT_EQ(T_PointToBitmap(&b, to, &px, &py), SUCCESS);
         EXPECT_TRUE(px == left && py == top) << px << ", " << py;
+        ASSERT_EQ(T_RectToBitmap(&b, to, &rect), SUCCESS);
+        EXPECT_TRUE(rect.left == left && rect.top == top && rect.right == left + 1 && rect.bottom == top + 1);
       }
     }
   }

@@ -8,11 +8,14 @@
 #include <algorithm>
 #include <memory>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "Common/Internal/GrayParams.h"
 #include "Common/Internal/PaletteMap.h"
+#include "Holding.h"
 #include "Levels.h"
+#include "tarn/convert.h"
 #include "tarn/palette.h"
 
 namespace {
@@ -69,6 +72,33 @@ Entries Palette(std::mt19937& random, uint32_t count, int step) {
     e = Entry(level(), level(), level(), static_cast<int>(random() % 256));
   }
   return palette;
+}
+
+// A thread without memory for what it learns searches each time.
+TEST(Nearest, AThreadWithoutMemoryFindsTheSame) {
+  std::mt19937 random(7);
+  const auto byte = [&] { return static_cast<uint8_t>(random()); };
+  Entries palette;
+  for (int i = 0; i < 256; ++i) palette.push_back(Entry(byte(), byte(), byte()));
+  std::vector<uint8_t> colors(3 * 400);
+  for (uint8_t& value : colors) value = byte();
+  const auto convert = [&](std::vector<uint8_t>& line) {
+    line = colors;
+    return T_ConvertBuffer(line.data(), 400, 24, 8, T_ORDER_BGR, T_ORDER_RGB, nullptr, palette.data());
+  };
+  std::vector<uint8_t> wanted;
+  ASSERT_EQ(convert(wanted), SUCCESS);
+  for (uint64_t first = 1, answered = 1; answered; ++first) {
+    std::thread([&] {
+      std::vector<uint8_t> line;
+      {
+        const tarn::test::Armed refusing({.first = first});
+        EXPECT_EQ(convert(line), SUCCESS);
+        answered = tarn::fault::Answered();
+      }
+      EXPECT_EQ(line, wanted) << "refused from " << first << " on";
+    }).join();
+  }
 }
 
 }  // namespace

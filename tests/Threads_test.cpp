@@ -121,7 +121,7 @@ int32_t GoOn(int32_t, void*) { return SUCCESS; }
 /// Settings that are this thread's, and a look whether they still are.
 class OwnSettings {
  public:
-  explicit OwnSettings(int number) : number_(number) {
+  OwnSettings(int number, uint32_t slot) : number_(number), slot_(slot) {
     T_DefaultDithering(static_cast<uint32_t>(number % 9));
     T_SetDefaultXResolution(1000 + number);
     T_SetDefaultYResolution(2000 + number);
@@ -130,10 +130,8 @@ class OwnSettings {
     T_VecSetSubstituteFontCallback(Font, this);
     T_SetUserMatchTable(table_.data());
     T_SetMemoryThresholds(0, 0x7FFFFFFF - number, 0, -100, 1 + number, 31);
-    slot_ = T_TlsAlloc();
     T_TlsSetValue(slot_, static_cast<uint64_t>(number) + 1);
   }
-  ~OwnSettings() { T_TlsFree(slot_); }
   OwnSettings(const OwnSettings&) = delete;
   OwnSettings& operator=(const OwnSettings&) = delete;
 
@@ -164,9 +162,9 @@ struct Soak {
   uint64_t digest = 0;
   std::string wrong;
 
-  void Run(int number, int count) {
+  void Run(int number, uint32_t slot, int count) {
     engine::Scene scene(engine::Scene::Place::kOther);
-    OwnSettings settings(number);
+    OwnSettings settings(number, slot);
     Random random(engine::Mix(engine::RunSeed(), static_cast<uint64_t>(number)));
     const std::vector<engine::Operation>& table = engine::Operations();
     for (int done = 0; done < count && wrong.empty();) {
@@ -189,10 +187,13 @@ void SoakThreads(int count) {
   const engine::Scene scene;
   const test::Recording recording;
   std::array<Soak, kThreads> alone, together;
-  for (int i = 0; i < kThreads; ++i) std::thread([&, i] { alone[static_cast<size_t>(i)].Run(i, count); }).join();
+  const uint32_t slot = T_TlsAlloc();
+  for (int i = 0; i < kThreads; ++i) std::thread([&, i] { alone[static_cast<size_t>(i)].Run(i, slot, count); }).join();
   std::vector<std::thread> threads;
-  for (int i = 0; i < kThreads; ++i) threads.emplace_back([&, i] { together[static_cast<size_t>(i)].Run(i, count); });
+  for (int i = 0; i < kThreads; ++i)
+    threads.emplace_back([&, i] { together[static_cast<size_t>(i)].Run(i, slot, count); });
   for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(T_TlsFree(slot), 1);
   for (size_t i = 0; i < kThreads; ++i) {
     EXPECT_EQ(alone[i].wrong, "");
     EXPECT_EQ(together[i].wrong, "");
