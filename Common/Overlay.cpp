@@ -183,7 +183,7 @@ Status Insert(BitmapHandle& result, BitmapHandle& bitmap, Overlay& overlay, Plan
     const uint8_t* const row = from.Row(y);
     if (!row) return from.status();
     uint8_t* const line = to.Row(y);
-    std::memcpy(line, row, bitmap.BytesPerLine);
+    std::memcpy(line, row, result.BytesPerLine);  // the bitmap's own rows may have more room
     if (y >= rows.first && y < rows.first + rows.count && columns.count > 0) {
       const uint8_t* const bits = mask.Row(static_cast<int32_t>(rows.offset + y - rows.first));
       if (!bits) return mask.status();

@@ -4,6 +4,7 @@
 #include <tuple>
 #include <vector>
 
+#include "Scope.h"
 #include "engine/Picture.h"
 #include "tarn/tarn.h"
 
@@ -144,6 +145,27 @@ TEST_F(Overlay, BitsGoIntoAPlaneAndBack) {
       for (int32_t y = 0; y < 17; ++y)
         for (int32_t x = 0; x < 21; ++x) ASSERT_EQ(BitOf(read, x, y, 0), BitOf(*bitmap, x, y, bit));
     }
+  }
+}
+
+// Rows of the caller's that are longer than their pixels need: what is made of them has no such room.
+TEST_F(Overlay, BitsIntoRowsWithRoomOfTheirOwn) {
+  constexpr int32_t kWidth = 30, kHeight = 20;
+  std::vector<uint8_t> memory(size_t{164} * kHeight, 0x11);
+  tarn::test::Bitmap b(kWidth, kHeight, 8);
+  b.BytesPerLine = 164;
+  b.Size = static_cast<uint32_t>(memory.size());
+  ASSERT_EQ(T_AllocateBitmap(&b, TYPE_USER), SUCCESS);
+  ASSERT_EQ(T_SetBitmapDataPointer(&b, memory.data(), memory.size()), SUCCESS);
+  Picture overlay;
+  ASSERT_EQ(overlay.Make(Kind::kBlock, {kWidth, kHeight, 1}, 5), "");
+  ASSERT_EQ(T_SetOverlayBitmap(&b, 0, &overlay.record, T_OVERLAY_COPY), SUCCESS);
+  const T_OverlayAttributes attributes{sizeof attributes, 0, 0, 0, 0, 7};
+  ASSERT_EQ(T_SetOverlayAttributes(&b, 0, &attributes, T_OVERLAY_BIT), SUCCESS);
+  ASSERT_EQ(T_MoveOverlayBits(&b, 0, T_OVERLAY_TO_BITMAP), SUCCESS);
+  for (uint32_t y = 0; y < kHeight; ++y) {
+    const std::vector<uint8_t> row = tarn::test::Row(b, y), bits = tarn::test::Row(overlay.record, y);
+    for (size_t x = 0; x < kWidth; ++x) EXPECT_EQ(row.at(x), 0x11 | (bits.at(x / 8) << x % 8 & 0x80)) << x << ", " << y;
   }
 }
 
