@@ -52,9 +52,10 @@ class InkRows {
     const auto count = static_cast<uint64_t>(width_);
     columns_ = Columns();
     if (columns_) {
-      planes_ = TrackedBuffer<uint8_t>(static_cast<uint64_t>(threshold_) * PlaneBytes(), here);
-      if (!planes_) return ERR_NO_MEMORY;
-      std::memset(planes_.data(), 0, static_cast<uint64_t>(threshold_) * PlaneBytes());
+      if (!reader_.InOneBlock()) {
+        copies_ = TrackedBuffer<uint8_t>(kMostInkLines * UsedBytes(), here);
+        if (!copies_) return ERR_NO_MEMORY;
+      }
       edge_[0] = static_cast<uint32_t>(CellStart(width_ - 1, fromWidth_, width_));
       edge_[1] = static_cast<uint32_t>(fromWidth_);
       return SUCCESS;
@@ -91,56 +92,57 @@ class InkRows {
   }
 
  private:
+  static constexpr int32_t kRowsAhead = 12;
+
   /// Cells of so many columns, the last one perhaps wider; 0 for those that are counted one by one.
   [[nodiscard]] int32_t Columns() const noexcept {
     constexpr int64_t kMostThreshold = 3;
     const int32_t columns = fromWidth_ / width_;
     const bool regular = CellStart(width_ - 1, fromWidth_, width_) == int64_t{columns} * (width_ - 1);
-    return columns >= 2 && columns <= 4 && regular && threshold_ <= kMostThreshold ? columns : 0;
+    const bool low = fromHeight_ / height_ < kMostInkLines;
+    return columns >= 2 && columns <= 4 && regular && low && threshold_ <= kMostThreshold ? columns : 0;
   }
-  [[nodiscard]] uint64_t PlaneBytes() const noexcept {
-    return (static_cast<uint64_t>(fromWidth_) / 8 / kInkBytes + 1) * kInkBytes;
+  [[nodiscard]] int32_t StoredRow(int64_t y) const noexcept {
+    return static_cast<int32_t>(upwards_ ? fromHeight_ - 1 - y : y);
   }
+  [[nodiscard]] uint64_t UsedBytes() const noexcept { return (static_cast<uint64_t>(fromWidth_) + 7) / 8; }
+  [[nodiscard]] bool EdgeIsWider() const noexcept { return edge_[1] - edge_[0] != static_cast<uint32_t>(columns_); }
 
-  Status AddPlanes(int64_t first, int64_t end) noexcept {
-    const uint64_t bytes = PlaneBytes();
-    const auto most = static_cast<int32_t>(threshold_);
-    uint8_t* planes[3] = {};
-    for (int32_t n = 0; n < most; ++n) planes[n] = planes_.data() + static_cast<uint32_t>(n) * bytes;
+  /// Lines of which cells are made. Those that the reader moves are copied: it keeps one.
+  Status TakeLines(int64_t first, int64_t end) noexcept {
     edgeInk_ = 0;
-    const bool wider = edge_[1] - edge_[0] != static_cast<uint32_t>(columns_);
+    lineCount_ = 0;
     for (int64_t y = first; y < end; ++y) {
-      const uint8_t* const line = reader_.Row(static_cast<int32_t>(upwards_ ? fromHeight_ - 1 - y : y));
+      const uint8_t* line = reader_.Row(StoredRow(y));
       if (!line) return reader_.status();
-      Kernels().scale->addInk(planes, line, (int64_t{fromWidth_} + 7) / 8, most, !inkIsOne_, y == first);
-      if (wider) Kernels().scale->countInk(&edgeInk_, line, lineBytes_, edge_, 1, !inkIsOne_);
+      reader_.Ask(StoredRow(y + kRowsAhead));
+      if (EdgeIsWider()) Kernels().scale->countInk(&edgeInk_, line, lineBytes_, edge_, 1, !inkIsOne_);
+      if (copies_) {
+        uint8_t* const copy = copies_.data() + static_cast<uint32_t>(lineCount_) * UsedBytes();
+        std::memcpy(copy, line, UsedBytes());
+        line = copy;
+      }
+      lines_[lineCount_++] = line;
     }
     return SUCCESS;
   }
 
-  void MarkEdge(uint8_t& last) const noexcept {
-    const auto bit = static_cast<uint8_t>(0x80 >> (width_ - 1) % 8);
-    last = static_cast<uint8_t>(edgeInk_ >= threshold_ ? last | bit : last & ~bit);
-  }
-
   void MakeCells(uint8_t* target) noexcept {
-    const auto most = static_cast<int32_t>(threshold_);
-    const uint8_t* planes[3] = {};
-    for (int32_t n = 0; n < most; ++n) planes[n] = planes_.data() + static_cast<uint32_t>(n) * PlaneBytes();
-    Kernels().scale->inkCells(target, planes, width_, columns_, most);
-    const uint64_t used = (static_cast<uint64_t>(width_) + 7) / 8;
-    if (edge_[1] - edge_[0] != static_cast<uint32_t>(columns_)) MarkEdge(target[used - 1]);
-    if (!inkIsOne_) {
-      for (uint64_t i = 0; i < used; ++i) target[i] = static_cast<uint8_t>(~target[i]);
+    Kernels().scale->inkCells(target, {lines_, lineCount_, static_cast<int64_t>(UsedBytes()), width_, columns_,
+                                       static_cast<int32_t>(threshold_), !inkIsOne_});
+    uint8_t& last = target[(width_ - 1) / 8];
+    if (EdgeIsWider()) {
+      const auto bit = static_cast<uint8_t>(0x80 >> (width_ - 1) % 8);
+      last = static_cast<uint8_t>((edgeInk_ >= threshold_) == inkIsOne_ ? last | bit : last & ~bit);
     }
-    if (width_ % 8) target[used - 1] &= static_cast<uint8_t>(0xFF00 >> width_ % 8);
+    if (width_ % 8) last &= static_cast<uint8_t>(0xFF00 >> width_ % 8);
   }
 
   Status Count(int64_t first, int64_t end) noexcept {
-    if (columns_) return AddPlanes(first, end);
+    if (columns_) return TakeLines(first, end);
     std::memset(counters_.data(), 0, static_cast<uint64_t>(width_) * sizeof(uint32_t));
     for (int64_t y = first; y < end; ++y) {
-      const uint8_t* const line = reader_.Row(static_cast<int32_t>(upwards_ ? fromHeight_ - 1 - y : y));
+      const uint8_t* const line = reader_.Row(StoredRow(y));
       if (!line) return reader_.status();
       if (width_ < fromWidth_) {
         Kernels().scale->countInk(counters_.data(), line, lineBytes_, starts_.data(), width_, !inkIsOne_);
@@ -163,9 +165,11 @@ class InkRows {
   bool upwards_;
   bool inkIsOne_;
   int64_t threshold_ = 1;
-  int64_t counted_ = -1;           // first row of what the counters hold
-  int32_t columns_ = 0;            // of a cell where whole words of bits are counted
-  TrackedBuffer<uint8_t> planes_;  // as many as the threshold
+  int64_t counted_ = -1;  // first row of what the counters hold
+  int32_t columns_ = 0;   // of a cell where whole words of bits are counted
+  const uint8_t* lines_[kMostInkLines] = {};
+  int32_t lineCount_ = 0;
+  TrackedBuffer<uint8_t> copies_;  // of lines that do not lie in memory
   uint32_t edge_[2] = {};          // the last cell
   uint32_t edgeInk_ = 0;
   TrackedBuffer<uint32_t> starts_;

@@ -49,9 +49,21 @@ constexpr int32_t kBoxTaps = 4;  // bytes that a sample is made of
 /// Weights n - k and k, and 16 bits of ceil(65536 / n).
 constexpr int32_t kLinearTaps = 2;
 constexpr int32_t kMostLinearSteps = 16;
-constexpr int32_t kMostRows = 8;  // averaged at a time
-constexpr int32_t kInkBytes = 32;
+constexpr int32_t kMostRows = 8;     // averaged at a time
 constexpr int32_t kSplineRows = 16;  // whose splines are made at a time
+
+/// Lines of bits, most significant bits first, in cells of some columns. A cell is inked when at least `most` of its
+/// bits are ones (zeros: zeros); its bit is one then (zeros: zero).
+struct InkLines {
+  const uint8_t* const* lines;
+  int32_t count;  // 1..kMostInkLines
+  int64_t bytes;  // of a line
+  int64_t cells;
+  int32_t columns;  // 2..4
+  int32_t most;     // 1..3
+  bool zeros;
+};
+constexpr int32_t kMostInkLines = 16;
 
 /// Samples of one type. Sums of the narrow forms hold cells whose Total() is below narrowTotal.
 struct SampleKernels {
@@ -116,14 +128,8 @@ struct ScaleKernels {
   /// Every bit two times.
   void (*doubleBits)(uint8_t* target, const uint8_t* line, int64_t bytes) noexcept;
 
-  /// planes[n] has the bits that are ones (zero: zeros) in more than n of the lines; `most` planes, 1..3. `first`
-  /// starts them. Planes are written up to a multiple of kInkBytes.
-  void (*addInk)(uint8_t* const* planes, const uint8_t* line, int64_t bytes, int32_t most, bool zeros,
-                 bool first) noexcept;
-  /// A bit for each cell of 2, 3 or 4 columns: whether it has `most` or more. Planes are read up to a multiple of
-  /// kInkBytes; bits of the last byte behind the last cell are of any value.
-  void (*inkCells)(uint8_t* target, const uint8_t* const* planes, int64_t cells, int32_t columns,
-                   int32_t most) noexcept;
+  /// A bit for each cell; bits of the last byte behind the last cell are of any value.
+  void (*inkCells)(uint8_t* target, const InkLines& ink) noexcept;
   /// Pixels by index, `bytes` of each (1, 2, 3, 4, 6 or 8). The target may be the source when no index lies before its
   /// own place.
   void (*gather)(uint8_t* target, const uint8_t* source, const uint32_t* indices, int64_t count,
@@ -157,8 +163,8 @@ void SplineRow8_Avx2(void*, const void* const*, const SplineSpot&, int64_t) noex
 void TakeBits_Avx2(uint8_t*, const uint8_t*, uint64_t, const uint64_t*, int64_t) noexcept;
 void RepeatBits_Avx2(uint8_t*, const uint8_t*, const uint64_t*, const uint32_t*, int64_t) noexcept;
 void DoubleBits_Avx2(uint8_t*, const uint8_t*, int64_t) noexcept;
-void AddInk_Avx2(uint8_t* const*, const uint8_t*, int64_t, int32_t, bool, bool) noexcept;
-void InkCells_Avx2(uint8_t*, const uint8_t* const*, int64_t, int32_t, int32_t) noexcept;
+void InkCells_Avx2(uint8_t*, const InkLines&) noexcept;
+void InkCells_Avx512(uint8_t*, const InkLines&) noexcept;
 void TakeBytes_Avx512(uint8_t*, const uint8_t*, const Taps&) noexcept;
 void BoxTaps_Avx512(uint8_t*, const uint8_t*, const Taps&, uint32_t) noexcept;
 void BoxTaps16_Avx512(uint8_t*, const uint8_t*, const Taps&, uint32_t) noexcept;

@@ -285,7 +285,6 @@ constinit const ScaleKernels kScaleAvx2 = {
     .takeBits = TakeBits_Avx2,
     .repeatBits = RepeatBits_Avx2,
     .doubleBits = DoubleBits_Avx2,
-    .addInk = AddInk_Avx2,
     .inkCells = InkCells_Avx2,
     .gather = Gather_Avx2,
     .countInk = CountInk_Avx2,

@@ -111,44 +111,10 @@ void DoubleBits_Avx2(uint8_t* target, const uint8_t* line, int64_t bytes) noexce
 
 namespace {
 
+constexpr int64_t kVector = 32;
+
 V Load(const uint8_t* at) noexcept { return _mm256_loadu_si256(reinterpret_cast<const V*>(at)); }
 void Store(uint8_t* at, V value) noexcept { _mm256_storeu_si256(reinterpret_cast<V*>(at), value); }
-
-template <int kMost>
-void AddPlanes(uint8_t* const* planes, const uint8_t* line, int64_t bytes, bool zeros, bool first) noexcept {
-  const V flip = _mm256_set1_epi8(zeros ? -1 : 0);
-  uint8_t* plane[kMost];
-  for (int n = 0; n < kMost; ++n) plane[n] = planes[n];
-  const auto add = [&](int64_t i, V bits) {
-    V ink = _mm256_xor_si256(bits, flip);
-    for (int n = 0; n < kMost; ++n) {
-      const V before = first ? _mm256_setzero_si256() : Load(plane[n] + i);
-      Store(plane[n] + i, _mm256_or_si256(before, ink));
-      ink = _mm256_and_si256(before, ink);
-    }
-  };
-  constexpr int64_t kAhead = 2048;  // lines are short: the next ones are asked for here
-  int64_t i = 0;
-  for (; i + kInkBytes <= bytes; i += kInkBytes) {
-    _mm_prefetch(reinterpret_cast<const char*>(line + i + kAhead), _MM_HINT_T0);
-    add(i, Load(line + i));
-  }
-  if (i == bytes) return;
-  uint8_t last[kInkBytes] = {};
-  __builtin_memcpy(last, line + i, static_cast<size_t>(bytes - i));
-  add(i, Load(last));
-}
-
-}  // namespace
-
-void AddInk_Avx2(uint8_t* const* planes, const uint8_t* line, int64_t bytes, int32_t most, bool zeros,
-                 bool first) noexcept {
-  if (most == 1) return AddPlanes<1>(planes, line, bytes, zeros, first);
-  if (most == 2) return AddPlanes<2>(planes, line, bytes, zeros, first);
-  AddPlanes<3>(planes, line, bytes, zeros, first);
-}
-
-namespace {
 
 /// Bits that are in more than 0, 1 and 2 of some columns, with one more column; or, and the like take words too.
 template <int kMost, class Word>
@@ -158,30 +124,53 @@ void AddColumn(Word (&more)[3], const Word (&column)[3]) noexcept {
   more[0] = more[0] | column[0];
 }
 
+/// Bits that more than 0, 1 and 2 of the lines have, 32 bytes from byte `at` on; zeros behind the lines.
+template <int kMost>
+void AddLines(V (&more)[3], const InkLines& ink, int64_t at) noexcept {
+  const V flip = _mm256_set1_epi8(ink.zeros ? -1 : 0);
+  for (int n = 0; n < kMost; ++n) more[n] = _mm256_setzero_si256();
+  for (int32_t line = 0; line < ink.count; ++line) {
+    V bits;
+    if (at + kVector <= ink.bytes) {
+      bits = Load(ink.lines[line] + at);
+    } else {
+      uint8_t last[kVector] = {};
+      __builtin_memcpy(last, ink.lines[line] + at, static_cast<size_t>(ink.bytes - at));
+      bits = Load(last);
+    }
+    bits = _mm256_xor_si256(bits, flip);
+    if constexpr (kMost > 2) more[2] = _mm256_or_si256(more[2], _mm256_and_si256(more[1], bits));
+    if constexpr (kMost > 1) more[1] = _mm256_or_si256(more[1], _mm256_and_si256(more[0], bits));
+    more[0] = _mm256_or_si256(more[0], bits);
+  }
+}
+
 /// Cells of 2 or 4 columns, which lie in one byte: 32 bytes at a time, then the top bits of all cells.
 template <int kMost, int kColumns>
-void CellsInBytes(uint8_t* target, const uint8_t* const* planes, int64_t cells) noexcept {
+void CellsInBytes(uint8_t* target, const InkLines& ink) noexcept {
   constexpr uint64_t kTops = kColumns == 2 ? 0xAAAAAAAAAAAAAAAA : 0x8888888888888888;
-  constexpr int64_t kMade = kInkBytes / kColumns;  // bytes
-  int64_t left = (cells + 7) / 8;
-  for (int64_t i = 0; left > 0; i += kInkBytes, left -= kMade, target += kMade) {
+  constexpr int64_t kMade = kVector / kColumns;  // bytes
+  const uint64_t flip = ink.zeros ? ~uint64_t{0} : 0;
+  int64_t left = (ink.cells + 7) / 8;
+  for (int64_t i = 0; left > 0; i += kVector, left -= kMade, target += kMade) {
     V plane[3], more[3];
-    for (int n = 0; n < kMost; ++n) more[n] = plane[n] = Load(planes[n] + i);
+    AddLines<kMost>(plane, ink, i);
+    for (int n = 0; n < kMost; ++n) more[n] = plane[n];
     for (int column = 1; column < kColumns; ++column) {
       V moved[3];  // what comes from the byte behind is beyond the cells of this one
       for (int n = 0; n < kMost; ++n) moved[n] = _mm256_slli_epi16(plane[n], column);
       AddColumn<kMost>(more, moved);
     }
-    uint8_t inked[kInkBytes];
+    uint8_t inked[kVector];
     Store(inked, more[kMost - 1]);
     uint64_t bits[4];
     for (int n = 0; n < 4; ++n) bits[n] = _pext_u64(LoadWord(inked + 8 * n), kTops);
     uint8_t made[16];
     if constexpr (kColumns == 2) {
-      StoreWord(made, bits[0] << 32 | bits[1]);
-      StoreWord(made + 8, bits[2] << 32 | bits[3]);
+      StoreWord(made, (bits[0] << 32 | bits[1]) ^ flip);
+      StoreWord(made + 8, (bits[2] << 32 | bits[3]) ^ flip);
     } else {
-      StoreWord(made, bits[0] << 48 | bits[1] << 32 | bits[2] << 16 | bits[3]);
+      StoreWord(made, (bits[0] << 48 | bits[1] << 32 | bits[2] << 16 | bits[3]) ^ flip);
     }
     __builtin_memcpy(target, made, static_cast<size_t>(left < kMade ? left : kMade));
   }
@@ -189,21 +178,19 @@ void CellsInBytes(uint8_t* target, const uint8_t* const* planes, int64_t cells) 
 
 /// 64 cells of 3 columns in 3 words.
 template <int kMost>
-void CellsOfThree(uint8_t* target, const uint8_t* const* planes, int64_t cells) noexcept {
+void CellsOfThree(uint8_t* target, const InkLines& ink) noexcept {
   constexpr uint64_t kTops[3] = {0x9249249249249249, 0x2492492492492492, 0x4924924924924924};
   constexpr int kBytes = 24;
-  const int64_t readable = (cells * 3 + 8 * kInkBytes - 1) / (8 * kInkBytes) * kInkBytes;
-  int64_t left = (cells + 7) / 8;
+  const uint64_t flip = ink.zeros ? ~uint64_t{0} : 0;
+  int64_t left = (ink.cells + 7) / 8;
   for (int64_t i = 0; left > 0; i += kBytes, left -= 8, target += 8) {
+    V plane[3];
+    AddLines<kMost>(plane, ink, i);
     uint64_t words[3][4] = {};  // of each plane, and zeros
     for (int n = 0; n < kMost; ++n) {
-      uint8_t last[kBytes] = {};
-      const uint8_t* at = planes[n] + i;
-      if (i + kBytes > readable) {
-        __builtin_memcpy(last, at, static_cast<size_t>(readable - i));
-        at = last;
-      }
-      for (int w = 0; w < 3; ++w) words[n][w] = LoadWord(at + 8 * w);
+      uint8_t bytes[kVector];
+      Store(bytes, plane[n]);
+      for (int w = 0; w < 3; ++w) words[n][w] = LoadWord(bytes + 8 * w);
     }
     uint64_t made = 0;
     for (int w = 0; w < 3; ++w) {
@@ -215,27 +202,23 @@ void CellsOfThree(uint8_t* target, const uint8_t* const* planes, int64_t cells) 
       }
       made = made << (w == 0 ? 0 : 21) | _pext_u64(more[kMost - 1], kTops[w]);
     }
-    if (left < 8)
-      StoreBytes(target, made, static_cast<uint64_t>(left));
-    else
-      StoreWord(target, made);
+    StoreBytes(target, made ^ flip, static_cast<uint64_t>(left < 8 ? left : 8));
   }
 }
 
 template <int kMost>
-void CellsOf(uint8_t* target, const uint8_t* const* planes, int64_t cells, int32_t columns) noexcept {
-  if (columns == 2) return CellsInBytes<kMost, 2>(target, planes, cells);
-  if (columns == 3) return CellsOfThree<kMost>(target, planes, cells);
-  CellsInBytes<kMost, 4>(target, planes, cells);
+void CellsOf(uint8_t* target, const InkLines& ink) noexcept {
+  if (ink.columns == 2) return CellsInBytes<kMost, 2>(target, ink);
+  if (ink.columns == 3) return CellsOfThree<kMost>(target, ink);
+  CellsInBytes<kMost, 4>(target, ink);
 }
 
 }  // namespace
 
-void InkCells_Avx2(uint8_t* target, const uint8_t* const* planes, int64_t cells, int32_t columns,
-                   int32_t most) noexcept {
-  if (most == 1) return CellsOf<1>(target, planes, cells, columns);
-  if (most == 2) return CellsOf<2>(target, planes, cells, columns);
-  CellsOf<3>(target, planes, cells, columns);
+void InkCells_Avx2(uint8_t* target, const InkLines& ink) noexcept {
+  if (ink.most == 1) return CellsOf<1>(target, ink);
+  if (ink.most == 2) return CellsOf<2>(target, ink);
+  CellsOf<3>(target, ink);
 }
 
 }  // namespace tarn

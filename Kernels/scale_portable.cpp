@@ -379,28 +379,18 @@ void DoubleBits(uint8_t* target, const uint8_t* line, int64_t bytes) noexcept {
   }
 }
 
-void AddInk(uint8_t* const* planes, const uint8_t* line, int64_t bytes, int32_t most, bool zeros, bool first) noexcept {
-  const uint8_t flip = zeros ? 0xFF : 0;
-  for (int64_t i = 0; i < bytes; ++i) {
-    uint8_t ink = line[i] ^ flip;
-    for (int32_t n = 0; n < most; ++n) {
-      const uint8_t before = first ? 0 : planes[n][i];
-      planes[n][i] = before | ink;
-      ink &= before;
-    }
-  }
-}
-
-void InkCells(uint8_t* target, const uint8_t* const* planes, int64_t cells, int32_t columns, int32_t most) noexcept {
-  for (int64_t i = 0; i < cells; i += 8, ++target) {
-    *target = 0;
-    for (int64_t cell = i; cell < i + 8 && cell < cells; ++cell) {
-      int32_t ink = 0;
-      for (int64_t bit = cell * columns; bit < (cell + 1) * columns; ++bit) {
-        for (int32_t n = 0; n < most; ++n) ink += planes[n][bit / 8] >> (7 - bit % 8) & 1;
+void InkCells(uint8_t* target, const InkLines& ink) noexcept {
+  for (int64_t first = 0; first < ink.cells; first += 8, ++target) {
+    uint32_t made = 0;
+    for (int64_t cell = first; cell < first + 8; ++cell) {
+      int32_t ones = 0;
+      for (int64_t bit = cell * ink.columns; bit < (cell + 1) * ink.columns && cell < ink.cells; ++bit) {
+        for (int32_t n = 0; n < ink.count; ++n) ones += ink.lines[n][bit / 8] >> (7 - bit % 8) & 1;
       }
-      *target |= static_cast<uint8_t>((ink >= most) << (7 - (cell - i)));
+      const int32_t counted = ink.zeros ? ink.count * ink.columns - ones : ones;
+      made = made << 1 | static_cast<uint32_t>((counted >= ink.most) != ink.zeros);
     }
+    *target = static_cast<uint8_t>(made);
   }
 }
 
@@ -427,7 +417,6 @@ constinit const ScaleKernels kScalePortable = {
     .takeBits = TakeBits,
     .repeatBits = RepeatBits,
     .doubleBits = DoubleBits,
-    .addInk = AddInk,
     .inkCells = InkCells,
     .gather = Gather,
     .countInk = CountInk,

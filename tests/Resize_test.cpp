@@ -194,13 +194,16 @@ TEST_P(ResizeLevel, InkCountKeepsThinLines) {
   EXPECT_EQ(T_SQRT(1 << 30), 1 << 15);
   for (const bool whiteFirst : {false, true}) {
     for (const uint32_t perspective : {1u, 4u}) {
-      // Of 405 columns: the last cell is wider, or all are alike, or some in between are.
-      constexpr Extents sizes[] = {{202, 41}, {135, 27}, {134, 27}, {101, 20}, {100, 5},  {81, 16},
-                                   {202, 9},  {101, 90}, {7, 3},    {300, 30}, {533, 200}};
+      // Of 405 columns: the last cell is wider, or all are alike, or some in between are. Of 1621: lines in memory.
+      constexpr Extents sizes[] = {{202, 41}, {135, 27}, {134, 27},  {101, 20},  {100, 5},  {81, 16},  {202, 9},
+                                   {101, 90}, {7, 3},    {300, 30},  {533, 200}, {810, 41}, {540, 27}, {405, 20},
+                                   {810, 27}, {405, 41}, {1620, 27}, {405, 90},  {810, 20}};
       for (const Extents& size : sizes) {
+        const bool wide = &size >= sizes + 11;
         SCOPED_TRACE(testing::Message() << size.width << " x " << size.height << " perspective " << perspective);
         engine::Picture picture;
-        ASSERT_EQ(picture.Make(engine::Kind::kCompressed, {405, 83, 1}, 8), "");
+        const auto kind = wide ? engine::Kind::kBlock : engine::Kind::kCompressed;
+        ASSERT_EQ(picture.Make(kind, {wide ? 1621 : 405, 83, 1}, 8), "");
         BitmapHandle& b = picture.record;
         b.ViewPerspective = perspective;
         const T_PaletteEntry black = {0, 0, 0, 0}, white = {255, 255, 255, 0};

@@ -43,6 +43,14 @@ const uint8_t* RowReader::Part(int32_t row, uint64_t offset, uint64_t bytes) noe
   return nullptr;
 }
 
+void RowReader::Ask(int32_t row) const noexcept {
+  if (!base_ || row < 0 || row >= bitmap_.Height) return;
+  constexpr uint64_t kCacheLine = 64;
+  const uint64_t bytes = bitmap_.BytesPerLine;
+  const uint8_t* const start = base_ + static_cast<uint64_t>(row) * bytes;
+  for (uint64_t at = 0; at < bytes; at += kCacheLine) __builtin_prefetch(start + at);
+}
+
 Status RowWriter::Open() noexcept {
   base_ = BlockOf(bitmap_);
   if (base_) return SUCCESS;
