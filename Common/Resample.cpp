@@ -154,30 +154,31 @@ Status Resampler::Open(const BitmapHandle& format, int32_t width, int32_t height
 
 // ---- Rows ----------------------------------------------------------------------------------------------------------
 
-void Resampler::AcrossCells(void* target, const void* line) noexcept {
+void Resampler::AcrossCells(uint8_t* const* targets, const uint8_t* const* lines, int32_t count) noexcept {
   const ScaleKernels& scale = *Kernels().scale;
   if (parts_) {
-    scale.averageBytes(static_cast<uint8_t*>(target), static_cast<const uint8_t*>(line), columns_.target, parts_);
+    for (int32_t i = 0; i < count; ++i) scale.averageBytes(targets[i], lines[i], columns_.target, parts_);
     return;
   }
-  const BoxCell* cells = columns_.cells.data();
-  int64_t left = columns_.target;
+  const BoxCell* const cells = columns_.cells.data();
   if (taps_) {
-    const auto total = static_cast<uint32_t>(cells[0].Total());
     const auto make = sampleBytes_ == 1 ? scale.boxTaps : scale.boxTaps16;
-    make(static_cast<uint8_t*>(target), static_cast<const uint8_t*>(line), taps_.taps(), total);
-    target = static_cast<uint8_t*>(target) + tapPixels_ * channels_ * sampleBytes_;
-    cells += tapPixels_;
-    left -= tapPixels_;
+    make({targets, lines, count}, taps_.taps(), static_cast<uint32_t>(cells[0].Total()));
   }
+  const int64_t made = taps_ ? tapPixels_ : 0;
+  if (made == columns_.target) return;
   const bool narrow = columns_.largestTotal < kernels_->narrowTotal;
-  (narrow ? kernels_->boxLine : kernels_->boxLineWide)(target, line, cells, left, channels_);
+  const auto make = narrow ? kernels_->boxLine : kernels_->boxLineWide;
+  for (int32_t i = 0; i < count; ++i)
+    make(targets[i] + made * channels_ * sampleBytes_, lines[i], cells + made, columns_.target - made, channels_);
 }
 
 void Resampler::Across(void* target, const void* line) noexcept {
   const int32_t width = columns_.target;
   if (columns_.cells) {
-    AcrossCells(target, line);
+    auto* const made = static_cast<uint8_t*>(target);
+    const auto* const from = static_cast<const uint8_t*>(line);
+    AcrossCells(&made, &from, 1);
   } else if (taps_) {
     Kernels().scale->linearTaps(static_cast<uint8_t*>(target), static_cast<const uint8_t*>(line), taps_.taps());
   } else if (columns_.spots) {
@@ -221,6 +222,25 @@ bool Resampler::MakeAhead(int32_t row) noexcept {
   return true;
 }
 
+constexpr int32_t kRowsAhead = 4;  // that the memory is asked for
+
+/// Those of `count` rows that are not held yet, where rows are in memory as samples.
+void Resampler::AcrossTogether(int32_t row, int32_t count) noexcept {
+  if (converted_ || !columns_.cells || !reader_.InOneBlock()) return;
+  uint8_t* targets[kHeld];
+  const uint8_t* lines[kHeld];
+  int32_t missing = 0;
+  for (int32_t at = row; at < row + count; ++at) {
+    const int slot = at % heldRows_;
+    if (heldRow_[slot] == at) continue;
+    heldRow_[slot] = at;
+    targets[missing] = held_.data() + static_cast<uint64_t>(slot) * stride_;
+    lines[missing++] = reader_.Row(at);
+    if (!parts_) reader_.Ask(at + kRowsAhead);  // where the time is not that of the memory alone
+  }
+  AcrossCells(targets, lines, missing);
+}
+
 /// A source row of the new width, valid until heldRows_ others were asked for; null when it cannot be read.
 const void* Resampler::SourceRow(int32_t row) noexcept {
   const int slot = row % heldRows_;
@@ -229,6 +249,7 @@ const void* Resampler::SourceRow(int32_t row) noexcept {
   if (together_) return MakeAhead(row) ? held : nullptr;
   const uint8_t* line = reader_.Row(row);
   if (!line) return nullptr;
+  if (!columns_.cells) reader_.Ask(row + 2);  // the next one comes after some rows of the result
   if (converted_) {
     in_.Convert(line_.data(), line, columns_.source);
     line = line_.data();
@@ -242,6 +263,7 @@ Status Resampler::AverageRows(void* target, const BoxCell& cell) noexcept {
   if (FewRows()) {
     const void* lines[kMostRows];
     uint16_t weights[kMostRows];
+    AcrossTogether(cell.first, 1 + cell.whole + (cell.endWeight != 0));
     int32_t count = 0;
     for (; count <= cell.whole || (cell.endWeight && count == cell.whole + 1); ++count) {
       lines[count] = SourceRow(cell.first + count);

@@ -27,8 +27,9 @@ int32_t SourceIndex(int32_t i, int32_t from, int32_t to) noexcept {
 /// Rows of the nearest pixels. Pixels that are not of whole bytes are spread to bytes or, at 12 bits, to words.
 class NearestRows {
  public:
-  NearestRows(BitmapHandle& source, const BitmapHandle& target) noexcept
+  NearestRows(BitmapHandle& source, BitmapHandle& target) noexcept
       : reader_(source, TARN_HERE),
+        staying_(BlockOf(target) != nullptr),
         bits_(source.BitsPerPixel),
         fromWidth_(source.Width),
         fromHeight_(source.Height),
@@ -60,17 +61,20 @@ class NearestRows {
                              }));
       }
     }
-    if (height_ <= fromHeight_) return SUCCESS;
+    if (height_ <= fromHeight_ || staying_) return SUCCESS;
     line_ = TrackedBuffer<uint8_t>(targetBytes, here);
     return line_ ? SUCCESS : ERR_NO_MEMORY;
   }
 
   Status Make(uint8_t* target, uint64_t bytes, int32_t row) noexcept {
     const int32_t from = SourceIndex(row, fromHeight_, height_);
-    if (!line_) return MakeFrom(target, bytes, from);
-    if (from != made_) TARN_TRY(MakeFrom(line_.data(), bytes, from));
-    made_ = from;
-    std::memcpy(target, line_.data(), bytes);
+    if (height_ <= fromHeight_) return MakeFrom(target, bytes, from);
+    if (from != made_) {
+      last_ = staying_ ? target : line_.data();
+      TARN_TRY(MakeFrom(last_, bytes, from));
+      made_ = from;
+    }
+    if (last_ != target) std::memcpy(target, last_, bytes);
     return SUCCESS;
   }
 
@@ -148,6 +152,7 @@ class NearestRows {
   }
 
   RowReader reader_;
+  bool staying_;  // rows of the target remain where they were written
   int32_t bits_;
   int32_t fromWidth_;
   int32_t fromHeight_;
@@ -161,7 +166,8 @@ class NearestRows {
   TrackedBuffer<uint32_t> lastBits_;  // where the width grows
   TrackedBuffer<uint8_t> spread_;
   TrackedBuffer<uint8_t> taken_;
-  TrackedBuffer<uint8_t> line_;  // the row that repeats; none where rows cannot repeat
+  TrackedBuffer<uint8_t> line_;  // the row that repeats, unless it can be read from the target
+  uint8_t* last_ = nullptr;      // where it is
   int32_t made_ = -1;
 };
 

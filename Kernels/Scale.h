@@ -41,7 +41,21 @@ struct SplineSpot {
 struct Taps {
   const uint32_t* base;
   const uint8_t* data;
-  int64_t count;  // of samples of the result
+  int64_t count;   // of samples of the result
+  int64_t period;  // blocks from `start` to before `end` repeat the data of the first `period` ones of them
+  int64_t start;
+  int64_t end;
+  /// Data of a block whose data takes `bytes` bytes.
+  [[nodiscard]] const uint8_t* DataOf(int64_t block, int64_t bytes) const noexcept {
+    return data + (block >= start && block < end ? start + (block - start) % period : block) * bytes;
+  }
+};
+
+/// Lines that the same is made of: the tables of Taps take more memory than a line, and are read once for all.
+struct TapLines {
+  uint8_t* const* targets;
+  const uint8_t* const* sources;
+  int32_t count;
 };
 
 /// Weights of box averaging in two signed bytes: high * 64 + low.
@@ -107,9 +121,9 @@ struct ScaleKernels {
   int32_t window;
   void (*takeBytes)(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept;
   /// Sums of weights 4096..65535, divided by `total`.
-  void (*boxTaps)(uint8_t* target, const uint8_t* source, const Taps& taps, uint32_t total) noexcept;
+  void (*boxTaps)(const TapLines& lines, const Taps& taps, uint32_t total) noexcept;
   /// The same of words: a sample is made of eight bytes, four of them weights of a word each in the first table.
-  void (*boxTaps16)(uint8_t* target, const uint8_t* source, const Taps& taps, uint32_t total) noexcept;
+  void (*boxTaps16)(const TapLines& lines, const Taps& taps, uint32_t total) noexcept;
   void (*linearTaps)(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept;
   /// Truncated averages of 2, 4 or 8 bytes beside each other.
   void (*averageBytes)(uint8_t* target, const uint8_t* source, int64_t count, int32_t parts) noexcept;
@@ -152,8 +166,8 @@ extern const ScaleKernels kScaleAvx512;
 void Gather_Avx2(uint8_t*, const uint8_t*, const uint32_t*, int64_t, int32_t) noexcept;
 void CountInk_Avx2(uint32_t*, const uint8_t*, uint64_t, const uint32_t*, int64_t, bool) noexcept;
 void TakeBytes_Avx2(uint8_t*, const uint8_t*, const Taps&) noexcept;
-void BoxTaps_Avx2(uint8_t*, const uint8_t*, const Taps&, uint32_t) noexcept;
-void BoxTaps16_Avx2(uint8_t*, const uint8_t*, const Taps&, uint32_t) noexcept;
+void BoxTaps_Avx2(const TapLines&, const Taps&, uint32_t) noexcept;
+void BoxTaps16_Avx2(const TapLines&, const Taps&, uint32_t) noexcept;
 void AverageRows16_Avx2(void*, const void* const*, const uint16_t*, int32_t, int64_t) noexcept;
 void LinearTaps_Avx2(uint8_t*, const uint8_t*, const Taps&) noexcept;
 void AverageBytes_Avx2(uint8_t*, const uint8_t*, int64_t, int32_t) noexcept;
@@ -166,8 +180,8 @@ void DoubleBits_Avx2(uint8_t*, const uint8_t*, int64_t) noexcept;
 void InkCells_Avx2(uint8_t*, const InkLines&) noexcept;
 void InkCells_Avx512(uint8_t*, const InkLines&) noexcept;
 void TakeBytes_Avx512(uint8_t*, const uint8_t*, const Taps&) noexcept;
-void BoxTaps_Avx512(uint8_t*, const uint8_t*, const Taps&, uint32_t) noexcept;
-void BoxTaps16_Avx512(uint8_t*, const uint8_t*, const Taps&, uint32_t) noexcept;
+void BoxTaps_Avx512(const TapLines&, const Taps&, uint32_t) noexcept;
+void BoxTaps16_Avx512(const TapLines&, const Taps&, uint32_t) noexcept;
 void LinearTaps_Avx512(uint8_t*, const uint8_t*, const Taps&) noexcept;
 void SplineRows_Avx512(uint8_t* const*, const uint8_t* const*, int64_t, int32_t, const SplineSpot*, int64_t,
                        uint8_t*) noexcept;

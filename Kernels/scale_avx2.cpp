@@ -130,10 +130,23 @@ void AverageRows8(void* to, const void* const* from, const uint16_t* weights, in
     AverageWeighedRows(target, rows, weights, count, total, samples);
 }
 
+/// At least 32 samples, some at the end perhaps twice. The instruction rounds up.
+void HalfwayRow(uint8_t* target, const uint8_t* a, const uint8_t* b, int64_t samples) noexcept {
+  const V one = _mm256_set1_epi8(1);
+  for (int64_t next = 0; next < samples; next += 32) {
+    const int64_t i = next + 32 <= samples ? next : samples - 32;
+    const V from = _mm256_loadu_si256(reinterpret_cast<const V*>(a + i));
+    const V to = _mm256_loadu_si256(reinterpret_cast<const V*>(b + i));
+    const V odd = _mm256_and_si256(_mm256_xor_si256(from, to), one);
+    _mm256_storeu_si256(reinterpret_cast<V*>(target + i), _mm256_sub_epi8(_mm256_avg_epu8(from, to), odd));
+  }
+}
+
 void LinearRow8(void* to, const void* first, const void* second, int32_t k, int32_t n, int64_t samples) noexcept {
   auto* const target = static_cast<uint8_t*>(to);
   const auto* const a = static_cast<const uint8_t*>(first);
   const auto* const b = static_cast<const uint8_t*>(second);
+  if (n == 2 && k == 1 && samples >= 32) return HalfwayRow(target, a, b, samples);
   int64_t i = 0;
   // (n - k) a + k b is at most 255 n. Exact while 255 n (n - 1) < 2^16.
   if (n > 1 && n <= kMostLinearSteps) {

@@ -62,13 +62,13 @@ void TakeBytes_Avx2(uint8_t* target, const uint8_t* source, const Taps& taps) no
   __builtin_memcpy(target + i, last, static_cast<size_t>(taps.count - i));
 }
 
-void BoxTaps_Avx2(uint8_t* target, const uint8_t* source, const Taps& taps, uint32_t total) noexcept {
+void BoxTaps_Avx2(const TapLines& lines, const Taps& taps, uint32_t total) noexcept {
   // Sums are at most 255 * total: below 2^24. Exact while sum * (total - 1) < 2^40.
   const V reciprocal = _mm256_set1_epi64x(static_cast<int64_t>(((UINT64_C(1) << 40) + total - 1) / total));
   const V high = _mm256_set1_epi16(64);
   const V low = _mm256_set1_epi16(1);
   const V upper = _mm256_set1_epi64x(INT64_C(0xFF00000000));
-  ForPairs(target, source, taps, 8, [&](const Pair& pair, uint8_t* to) {
+  const auto make = [&](const Pair& pair, uint8_t* to) {
     // Two products of a byte and at most 64 fit 16 bits.
     const V highs = _mm256_madd_epi16(_mm256_maddubs_epi16(pair.bytes, pair.first), high);
     const V sums = _mm256_add_epi32(highs, _mm256_madd_epi16(_mm256_maddubs_epi16(pair.bytes, pair.second), low));
@@ -79,7 +79,8 @@ void BoxTaps_Avx2(uint8_t* target, const uint8_t* source, const Taps& taps, uint
     const V bytes = _mm256_packus_epi16(words, words);
     _mm_storel_epi64(reinterpret_cast<__m128i*>(to),
                      _mm_unpacklo_epi32(_mm256_castsi256_si128(bytes), _mm256_extracti128_si256(bytes, 1)));
-  });
+  };
+  for (int32_t line = 0; line < lines.count; ++line) ForPairs(lines.targets[line], lines.sources[line], taps, 8, make);
 }
 
 void LinearTaps_Avx2(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept {

@@ -45,8 +45,9 @@ class Division {
 
 }  // namespace
 
-void BoxTaps16_Avx2(uint8_t* target, const uint8_t* source, const Taps& taps, uint32_t total) noexcept {
-  const Division division(total);
+namespace {
+
+void BoxTaps16(uint8_t* target, const uint8_t* source, const Taps& taps, const Division& division) noexcept {
   const auto pairs = [&](const uint32_t* base, const uint8_t* data) {  // of four samples
     const V places = LoadPair(data, data + kPart);
     const V words = _mm256_shuffle_epi8(LoadPair(source + base[0], source + base[1]), places);
@@ -72,6 +73,14 @@ void BoxTaps16_Avx2(uint8_t* target, const uint8_t* source, const Taps& taps, ui
   }
   const __m128i last = eight(lastBase, lastData);
   __builtin_memcpy(target, &last, static_cast<size_t>(2 * left));
+}
+
+}  // namespace
+
+void BoxTaps16_Avx2(const TapLines& lines, const Taps& taps, uint32_t total) noexcept {
+  const Division division(total);
+  for (int32_t line = 0; line < lines.count; ++line)
+    BoxTaps16(lines.targets[line], lines.sources[line], taps, division);
 }
 
 void AverageRows16_Avx2(void* to, const void* const* from, const uint16_t* weights, int32_t count,

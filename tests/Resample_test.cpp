@@ -259,6 +259,11 @@ TEST_P(Resample, EveryFormatFollowsTheRules) {
         if (HasFailure()) return;
       }
     }
+    for (const bool spline : {false, true}) {  // longer than what kernels repeat
+      ExpectRule(f, {501, 5, f.bits}, 1002, 10, spline);
+      ExpectRule(f, {501, 9, f.bits}, 185, 4, spline);
+    }
+    ExpectRule(f, {501, 6, f.bits}, 250, 3, false);
     ExpectRule(f, {1, 1, f.bits}, 7, 3, true);
     ExpectRule(f, {2, 3, f.bits}, 17, 2, false);
     ExpectRule(f, {2, 2, f.bits}, 5, 9, true);

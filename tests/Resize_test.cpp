@@ -66,29 +66,36 @@ class ResizeLevel : public testing::TestWithParam<tarn::Isa> {
 };
 INSTANTIATE_TEST_SUITE_P(Levels, ResizeLevel, testing::ValuesIn(kLevels), NameOfLevel);
 
+void ExpectNearest(engine::Kind kind, int32_t bits, Extents from, Extents size) {
+  SCOPED_TRACE(testing::Message() << bits << " bits, " << from.width << " x " << from.height << " to " << size.width
+                                  << " x " << size.height);
+  engine::Picture picture;
+  ASSERT_EQ(picture.Make(kind, {from.width, from.height, bits}, 3), "");
+  BitmapHandle& b = picture.record;
+  std::vector<Bytes> old;
+  for (uint32_t row = 0; row < static_cast<uint32_t>(from.height); ++row) old.push_back(Row(b, row));
+  ASSERT_EQ(T_SizeBitmap(&b, size.width, size.height, RESIZE_NEAREST), SUCCESS);
+  ASSERT_EQ(V(b.Width), size.width);
+  ASSERT_EQ(V(b.Height), size.height);
+  const auto columns = Walk(from.width, size.width), rows = Walk(from.height, size.height);
+  for (size_t y = 0; y < rows.size(); ++y) {
+    const Bytes got = Row(b, static_cast<uint32_t>(y));
+    const Bytes& line = old[static_cast<size_t>(rows[y])];
+    for (int32_t x = 0; x < size.width; ++x)
+      ASSERT_EQ(PixelOf(got, x, bits), PixelOf(line, columns[static_cast<size_t>(x)], bits)) << x << ", " << y;
+    Bytes clean = got;
+    engine::ClearPadding(clean.data(), {size.width, size.height, bits});
+    EXPECT_EQ(got, clean);
+  }
+}
+
 TEST_P(ResizeLevel, NearestTakesWhatTheStepsReach) {
   for (const int32_t bits : engine::kDepths) {
-    for (const Extents& size : kNew) {
-      SCOPED_TRACE(testing::Message() << bits << " bits to " << size.width << " x " << size.height);
-      engine::Picture picture;
-      ASSERT_EQ(picture.Make(engine::Kind::kMixedTiles, {kOld.width, kOld.height, bits}, 3), "");
-      BitmapHandle& b = picture.record;
-      std::vector<Bytes> old;
-      for (uint32_t row = 0; row < 9; ++row) old.push_back(Row(b, row));
-      ASSERT_EQ(T_SizeBitmap(&b, size.width, size.height, RESIZE_NEAREST), SUCCESS);
-      ASSERT_EQ(V(b.Width), size.width);
-      ASSERT_EQ(V(b.Height), size.height);
-      const auto columns = Walk(kOld.width, size.width), rows = Walk(kOld.height, size.height);
-      for (size_t y = 0; y < rows.size(); ++y) {
-        const Bytes got = Row(b, static_cast<uint32_t>(y));
-        const Bytes& from = old[static_cast<size_t>(rows[y])];
-        for (int32_t x = 0; x < size.width; ++x)
-          ASSERT_EQ(PixelOf(got, x, bits), PixelOf(from, columns[static_cast<size_t>(x)], bits)) << x << ", " << y;
-        Bytes clean = got;
-        engine::ClearPadding(clean.data(), {size.width, size.height, bits});
-        EXPECT_EQ(got, clean);
-      }
-    }
+    for (const Extents& size : kNew) ExpectNearest(engine::Kind::kMixedTiles, bits, kOld, size);
+    // Small multiples and in between, longer than what kernels repeat.
+    for (const Extents& size : {Extents{1000, 18}, Extents{1500, 4}, Extents{502, 9}, Extents{184, 5}})
+      ExpectNearest(engine::Kind::kBlock, bits, {500, 9}, size);
+    if (HasFailure()) return;
   }
 }
 

@@ -64,7 +64,8 @@ class Resampler {
   Status Samples(void* target, int32_t row) noexcept;
   const void* SourceRow(int32_t row) noexcept;
   bool MakeAhead(int32_t row) noexcept;
-  void AcrossCells(void* target, const void* line) noexcept;
+  void AcrossCells(uint8_t* const* targets, const uint8_t* const* lines, int32_t count) noexcept;
+  void AcrossTogether(int32_t row, int32_t count) noexcept;
   void Across(void* target, const void* line) noexcept;
   Status AverageRows(void* target, const BoxCell& cell) noexcept;
   Status DitherAhead() noexcept;

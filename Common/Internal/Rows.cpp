@@ -48,7 +48,7 @@ void RowReader::Ask(int32_t row) const noexcept {
   constexpr uint64_t kCacheLine = 64;
   const uint64_t bytes = bitmap_.BytesPerLine;
   const uint8_t* const start = base_ + static_cast<uint64_t>(row) * bytes;
-  for (uint64_t at = 0; at < bytes; at += kCacheLine) __builtin_prefetch(start + at);
+  for (uint64_t at = 0; at < bytes; at += kCacheLine) __builtin_prefetch(start + at, 0, 2);
 }
 
 Status RowWriter::Open() noexcept {

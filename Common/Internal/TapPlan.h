@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 #include "Common/Internal/Status.h"
 #include "Common/Internal/TrackedBuffer.h"
@@ -40,19 +41,40 @@ class TapPlan {
     data_ = TrackedBuffer<uint8_t>(blocks * static_cast<uint32_t>(blockBytes) + kAligned, here);
     if (!base_ || !data_) return ERR_NO_MEMORY;
     auto* data = reinterpret_cast<uint8_t*>((reinterpret_cast<uintptr_t>(data_.data()) + kAligned) & ~kAligned);
-    const Taps taps = {base_.data(), data, count};
+    Taps taps = {base_.data(), data, count, 1, 0, 0};
     int64_t i = 0;
     for (uint64_t block = 0; block < blocks; ++block, data += blockBytes) {
       const auto bytes = static_cast<int32_t>(std::min<int64_t>(inBlock, count - i));
       if (!BuildBlock(base_[block], data, i, bytes, each, sourceBytes, set)) return SUCCESS;
       i += bytes;
     }
+    FindPeriod(taps, static_cast<int64_t>(blocks), blockBytes);
     taps_ = taps;
     return SUCCESS;
   }
 
  private:
   static constexpr int32_t kMostWindow = 64;
+  static constexpr int64_t kMostPeriod = 6;
+
+  /// Where one extent is a small multiple of the other, blocks repeat: a few stay in the first-level cache, or in
+  /// registers. The first one may differ, and those at the end of a line, which begin earlier so as to end with it.
+  static void FindPeriod(Taps& taps, int64_t blocks, int64_t blockBytes) noexcept {
+    for (int64_t tried = 0; tried < 2 * kMostPeriod; ++tried) {
+      const int64_t start = tried % 2, period = tried / 2 + 1;
+      const auto equal = [&](int64_t a, int64_t b) {
+        return std::memcmp(taps.data + a * blockBytes, taps.data + b * blockBytes, static_cast<size_t>(blockBytes)) ==
+               0;
+      };
+      int64_t end = start + period;
+      while (end < blocks && equal(end, end - period)) ++end;
+      if (end < start + 2 * period || end < blocks - 2 * kMostPeriod) continue;
+      taps.period = period;
+      taps.start = start;
+      taps.end = end;
+      return;
+    }
+  }
 
   template <class Set>
   static bool BuildBlock(uint32_t& base, uint8_t* data, int64_t first, int32_t bytes, int32_t each, int64_t sourceBytes,
