@@ -157,6 +157,7 @@ struct ScaleKernels {
 
 extern const SampleKernels kSamplesPortable[static_cast<int>(Sample::kCount)];
 extern const SampleKernels kBytesAvx2;
+extern const SampleKernels kBytesAvx512;
 extern const SampleKernels kWordsAvx2;
 extern const ScaleKernels kScalePortable;
 extern const ScaleKernels kScaleAvx2;
@@ -174,6 +175,7 @@ void AverageBytes_Avx2(uint8_t*, const uint8_t*, int64_t, int32_t) noexcept;
 void SplineRows_Avx2(uint8_t* const*, const uint8_t* const*, int64_t, int32_t, const SplineSpot*, int64_t,
                      uint8_t*) noexcept;
 void SplineRow8_Avx2(void*, const void* const*, const SplineSpot&, int64_t) noexcept;
+void SplineRow8_Avx512(void*, const void* const*, const SplineSpot&, int64_t) noexcept;
 void TakeBits_Avx2(uint8_t*, const uint8_t*, uint64_t, const uint64_t*, int64_t) noexcept;
 void RepeatBits_Avx2(uint8_t*, const uint8_t*, const uint64_t*, const uint32_t*, int64_t) noexcept;
 void DoubleBits_Avx2(uint8_t*, const uint8_t*, int64_t) noexcept;

@@ -243,24 +243,29 @@ void SplineLine8(void* to, const void* from, const void* derivatives, const Spli
   Portable8().splineLine(to, from, derivatives, spots, count, channels);
 }
 
+constexpr SampleKernels Bytes(decltype(SampleKernels::splineRow) splineRow) noexcept {
+  return {.narrowTotal = 1 << 24,
+          .narrowSumBytes = 4,
+          .wideSumBytes = 8,
+          .realBytes = 4,
+          .boxLine = BoxLine8,
+          .boxLineWide = BoxLineWide8,
+          .weighRow = WeighRow8,
+          .weighRowWide = WeighRowWide8,
+          .divideRow = DivideRow8,
+          .divideRowWide = DivideRowWide8,
+          .averageRows = AverageRows8,
+          .linearLine = LinearLine8,
+          .linearRow = LinearRow8,
+          .splineDerivatives = SplineDerivatives8,
+          .splineLine = SplineLine8,
+          .splineRow = splineRow};
+}
+
 }  // namespace
 
-constinit const SampleKernels kBytesAvx2 = {.narrowTotal = 1 << 24,
-                                            .narrowSumBytes = 4,
-                                            .wideSumBytes = 8,
-                                            .realBytes = 4,
-                                            .boxLine = BoxLine8,
-                                            .boxLineWide = BoxLineWide8,
-                                            .weighRow = WeighRow8,
-                                            .weighRowWide = WeighRowWide8,
-                                            .divideRow = DivideRow8,
-                                            .divideRowWide = DivideRowWide8,
-                                            .averageRows = AverageRows8,
-                                            .linearLine = LinearLine8,
-                                            .linearRow = LinearRow8,
-                                            .splineDerivatives = SplineDerivatives8,
-                                            .splineLine = SplineLine8,
-                                            .splineRow = SplineRow8_Avx2};
+constinit const SampleKernels kBytesAvx2 = Bytes(SplineRow8_Avx2);
+constinit const SampleKernels kBytesAvx512 = Bytes(SplineRow8_Avx512);
 
 /// Words of 4 or 8 bytes. Eight or four are read before any is written.
 void Gather_Avx2(uint8_t* target, const uint8_t* source, const uint32_t* indices, int64_t count,

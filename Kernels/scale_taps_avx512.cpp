@@ -147,6 +147,6 @@ constinit const ScaleKernels kScaleAvx512 = {
     .inkCells = InkCells_Avx512,
     .gather = Gather_Avx2,
     .countInk = CountInk_Avx2,
-    .samples = {&kBytesAvx2, &kWordsAvx2, &kSamplesPortable[2], &kSamplesPortable[3], &kSamplesPortable[4]}};
+    .samples = {&kBytesAvx512, &kWordsAvx2, &kSamplesPortable[2], &kSamplesPortable[3], &kSamplesPortable[4]}};
 
 }  // namespace tarn
