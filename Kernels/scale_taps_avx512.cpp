@@ -94,32 +94,40 @@ void BoxTaps_Avx512(const TapLines& lines, const Taps& taps, uint32_t total) noe
   });
 }
 
-namespace {
-
-void BoxTaps16(uint8_t* target, const uint8_t* source, const Taps& taps, uint32_t total) noexcept {
-  // Samples less 32768 are signed words, and the sum comes out by 32768 * total too small. A half added to it is
-  // further from any multiple of the total than the product with the reciprocal is wrong.
-  const __m512d back = _mm512_set1_pd(32768.0 * total + 0.5);
-  const __m512d reciprocal = _mm512_set1_pd(1.0 / total);
-  const V top = _mm512_set1_epi16(INT16_MIN);
-  constexpr int kSamples = 8;
-  const uint32_t* base = taps.base;
-  const uint8_t* data = taps.data;
-  for (int64_t left = taps.count; left > 0; left -= kSamples, ++base, data += kPart, target += 2 * kSamples) {
-    const V words = _mm512_xor_si512(_mm512_permutexvar_epi8(Load(data), Load(source + *base)), top);
-    const V pairs = _mm512_madd_epi16(words, Load(data + kWindow));
-    const __m256i sums = _mm512_cvtepi64_epi32(_mm512_add_epi32(pairs, _mm512_srli_epi64(pairs, 32)));
-    const __m512d averages = _mm512_mul_pd(_mm512_add_pd(_mm512_cvtepi32_pd(sums), back), reciprocal);
-    const __m128i made = _mm256_cvtepi32_epi16(_mm512_cvttpd_epi32(averages));
-    const auto mask = static_cast<__mmask8>(left < kSamples ? (1 << left) - 1 : 0xFF);
-    _mm_mask_storeu_epi16(target, mask, made);
-  }
-}
-
-}  // namespace
-
 void BoxTaps16_Avx512(const TapLines& lines, const Taps& taps, uint32_t total) noexcept {
-  for (int32_t line = 0; line < lines.count; ++line) BoxTaps16(lines.targets[line], lines.sources[line], taps, total);
+  // Samples less 32768 are signed words, whose sums are by 32768 * total too small: each half starts with half of that.
+  // Sums are below 2^30. The reciprocal is too small by more than single precision is wrong, and by so little that a
+  // quotient comes out right or by one too small.
+  const V back = _mm512_set1_epi32(static_cast<int32_t>(16384 * total));
+  const V divisor = _mm512_set1_epi32(static_cast<int32_t>(total));
+  const __m512 reciprocal = _mm512_set1_ps(static_cast<float>((1.0 - 1.0 / (1 << 20)) / total));
+  const V top = _mm512_set1_epi16(INT16_MIN);
+  const V even = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+  const V odd = _mm512_add_epi32(even, _mm512_set1_epi32(1));
+  constexpr int kSamples = 8;  // of a block; two go together
+  for (int64_t block = 0, left = taps.count; left > 0; block += 2, left -= 2 * kSamples) {
+    const int64_t other = left > kSamples ? block + 1 : block;
+    const uint8_t* const data = taps.data + block * kPart;
+    const uint8_t* const otherData = taps.data + other * kPart;
+    const V places = Load(data), weights = Load(data + kWindow);
+    const V otherPlaces = Load(otherData), otherWeights = Load(otherData + kWindow);
+    const uint32_t base = taps.base[block], otherBase = taps.base[other];
+    for (int32_t line = 0; line < lines.count; ++line) {
+      const uint8_t* const source = lines.sources[line];
+      const auto halves = [&](uint32_t from, V at, V by) {
+        return _mm512_dpwssd_epi32(back, _mm512_xor_si512(_mm512_permutexvar_epi8(at, Load(source + from)), top), by);
+      };
+      const V first = halves(base, places, weights), second = halves(otherBase, otherPlaces, otherWeights);
+      const V sums = _mm512_add_epi32(_mm512_permutex2var_epi32(first, even, second),
+                                      _mm512_permutex2var_epi32(first, odd, second));
+      const V less = _mm512_cvttps_epi32(_mm512_mul_ps(_mm512_cvtepi32_ps(sums), reciprocal));
+      const V rest = _mm512_sub_epi32(sums, _mm512_mullo_epi32(less, divisor));
+      const __mmask16 over = _mm512_cmpge_epi32_mask(rest, divisor);
+      const V made = _mm512_mask_sub_epi32(less, over, less, _mm512_set1_epi32(-1));
+      Store<4 * kSamples>(lines.targets[line] + block * 2 * kSamples,
+                          _mm512_castsi256_si512(_mm512_cvtepi32_epi16(made)), 2 * left);
+    }
+  }
 }
 
 void LinearTaps_Avx512(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept {

@@ -1,6 +1,6 @@
 // Box averaging of words. Samples less 32768 are signed words, whose sums with weights fit 32 bits and come out by
-// 32768 * total too small. The quotient is a product in double precision: a half added to the sum is further from any
-// multiple of the total than that product is wrong.
+// 32768 * total too small. Quotients are products with a reciprocal that is too small by more than single precision is
+// wrong, and by so little that they come out right or by one too small.
 
 #include <immintrin.h>
 
@@ -16,6 +16,7 @@ using V = __m256i;
 constexpr int kWindow = 16;
 constexpr int kPart = 3 * kWindow;
 constexpr int64_t kVector = 16;  // words
+constexpr uint32_t kMostTotal = 32768;
 
 const SampleKernels& Portable16() noexcept { return kSamplesPortable[static_cast<int>(Sample::kU16)]; }
 
@@ -27,20 +28,22 @@ V Signed(V words) noexcept { return _mm256_xor_si256(words, _mm256_set1_epi16(IN
 
 class Division {
  public:
+  /// At most 32768: sums, when they are right, stay below 2^31.
   explicit Division(uint32_t total) noexcept
-      : back_(_mm256_set1_pd(32768.0 * total + 0.5)), reciprocal_(_mm256_set1_pd(1.0 / total)) {}
-  /// Four sums.
-  [[nodiscard]] __m128i Of(__m128i sums) const noexcept {
-    return _mm256_cvttpd_epi32(_mm256_mul_pd(_mm256_add_pd(_mm256_cvtepi32_pd(sums), back_), reciprocal_));
-  }
-  /// Eight.
+      : back_(_mm256_set1_epi32(static_cast<int32_t>(32768 * total))),
+        total_(_mm256_set1_epi32(static_cast<int32_t>(total))),
+        most_(_mm256_set1_epi32(static_cast<int32_t>(total - 1))),
+        reciprocal_(_mm256_set1_ps(static_cast<float>((1.0 - 1.0 / (1 << 20)) / total))) {}
   [[nodiscard]] V Of(V sums) const noexcept {
-    return _mm256_inserti128_si256(_mm256_castsi128_si256(Of(_mm256_castsi256_si128(sums))),
-                                   Of(_mm256_extracti128_si256(sums, 1)), 1);
+    const V whole = _mm256_add_epi32(sums, back_);
+    const V less = _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_cvtepi32_ps(whole), reciprocal_));
+    const V rest = _mm256_sub_epi32(whole, _mm256_mullo_epi32(less, total_));
+    return _mm256_sub_epi32(less, _mm256_cmpgt_epi32(rest, most_));
   }
 
  private:
-  __m256d back_, reciprocal_;
+  V back_, total_, most_;
+  __m256 reciprocal_;
 };
 
 }  // namespace
@@ -97,7 +100,7 @@ void AverageRows16_Avx2(void* to, const void* const* from, const uint16_t* weigh
     const uint32_t second = i + 1 < count ? weights[i + 1] : 0;
     pairs[i / 2] = _mm256_set1_epi32(static_cast<int32_t>(weights[i] | second << 16));
   }
-  if (samples < kVector || total >= 65536) return Portable16().averageRows(to, from, weights, count, samples);
+  if (samples < kVector || total > kMostTotal) return Portable16().averageRows(to, from, weights, count, samples);
   const Division division(total);
   for (int64_t next = 0; next < samples; next += kVector) {
     const int64_t i = next + kVector <= samples ? next : samples - kVector;  // some at the end twice
