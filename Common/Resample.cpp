@@ -93,8 +93,8 @@ Status Resampler::StartDithering() noexcept {
 Status Resampler::OpenTaps(Here here) noexcept {
   const bool words = kernels_ == Kernels().scale->samples[static_cast<int>(Sample::kU16)];
   if (columns_.cells && (sampleBytes_ == 1 || words)) return OpenBoxTaps(here);
+  if (columns_.spots && (sampleBytes_ == 1 || words)) return OpenLinearTaps(here);
   if (sampleBytes_ != 1) return SUCCESS;
-  if (columns_.spots) return OpenLinearTaps(here);
   constexpr int64_t kMostAhead = 1 << 16;  // samples of a row: they take 96 times as many bytes
   together_ = columns_.places && columns_.source > 2 && Kernels().scale->splineRows &&
               int64_t{columns_.source} * channels_ <= kMostAhead;
@@ -180,7 +180,8 @@ void Resampler::Across(void* target, const void* line) noexcept {
     const auto* const from = static_cast<const uint8_t*>(line);
     AcrossCells(&made, &from, 1);
   } else if (taps_) {
-    Kernels().scale->linearTaps(static_cast<uint8_t*>(target), static_cast<const uint8_t*>(line), taps_.taps());
+    const auto make = sampleBytes_ == 1 ? Kernels().scale->linearTaps : Kernels().scale->linearTaps16;
+    make(static_cast<uint8_t*>(target), static_cast<const uint8_t*>(line), taps_.taps());
   } else if (columns_.spots) {
     kernels_->linearLine(target, line, columns_.spots.data(), width, channels_);
   } else if (columns_.places) {

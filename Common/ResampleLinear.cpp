@@ -2,6 +2,8 @@
 // floor(j D / S) .. floor((j + 1) D / S) - 1, and all runs begin half a run late, so that the picture stays in the
 // middle.
 
+#include <cstring>
+
 #include "Common/Internal/Resampler.h"
 
 namespace tarn {
@@ -24,17 +26,41 @@ Status MakeLinearSpots(ScaleAxis& axis, Here here) noexcept {
   return SUCCESS;
 }
 
+namespace {
+
+/// Two words, their weights and 1 / n.
+TapSet WordTaps(uint32_t from, uint32_t to, const LinearSpot& spot) noexcept {
+  TapSet set{};
+  const float reciprocal = 1.0f / static_cast<float>(spot.n);
+  std::memcpy(set.second, &reciprocal, sizeof reciprocal);
+  for (uint32_t byte = 0; byte < 2; ++byte) {
+    set.places[byte] = 2 * from + byte;
+    set.places[2 + byte] = 2 * to + byte;
+  }
+  set.first[0] = static_cast<uint8_t>(spot.n - spot.k);
+  set.first[2] = static_cast<uint8_t>(spot.k);
+  return set;
+}
+
+}  // namespace
+
 Status Resampler::OpenLinearTaps(Here here) noexcept {
   if (columns_.mostSteps > kMostLinearSteps) return SUCCESS;
   const auto* const spots = columns_.spots.data();
-  const int64_t bytes = int64_t{columns_.source} * channels_;
-  return taps_.Build(rowSamples_, kLinearTaps, bytes, here, [&](int64_t i, TapSet& set) {
+  const auto each = static_cast<int32_t>(sampleBytes_);
+  const int64_t bytes = int64_t{columns_.source} * channels_ * each;
+  return taps_.Build(rowSamples_, kLinearTaps * each, bytes, here, [&](int64_t i, TapSet& set) {
     const LinearSpot spot = spots[i / channels_];
     const auto channel = static_cast<uint32_t>(i % channels_);
+    const auto from = static_cast<uint32_t>(spot.from * channels_) + channel;
+    const auto to = static_cast<uint32_t>((spot.k ? spot.to : spot.from) * channels_) + channel;
+    if (each == 2) {
+      set = WordTaps(from, to, spot);
+      return;
+    }
     const int32_t n = spot.n > 1 ? spot.n : 2;  // 65536 / 1 does not fit
     const int32_t reciprocal = (65536 + n - 1) / n;
-    const int32_t to = spot.k ? spot.to : spot.from;
-    set = {{static_cast<uint32_t>(spot.from * channels_) + channel, static_cast<uint32_t>(to * channels_) + channel},
+    set = {{from, to},
            {static_cast<uint8_t>(n - spot.k), static_cast<uint8_t>(spot.k)},
            {static_cast<uint8_t>(reciprocal), static_cast<uint8_t>(reciprocal >> 8)}};
   });

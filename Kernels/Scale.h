@@ -125,6 +125,8 @@ struct ScaleKernels {
   /// The same of words: a sample is made of eight bytes, four of them weights of a word each in the first table.
   void (*boxTaps16)(const TapLines& lines, const Taps& taps, uint32_t total) noexcept;
   void (*linearTaps)(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept;
+  /// The same of words: the second table has 1 / n in single precision.
+  void (*linearTaps16)(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept;
   /// Truncated averages of 2, 4 or 8 bytes beside each other.
   void (*averageBytes)(uint8_t* target, const uint8_t* source, int64_t count, int32_t parts) noexcept;
   /// What splineDerivatives and splineLine make of each of kSplineRows rows of bytes. Some may be the same. Work holds
@@ -171,6 +173,7 @@ void BoxTaps_Avx2(const TapLines&, const Taps&, uint32_t) noexcept;
 void BoxTaps16_Avx2(const TapLines&, const Taps&, uint32_t) noexcept;
 void AverageRows16_Avx2(void*, const void* const*, const uint16_t*, int32_t, int64_t) noexcept;
 void LinearTaps_Avx2(uint8_t*, const uint8_t*, const Taps&) noexcept;
+void LinearTaps16_Avx2(uint8_t*, const uint8_t*, const Taps&) noexcept;
 void AverageBytes_Avx2(uint8_t*, const uint8_t*, int64_t, int32_t) noexcept;
 void SplineRows_Avx2(uint8_t* const*, const uint8_t* const*, int64_t, int32_t, const SplineSpot*, int64_t,
                      uint8_t*) noexcept;
@@ -185,6 +188,7 @@ void TakeBytes_Avx512(uint8_t*, const uint8_t*, const Taps&) noexcept;
 void BoxTaps_Avx512(const TapLines&, const Taps&, uint32_t) noexcept;
 void BoxTaps16_Avx512(const TapLines&, const Taps&, uint32_t) noexcept;
 void LinearTaps_Avx512(uint8_t*, const uint8_t*, const Taps&) noexcept;
+void LinearTaps16_Avx512(uint8_t*, const uint8_t*, const Taps&) noexcept;
 void SplineRows_Avx512(uint8_t* const*, const uint8_t* const*, int64_t, int32_t, const SplineSpot*, int64_t,
                        uint8_t*) noexcept;
 

@@ -298,6 +298,7 @@ constinit const ScaleKernels kScaleAvx2 = {
     .boxTaps = BoxTaps_Avx2,
     .boxTaps16 = BoxTaps16_Avx2,
     .linearTaps = LinearTaps_Avx2,
+    .linearTaps16 = LinearTaps16_Avx2,
     .averageBytes = AverageBytes_Avx2,
     .splineRows = SplineRows_Avx2,
     .takeBits = TakeBits_Avx2,

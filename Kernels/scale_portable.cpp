@@ -412,6 +412,7 @@ constinit const ScaleKernels kScalePortable = {
     .boxTaps = nullptr,
     .boxTaps16 = nullptr,
     .linearTaps = nullptr,
+    .linearTaps16 = nullptr,
     .averageBytes = AverageBytes,
     .splineRows = nullptr,
     .takeBits = TakeBits,

@@ -141,12 +141,29 @@ void LinearTaps_Avx512(uint8_t* target, const uint8_t* source, const Taps& taps)
   });
 }
 
+void LinearTaps16_Avx512(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept {
+  // Sums of samples less 32768. A half added to a sum is 1 / 32 or more from any multiple of n, the quotient is wrong
+  // by less than 1 / 64.
+  const V top = _mm512_set1_epi16(INT16_MIN);
+  const __m512 half = _mm512_set1_ps(0.5f), back = _mm512_set1_ps(32768);
+  constexpr int kSamples = kWindow / 4;
+  ForBlocks(taps, kSamples, [=, base = taps.base, samples = taps.count](int64_t block, const Tables& tables) {
+    const V words = _mm512_xor_si512(_mm512_permutexvar_epi8(tables.places, Load(source + base[block])), top);
+    const __m512 sums = _mm512_add_ps(_mm512_cvtepi32_ps(_mm512_madd_epi16(words, tables.first)), half);
+    const __m512 made = _mm512_add_ps(_mm512_mul_ps(sums, _mm512_castsi512_ps(tables.second)), back);
+    const int64_t i = block * kSamples;
+    Store<2 * kSamples>(target + 2 * i, _mm512_castsi256_si512(_mm512_cvtepi32_epi16(_mm512_cvttps_epi32(made))),
+                        2 * (samples - i));
+  });
+}
+
 constinit const ScaleKernels kScaleAvx512 = {
     .window = kWindow,
     .takeBytes = TakeBytes_Avx512,
     .boxTaps = BoxTaps_Avx512,
     .boxTaps16 = BoxTaps16_Avx512,
     .linearTaps = LinearTaps_Avx512,
+    .linearTaps16 = LinearTaps16_Avx512,
     .averageBytes = AverageBytes_Avx2,
     .splineRows = SplineRows_Avx512,
     .takeBits = TakeBits_Avx2,

@@ -1,6 +1,6 @@
-// Box averaging of words. Samples less 32768 are signed words, whose sums with weights fit 32 bits and come out by
-// 32768 * total too small. Quotients are products with a reciprocal that is too small by more than single precision is
-// wrong, and by so little that they come out right or by one too small.
+// Averages of words and what lies between two. Samples less 32768 are signed words, whose sums with weights fit 32 bits
+// and come out by 32768 * total too small. Quotients are products with a reciprocal that is too small by more than
+// single precision is wrong, and by so little that they come out right or by one too small.
 
 #include <immintrin.h>
 
@@ -116,6 +116,30 @@ void AverageRows16_Avx2(void* to, const void* const* from, const uint16_t* weigh
   }
 }
 
+void LinearTaps16_Avx2(uint8_t* target, const uint8_t* source, const Taps& taps) noexcept {
+  // Sums of samples less 32768. A half added to a sum is 1 / 32 or more from any multiple of n, the quotient is wrong
+  // by less than 1 / 64.
+  const __m256 half = _mm256_set1_ps(0.5f), back = _mm256_set1_ps(32768);
+  const auto eight = [&](int64_t block, int64_t other) {  // four of each block
+    const uint8_t* const data = taps.data + block * kPart;
+    const uint8_t* const otherData = taps.data + other * kPart;
+    const V from = LoadPair(source + taps.base[block], source + taps.base[other]);
+    const V words = Signed(_mm256_shuffle_epi8(from, LoadPair(data, otherData)));
+    const V sums = _mm256_madd_epi16(words, LoadPair(data + kWindow, otherData + kWindow));
+    const __m256 reciprocals = _mm256_castsi256_ps(LoadPair(data + 2 * kWindow, otherData + 2 * kWindow));
+    const __m256 quotients = _mm256_mul_ps(_mm256_add_ps(_mm256_cvtepi32_ps(sums), half), reciprocals);
+    const V made = _mm256_cvttps_epi32(_mm256_add_ps(quotients, back));
+    return _mm_packus_epi32(_mm256_castsi256_si128(made), _mm256_extracti128_si256(made, 1));
+  };
+  int64_t block = 0;
+  int64_t left = taps.count;
+  for (; left >= 8; left -= 8, block += 2, target += 16)
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(target), eight(block, block + 1));
+  if (left == 0) return;
+  const __m128i last = eight(block, left > 4 ? block + 1 : block);
+  __builtin_memcpy(target, &last, static_cast<size_t>(2 * left));
+}
+
 namespace {
 
 // The rest goes one sample at a time.
@@ -140,8 +164,25 @@ void DivideRowWide16(void* target, const void* sums, uint64_t total, int64_t sam
 void LinearLine16(void* target, const void* source, const LinearSpot* spots, int64_t count, int32_t channels) noexcept {
   Portable16().linearLine(target, source, spots, count, channels);
 }
-void LinearRow16(void* target, const void* a, const void* b, int32_t k, int32_t n, int64_t samples) noexcept {
-  Portable16().linearRow(target, a, b, k, n, samples);
+void LinearRow16(void* to, const void* first, const void* second, int32_t k, int32_t n, int64_t samples) noexcept {
+  if (samples < kVector || n > kMostLinearSteps) return Portable16().linearRow(to, first, second, k, n, samples);
+  auto* const target = static_cast<uint16_t*>(to);
+  const auto* const a = static_cast<const uint16_t*>(first);
+  const auto* const b = static_cast<const uint16_t*>(second);
+  const V weights = _mm256_set1_epi32(n - k + k * 65536);
+  const __m256 half = _mm256_set1_ps(0.5f), back = _mm256_set1_ps(32768);
+  const __m256 reciprocal = _mm256_set1_ps(1.0f / static_cast<float>(n));
+  const auto between = [&](V pairs) {  // as in lines
+    const __m256 sums = _mm256_add_ps(_mm256_cvtepi32_ps(_mm256_madd_epi16(pairs, weights)), half);
+    return _mm256_cvttps_epi32(_mm256_add_ps(_mm256_mul_ps(sums, reciprocal), back));
+  };
+  for (int64_t next = 0; next < samples; next += kVector) {
+    const int64_t i = next + kVector <= samples ? next : samples - kVector;  // some at the end twice
+    const V from = Signed(_mm256_loadu_si256(reinterpret_cast<const V*>(a + i)));
+    const V behind = Signed(_mm256_loadu_si256(reinterpret_cast<const V*>(b + i)));
+    const V low = between(_mm256_unpacklo_epi16(from, behind)), high = between(_mm256_unpackhi_epi16(from, behind));
+    _mm256_storeu_si256(reinterpret_cast<V*>(target + i), _mm256_packus_epi32(low, high));
+  }
 }
 void SplineDerivatives16(void* derivatives, const void* source, int64_t pixels, int32_t channels,
                          uint8_t* work) noexcept {
