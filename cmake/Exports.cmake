@@ -22,7 +22,8 @@ else()
   list(JOIN tarn_exports ";\n    " names)
   file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/tarn.map
     CONTENT "TARN_15 {\n  global:\n    ${names};\n  local: *;\n};\n" @ONLY)
-  set_target_properties(tarn PROPERTIES SOVERSION 15 VERSION 15.0.0 LINK_DEPENDS ${PROJECT_BINARY_DIR}/tarn.map)
+  set_target_properties(tarn PROPERTIES
+    SOVERSION ${PROJECT_VERSION_MAJOR} VERSION ${PROJECT_VERSION} LINK_DEPENDS ${PROJECT_BINARY_DIR}/tarn.map)
   target_link_options(tarn PRIVATE -Wl,--version-script=${PROJECT_BINARY_DIR}/tarn.map
     -Wl,-z,relro,-z,now -Wl,-Bsymbolic-functions)
   if(NOT TARN_SANITIZE)  # their run-time library comes with the program and needs the shared C++ library
