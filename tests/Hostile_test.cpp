@@ -2,6 +2,8 @@
 // it. Whatever looks at the record answers with a status; nothing outside the storage is touched, and what a refused
 // call should not change is unchanged.
 
+#include "Hostile.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -74,197 +76,191 @@ std::vector<uint64_t> ValuesFor(const Field& field, uint64_t now, Random& random
   return values;
 }
 
-/// What a probe may use besides the record. Buffers are as long as the undamaged record and the call's own arguments
-/// ask for, and then some: what is behind them shows a call that went by the damaged ones.
-struct Room {
-  Shape shape;
-  Bytes in;
-  Bytes out;
-  Bytes records;
-  Picture other;
-  BitmapHandle made{};
-  uint64_t rowBytes = 0;
-};
-
-struct Probe {
-  const char* name;
-  bool puts;  // success changes pixels, or a failure may leave some put
-  int64_t (*call)(BitmapHandle* record, Room& room);
-};
-
 constexpr uint32_t kMoveFlags = T_INFO_MEMORY_TYPE | T_INFO_TILE_SIZE;
 
-constexpr Probe kProbes[] = {
+constexpr HostileProbe kRowProbes[] = {
     {"T_GetBitmapRow", false,
-     [](BitmapHandle* b, Room& r) { return T_GetBitmapRow(b, r.out.data(), 1, 3 * r.rowBytes); }},
+     [](BitmapHandle* b, HostileRoom& r) { return T_GetBitmapRow(b, r.out.data(), 1, 3 * r.rowBytes); }},
     {"T_GetBitmapRow, last", false,
-     [](BitmapHandle* b, Room& r) {
+     [](BitmapHandle* b, HostileRoom& r) {
        return T_GetBitmapRow(b, r.out.data(), static_cast<uint32_t>(r.shape.height) - 1, 2 * r.rowBytes);
      }},
     {"T_GetBitmapRow, far", false,
-     [](BitmapHandle* b, Room& r) { return T_GetBitmapRow(b, r.out.data(), 1u << 30, 9); }},
+     [](BitmapHandle* b, HostileRoom& r) { return T_GetBitmapRow(b, r.out.data(), 1u << 30, 9); }},
     {"T_GetBitmapRowCol", false,
-     [](BitmapHandle* b, Room& r) { return T_GetBitmapRowCol(b, r.out.data(), 2, 9, 3 * r.rowBytes); }},
+     [](BitmapHandle* b, HostileRoom& r) { return T_GetBitmapRowCol(b, r.out.data(), 2, 9, 3 * r.rowBytes); }},
     {"T_GetBitmapRowCol, far", false,
-     [](BitmapHandle* b, Room& r) { return T_GetBitmapRowCol(b, r.out.data(), 2, 0xFFFFFFF0, r.rowBytes); }},
+     [](BitmapHandle* b, HostileRoom& r) { return T_GetBitmapRowCol(b, r.out.data(), 2, 0xFFFFFFF0, r.rowBytes); }},
     {"T_PutBitmapRow", true,
-     [](BitmapHandle* b, Room& r) { return T_PutBitmapRow(b, r.in.data(), 1, 3 * r.rowBytes); }},
+     [](BitmapHandle* b, HostileRoom& r) { return T_PutBitmapRow(b, r.in.data(), 1, 3 * r.rowBytes); }},
     {"T_PutBitmapRow, last", true,
-     [](BitmapHandle* b, Room& r) {
+     [](BitmapHandle* b, HostileRoom& r) {
        return T_PutBitmapRow(b, r.in.data(), static_cast<uint32_t>(r.shape.height) - 1, 2 * r.rowBytes);
      }},
-    {"T_PutBitmapRow, far", true, [](BitmapHandle* b, Room& r) { return T_PutBitmapRow(b, r.in.data(), 1u << 30, 9); }},
+    {"T_PutBitmapRow, far", true,
+     [](BitmapHandle* b, HostileRoom& r) { return T_PutBitmapRow(b, r.in.data(), 1u << 30, 9); }},
     {"T_PutBitmapRowCol", true,
-     [](BitmapHandle* b, Room& r) { return T_PutBitmapRowCol(b, r.in.data(), 2, 9, 3 * r.rowBytes); }},
+     [](BitmapHandle* b, HostileRoom& r) { return T_PutBitmapRowCol(b, r.in.data(), 2, 9, 3 * r.rowBytes); }},
     {"T_PutBitmapRowSegments", true,
-     [](BitmapHandle* b, Room& r) -> int64_t {
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
        const auto width = static_cast<uint32_t>(r.shape.width);
        const uint32_t segments[] = {0, 3, 5, width};
        return T_PutBitmapRowSegments(b, r.in.data(), 2, 1, segments, 4, 1);
      }},
     {"T_GetBitmapRowCompressed", false,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_GetBitmapRowCompressed(b, nullptr, r.records.data(), 1, 3); }},
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
+       return T_GetBitmapRowCompressed(b, nullptr, r.records.data(), 1, 3);
+     }},
     {"T_GetBitmapRowColCompressed", false,
-     [](BitmapHandle* b, Room& r) -> int64_t {
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
        return T_GetBitmapRowColCompressed(b, nullptr, r.records.data(), 1, 3, 9);
      }},
     {"T_PutBitmapRowCompressed", true,
-     [](BitmapHandle* b, Room& r) -> int64_t {
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
        T_CompressRows(r.records.data(), r.in.data(), static_cast<uint32_t>(r.shape.width), 3);
        return T_PutBitmapRowCompressed(b, nullptr, r.records.data(), 1, 3);
      }},
     {"T_PutBitmapRowColCompressed", true,
-     [](BitmapHandle* b, Room& r) -> int64_t {
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
        T_CompressRow(r.records.data(), r.in.data(), 0, 9);
        return T_PutBitmapRowColCompressed(b, nullptr, r.records.data(), 1, 3, 9);
      }},
     {"T_GetBitmapMemoryInfo", false,
-     [](BitmapHandle* b, Room&) -> int64_t {
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
        uint32_t type = 0;
        int64_t tileSize = 0;
        uint32_t figures[4];
        return T_GetBitmapMemoryInfo(b, &type, &tileSize, &figures[0], &figures[1], &figures[2], &figures[3]);
      }},
     {"T_SetBitmapMemoryInfo, memory", false,
-     [](BitmapHandle* b, Room&) -> int64_t { return T_SetBitmapMemoryInfo(b, TYPE_CONV, 0, 0, 0, 0, 0, kMoveFlags); }},
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
+       return T_SetBitmapMemoryInfo(b, TYPE_CONV, 0, 0, 0, 0, 0, kMoveFlags);
+     }},
     {"T_SetBitmapMemoryInfo, tiles", false,
-     [](BitmapHandle* b, Room& r) -> int64_t {
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
        return T_SetBitmapMemoryInfo(b, TYPE_TILED, static_cast<int64_t>(2 * r.rowBytes), 0, 0, 0, 0, kMoveFlags);
      }},
     {"T_SetBitmapMemoryInfo, disk", false,
-     [](BitmapHandle* b, Room&) -> int64_t { return T_SetBitmapMemoryInfo(b, TYPE_DISK, 0, 0, 0, 0, 0, kMoveFlags); }},
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
+       return T_SetBitmapMemoryInfo(b, TYPE_DISK, 0, 0, 0, 0, 0, kMoveFlags);
+     }},
     {"T_SetBitmapMemoryInfo, other tiles", false,
-     [](BitmapHandle* b, Room&) -> int64_t {
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
        return T_SetBitmapMemoryInfo(b, 0, 0, 3, 1, 2, 2,
                                     T_INFO_TILE_COUNT | T_INFO_CONVENTIONAL_TILES | T_INFO_MAX_MAPPED_TILES);
      }},
     {"T_ChangeBitmapCompression 512", false,
-     [](BitmapHandle* b, Room&) -> int64_t { return T_ChangeBitmapCompression(b, TYPE_COMPRESSED); }},
+     [](BitmapHandle* b, HostileRoom&) -> int64_t { return T_ChangeBitmapCompression(b, TYPE_COMPRESSED); }},
     {"T_ChangeBitmapCompression 0", false,
-     [](BitmapHandle* b, Room&) -> int64_t { return T_ChangeBitmapCompression(b, 0); }},
+     [](BitmapHandle* b, HostileRoom&) -> int64_t { return T_ChangeBitmapCompression(b, 0); }},
     {"T_ChangeBitmapHeight, more", false,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_ChangeBitmapHeight(b, r.shape.height + 4); }},
-    {"T_ChangeBitmapHeight, less", false, [](BitmapHandle* b, Room&) -> int64_t { return T_ChangeBitmapHeight(b, 2); }},
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t { return T_ChangeBitmapHeight(b, r.shape.height + 4); }},
+    {"T_ChangeBitmapHeight, less", false,
+     [](BitmapHandle* b, HostileRoom&) -> int64_t { return T_ChangeBitmapHeight(b, 2); }},
     {"T_LockBitmap", false,
-     [](BitmapHandle* b, Room&) -> int64_t {
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
        T_UnlockBitmap(b, T_LockBitmap(b));
        return SUCCESS;
      }},
     {"T_DupBitmapNewDim", false,
-     [](BitmapHandle* b, Room& r) -> int64_t {
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
        return T_DupBitmapNewDim(&r.made, b, sizeof r.made, r.shape.width, r.shape.height, r.shape.bits,
                                 DUP_STORAGE | DUP_PALETTE | DUP_REGION | DUP_OVERLAYS);
      }},
     {"T_CopyBitmapData from", false,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmapData(&r.other.record, b); }},
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t { return T_CopyBitmapData(&r.other.record, b); }},
     {"T_CopyBitmapData to", true,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmapData(b, &r.other.record); }},
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t { return T_CopyBitmapData(b, &r.other.record); }},
     {"T_CopyBitmap", false,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmap(&r.made, b, sizeof r.made); }},
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t { return T_CopyBitmap(&r.made, b, sizeof r.made); }},
     {"T_CopyBitmap2", false,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmap2(&r.made, b, TYPE_NODISK, sizeof r.made); }},
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t { return T_CopyBitmap2(&r.made, b, TYPE_NODISK, sizeof r.made); }},
     {"T_CopyBitmapRect", false,
-     [](BitmapHandle* b, Room& r) -> int64_t {
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
        return T_CopyBitmapRect(&r.made, b, sizeof r.made, 5, -1, r.shape.width, r.shape.height);
      }},
     {"T_CopyBitmapRect, far", false,
-     [](BitmapHandle* b, Room& r) -> int64_t {
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
        return T_CopyBitmapRect(&r.made, b, sizeof r.made, 3 * r.shape.width, 2, r.shape.width, r.shape.height);
      }},
     {"T_TrimBitmap", true,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_TrimBitmap(b, 3, 1, r.shape.width, r.shape.height - 2); }},
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
+       return T_TrimBitmap(b, 3, 1, r.shape.width, r.shape.height - 2);
+     }},
     {"T_ConvertToDIB", false,
-     [](BitmapHandle* b, Room&) -> int64_t {
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
        void* dib = nullptr;
        const int32_t status = T_ConvertToDIB(b, &dib);
        if (status == SUCCESS) T_OsFreeHandle(reinterpret_cast<uintptr_t>(dib), 1, L"here");
        return status;
      }},
     {"T_CopyBitmapPalette from", false,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmapPalette(&r.other.record, b); }},
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t { return T_CopyBitmapPalette(&r.other.record, b); }},
     {"T_CopyBitmapPalette to", false,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_CopyBitmapPalette(b, &r.other.record); }},
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t { return T_CopyBitmapPalette(b, &r.other.record); }},
     {"T_PutBitmapColors", false,
-     [](BitmapHandle* b, Room&) -> int64_t {
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
        const T_PaletteEntry entries[256] = {};
        return T_PutBitmapColors(b, 1, 255, entries);
      }},
     {"T_GetBitmapColors", false,
-     [](BitmapHandle* b, Room&) -> int64_t {
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
        T_PaletteEntry entries[256];
        return T_GetBitmapColors(b, 0, 256, entries);
      }},
     {"T_GetBitmapPaletteEntries", false,
-     [](BitmapHandle* b, Room&) -> int64_t {
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
        T_PaletteEntry entries[256];
        return T_GetBitmapPaletteEntries(b, 1, 256, entries);
      }},
-    {"T_IsGrayScaleBitmap", false, [](BitmapHandle* b, Room&) -> int64_t { return T_IsGrayScaleBitmap(b); }},
+    {"T_IsGrayScaleBitmap", false, [](BitmapHandle* b, HostileRoom&) -> int64_t { return T_IsGrayScaleBitmap(b); }},
     {"T_CompareBitmapToPalette", false,
-     [](BitmapHandle* b, Room&) -> int64_t {
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
        T_PaletteEntry entries[256];
        T_GetBitmapPaletteEntries(b, 0, 256, entries);
        return T_CompareBitmapToPalette(b, entries, 256);
      }},
     {"T_TranslateBitmapColor", false,
-     [](BitmapHandle* b, Room& r) -> int64_t {
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
        return (T_TranslateBitmapColor(b, &r.other.record, 0x0400ABCD) ^
                T_TranslateBitmapColor(&r.other.record, b, 0x010000FF)) &
               1;
      }},
     {"T_DupBitmapPalette", false,
-     [](BitmapHandle* b, Room&) -> int64_t {
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
        T_DeletePalette(T_DupBitmapPalette(b));
        return T_GetNearestPaletteIndex(b, 0x123456);
      }},
     {"T_GetPixelColor", false,
-     [](BitmapHandle* b, Room& r) -> int64_t {
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
        return (T_GetPixelColor(b, 2, 9) ^ T_GetPixelColor(b, r.shape.height - 1, r.shape.width - 1) ^
                T_GetPixelColor(b, 3, 5000)) &
               1;
      }},
     {"T_PutPixelColor", true,
-     [](BitmapHandle* b, Room& r) -> int64_t {
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
        T_PutPixelColor(b, 3, 5000, 0x0400ABCD);
        return T_PutPixelColor(b, r.shape.height - 1, r.shape.width - 1, 0x00804020);
      }},
     {"T_GetPixelData", false,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_GetPixelData(b, r.out.data(), 2, INT32_MAX, 9); }},
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t { return T_GetPixelData(b, r.out.data(), 2, INT32_MAX, 9); }},
     {"T_PutPixelData", true,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_PutPixelData(b, r.in.data(), r.shape.height - 1, 40, 9); }},
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
+       return T_PutPixelData(b, r.in.data(), r.shape.height - 1, 40, 9);
+     }},
     {"T_ColorToPixel", false,
-     [](BitmapHandle* b, Room& r) -> int64_t { return T_ColorToPixel(b, 0x0400ABCD, r.out.data(), 8); }},
-    {"T_FillBitmap", true, [](BitmapHandle* b, Room&) -> int64_t { return T_FillBitmap(b, 0x00804020); }},
-    {"T_ClearBitmap", true, [](BitmapHandle* b, Room&) -> int64_t { return T_ClearBitmap(b); }},
-    {"T_GrowBitmapHeap", false, [](BitmapHandle* b, Room&) -> int64_t { return T_GrowBitmapHeap(b, 3000); }},
-    {"T_TrimBitmapHeap", false, [](BitmapHandle* b, Room&) -> int64_t { return T_TrimBitmapHeap(b); }},
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t { return T_ColorToPixel(b, 0x0400ABCD, r.out.data(), 8); }},
+    {"T_FillBitmap", true, [](BitmapHandle* b, HostileRoom&) -> int64_t { return T_FillBitmap(b, 0x00804020); }},
+    {"T_ClearBitmap", true, [](BitmapHandle* b, HostileRoom&) -> int64_t { return T_ClearBitmap(b); }},
+    {"T_GrowBitmapHeap", false, [](BitmapHandle* b, HostileRoom&) -> int64_t { return T_GrowBitmapHeap(b, 3000); }},
+    {"T_TrimBitmapHeap", false, [](BitmapHandle* b, HostileRoom&) -> int64_t { return T_TrimBitmapHeap(b); }},
     {"T_CopyBitmapHandle", false,
-     [](BitmapHandle* b, Room&) -> int64_t {
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
        BitmapHandle copy{};
        return T_CopyBitmapHandle(&copy, b, sizeof copy);
      }},
     {"T_AllocateBitmap", false,
-     [](BitmapHandle* b, Room& r) -> int64_t {
+     [](BitmapHandle* b, HostileRoom& r) -> int64_t {
        r.made = *b;
        r.made.Palette = r.made.LUT = nullptr;
        r.made.GrayParams = nullptr;
@@ -273,7 +269,7 @@ constexpr Probe kProbes[] = {
        return status;
      }},
     {"T_FreeBitmap", true,
-     [](BitmapHandle* b, Room&) -> int64_t {
+     [](BitmapHandle* b, HostileRoom&) -> int64_t {
        T_FreeBitmap(b);
        return SUCCESS;
      }},
@@ -281,9 +277,10 @@ constexpr Probe kProbes[] = {
 
 bool IsKnown(int64_t status) {
   constexpr int32_t kCodes[] = {
-      ERR_NO_MEMORY, ERR_NO_BITMAP,          ERR_IMAGE_TOO_LARGE, ERR_FILE_SEEK,         ERR_FILE_WRITE,
-      ERR_FILE_READ, ERR_LIBRARY_NOT_LOADED, ERR_EMPTY_AREA,      ERR_INVALID_PARAMETER, ERR_BAD_BITS_PER_PIXEL,
-      ERR_DISK_FULL, ERR_BAD_STRUCT_SIZE,    ERR_BAD_LUT_LENGTH,  ERR_SIGNED_DATA};
+      ERR_NO_MEMORY,         ERR_NO_BITMAP,          ERR_IMAGE_TOO_LARGE,    ERR_FILE_SEEK,
+      ERR_FILE_WRITE,        ERR_FILE_READ,          ERR_LIBRARY_NOT_LOADED, ERR_EMPTY_AREA,
+      ERR_INVALID_PARAMETER, ERR_BAD_BITS_PER_PIXEL, ERR_DISK_FULL,          ERR_BAD_STRUCT_SIZE,
+      ERR_BAD_LUT_LENGTH,    ERR_SIGNED_DATA,        ERR_NULL_POINTER,       ERR_OVERLAY_NO_BITMAP};
   return (status >= 0 && status < 1 << 20) ||
          std::find(std::begin(kCodes), std::end(kCodes), status) != std::end(kCodes);
 }
@@ -296,7 +293,7 @@ constexpr int32_t kHostileDepths[] = {1, 4, 8, 12, 24};
 class Hostile : public testing::Test {
  protected:
   /// One probe on one damaged record.
-  void Run(const Probe& probe, Kind kind, int32_t bits, const std::vector<Damage>& damages) {
+  void Run(const HostileProbe& probe, Kind kind, int32_t bits, const std::vector<Damage>& damages) {
     Shape shape = kShape;
     shape.bits = bits;
     std::string what = std::string(probe.name) + ", " + engine::NameOf(kind) + ", " + Text(shape);
@@ -306,7 +303,7 @@ class Hostile : public testing::Test {
     bool flags = false;
     for (const Damage& damage : damages) flags |= std::strcmp(damage.field->name, "Flags") == 0;
     {
-      Room room;
+      HostileRoom room;
       room.shape = shape;
       room.rowBytes = shape.RowBytes();
       room.in.assign(room.rowBytes * 4 + 64 * 8, 0x6B);
@@ -327,7 +324,8 @@ class Hostile : public testing::Test {
       const bool large =
           record.Size > 1 << 24 || uint64_t{record.BytesPerLine} * static_cast<uint32_t>(record.Height) > 1 << 24;
       fault::Arm({.first = large ? 1u : 0u, .answer = fault::Answer::kDiskFull, .points = Mask(fault::Point::kSize)});
-      const int64_t status = probe.call(&record, room);
+      // Whole pictures of such sizes take long even where they lead nowhere.
+      const int64_t status = large && probe.whole ? int64_t{ERR_NO_MEMORY} : probe.call(&record, room);
       fault::Disarm();
       EXPECT_TRUE(IsKnown(status)) << status;
       // What the call itself has set stays.
@@ -363,7 +361,7 @@ class Hostile : public testing::Test {
           for (const uint64_t value : ValuesFor(field, Damage{&field, 0}.Read(sample), random)) {
             const Damage damage{&field, value};
             if (!damage.Changes(sample)) continue;
-            for (const Probe& probe : kProbes) {
+            for (const HostileProbe& probe : probes_) {
               if (!random.OneIn(oneIn)) continue;
               Run(probe, kind, bits, {damage});
               if (HasFailure()) return;
@@ -387,7 +385,7 @@ class Hostile : public testing::Test {
         const std::vector<uint64_t> values = ValuesFor(field, Damage{&field, 0}.Read(sample), random);
         damages.push_back({&field, values[random.Below(values.size())]});
       }
-      Run(random.Pick(kProbes), kind, bits, damages);
+      Run(probes_[random.Below(probes_.size())], kind, bits, damages);
     }
   }
 
@@ -422,11 +420,20 @@ class Hostile : public testing::Test {
     T_FreeBitmap(&old);
   }
 
+  /// Those of this file and those of the other.
+  static std::vector<HostileProbe> AllProbes() {
+    std::vector<HostileProbe> all(std::begin(kRowProbes), std::end(kRowProbes));
+    const std::vector<HostileProbe> others = PictureProbes();
+    all.insert(all.end(), others.begin(), others.end());
+    return all;
+  }
+
+  const std::vector<HostileProbe> probes_ = AllProbes();
   engine::Scene scene_;
 };
 
-TEST_F(Hostile, DamagedFieldsAreRefusedOrDoNoHarm) { RunFields(60); }
-TEST_F(Hostile, DamagedPairsAreRefusedOrDoNoHarm) { RunPairs(1500); }
+TEST_F(Hostile, DamagedFieldsAreRefusedOrDoNoHarm) { RunFields(100); }
+TEST_F(Hostile, DamagedPairsAreRefusedOrDoNoHarm) { RunPairs(2500); }
 TEST_F(Hostile, DISABLED_SweepOfDamagedFields) { RunFields(1); }
 TEST_F(Hostile, DISABLED_SweepOfDamagedPairs) { RunPairs(300000); }
 
