@@ -129,7 +129,7 @@ Halves SharesOf(const Halves& distances) noexcept {
 void StoreSquare(uint8_t* target, int64_t stride, V rows) noexcept {
   const auto two = [&](__m128i pair, int64_t row) noexcept {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(target + row * stride), pair);
-    _mm_storeh_pd(reinterpret_cast<double*>(target + (row + 1) * stride), _mm_castsi128_pd(pair));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(target + (row + 1) * stride), _mm_unpackhi_epi64(pair, pair));
   };
   two(_mm512_castsi512_si128(rows), 0);
   two(_mm512_extracti32x4_epi32(rows, 1), 2);

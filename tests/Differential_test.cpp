@@ -41,11 +41,17 @@ class Differential : public testing::Test {
 Shape ShapeOf(int32_t bits) { return {37, 10, bits}; }
 
 TEST_F(Differential, EveryStorageKind) {
+#if defined(_WIN32)
+  constexpr size_t kShare = 3;  // files take long there
+#else
+  constexpr size_t kShare = 1;
+#endif
+  size_t number = 0;
   for (const Operation& operation : engine::Operations()) {
     if (!operation.kinds || operation.dependsOnKind) continue;
     for (const int32_t bits : engine::kDepths) {
       const Shape shape = ShapeOf(bits);
-      if (!operation.Suits(Kind::kBlock, shape)) continue;
+      if (!operation.Suits(Kind::kBlock, shape) || ++number % kShare) continue;
       const engine::Bytes wanted = Run(operation, Kind::kBlock, shape);
       for (int kind = 0; kind < engine::kKinds; ++kind) {
         if (!operation.Suits(static_cast<Kind>(kind), shape)) continue;
