@@ -158,7 +158,7 @@ V Mixed(V from, V to, V share) noexcept {
   return _mm256_sub_epi16(_mm256_add_epi16(from, up), down);
 }
 
-V Joined(Half low, Half high) noexcept { return _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1); }
+#include "Kernels/color_lanes.inl"
 
 /// The samples of pixels as lanes of 16 bits, some pixels at a time; each kind of pixel says how they are loaded and
 /// stored, and which share goes with which lane.
@@ -236,15 +236,6 @@ struct Gray16 {
   static void Store16(uint8_t* to, V values) noexcept { _mm256_storeu_si256(reinterpret_cast<V*>(to), values); }
 };
 
-Half LoadLow(const uint8_t* at) noexcept { return _mm_loadl_epi64(reinterpret_cast<const Half*>(at)); }
-
-/// Four shares, each for the four lanes of a pixel.
-V SharesOfFour(const uint16_t* shares) noexcept {
-  const V four = _mm256_broadcastq_epi64(LoadLow(reinterpret_cast<const uint8_t*>(shares)));
-  return _mm256_shuffle_epi8(four, _mm256_setr_epi8(0, 1, 0, 1, 0, 1, 0, 1, 2, 3, 2, 3, 2, 3, 2, 3, 4, 5, 4, 5, 4, 5, 4,
-                                                    5, 6, 7, 6, 7, 6, 7, 6, 7));
-}
-
 /// Pixels of three or four bytes, four at a time.
 template <int kPixelBytes>
 struct Color8 {
@@ -262,25 +253,10 @@ struct Color8 {
     return _mm256_cvtepu8_epi16(_mm_insert_epi32(pixels, pixel(3), 3));
   }
   static void LoadPair(const uint8_t* from, const int32_t* at, V& first, V& second) noexcept {
-    const Half low = _mm_unpacklo_epi64(LoadLow(from + at[0]), LoadLow(from + at[1]));
-    const Half high = _mm_unpacklo_epi64(LoadLow(from + at[2]), LoadLow(from + at[3]));
-    const V pairs = Joined(low, high);
-    constexpr char n = -1, s = kBytes;
-    const Half a = _mm_setr_epi8(0, n, 1, n, 2, n, 3, n, 8, n, 9, n, 10, n, 11, n);
-    const Half b = _mm_setr_epi8(s, n, s + 1, n, s + 2, n, s + 3, n, s + 8, n, s + 9, n, s + 10, n, s + 11, n);
-    first = _mm256_shuffle_epi8(pairs, _mm256_broadcastsi128_si256(a));
-    second = _mm256_shuffle_epi8(pairs, _mm256_broadcastsi128_si256(b));
+    LoadPairs<kBytes>(from, at, first, second);
   }
   static V Shares(const uint16_t* shares) noexcept { return SharesOfFour(shares); }
-  static void Store16(uint8_t* to, V values) noexcept {
-    const V packed = _mm256_permute4x64_epi64(_mm256_packus_epi16(values, values), _MM_SHUFFLE(3, 1, 2, 0));
-    Half bytes = _mm256_castsi256_si128(packed);
-    if constexpr (kBytes == 4) return _mm_storeu_si128(reinterpret_cast<Half*>(to), bytes);
-    bytes = _mm_shuffle_epi8(bytes, _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
-    _mm_storel_epi64(reinterpret_cast<Half*>(to), bytes);
-    const int last = _mm_extract_epi32(bytes, 2);
-    __builtin_memcpy(to + 8, &last, 4);
-  }
+  static void Store16(uint8_t* to, V values) noexcept { StoreFour<kBytes>(to, values); }
 };
 
 /// Pixels of three or four words, four at a time.

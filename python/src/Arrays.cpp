@@ -65,8 +65,22 @@ int Refuse(Py_buffer* view, const char* why) {
   return -1;
 }
 
-int GetBuffer(PyObject* self, Py_buffer* view, int flags) {
+/// What `fill` answers; what it throws becomes the view's error.
+template <class Fill>
+int Answer(Py_buffer* view, const Fill& fill) {
   try {
+    return fill();
+  } catch (py::error_already_set& error) {
+    view->obj = nullptr;
+    error.restore();
+  } catch (const std::exception& error) {
+    return Refuse(view, error.what());
+  }
+  return -1;
+}
+
+int GetBuffer(PyObject* self, Py_buffer* view, int flags) {
+  return Answer(view, [&]() -> int {
     auto& bitmap = Now(py::handle(self).cast<PyBitmap&>());
     if (const char* const why = WhyNot(bitmap)) return Refuse(view, why);
     const Samples samples = *SamplesOf(bitmap.Record());
@@ -99,13 +113,7 @@ int GetBuffer(PyObject* self, Py_buffer* view, int flags) {
     view->obj = Py_NewRef(self);
     ++bitmap.views;
     return 0;
-  } catch (py::error_already_set& error) {
-    view->obj = nullptr;
-    error.restore();
-  } catch (const std::exception& error) {
-    return Refuse(view, error.what());
-  }
-  return -1;
+  });
 }
 
 void ReleaseBuffer(PyObject* self, Py_buffer* view) {
@@ -119,7 +127,7 @@ struct Block {
 };
 
 int GetBlock(PyObject* self, Py_buffer* view, int flags) {
-  try {
+  return Answer(view, [&]() -> int {
     auto& bitmap = Now(py::handle(self).cast<Block&>().bitmap.cast<PyBitmap&>());
     if (const char* const why = WhyNot(bitmap)) return Refuse(view, why);
     uint8_t* const first = bitmap.bitmap.rowInPlace(0).data();
@@ -127,13 +135,7 @@ int GetBlock(PyObject* self, Py_buffer* view, int flags) {
     if (PyBuffer_FillInfo(view, self, first, bytes, 0, flags) != 0) return -1;
     ++bitmap.views;
     return 0;
-  } catch (py::error_already_set& error) {
-    view->obj = nullptr;
-    error.restore();
-  } catch (const std::exception& error) {
-    return Refuse(view, error.what());
-  }
-  return -1;
+  });
 }
 
 void ReleaseBlock(PyObject* self, Py_buffer*) { --py::handle(self).cast<Block&>().bitmap.cast<PyBitmap&>().views; }
