@@ -99,7 +99,7 @@ Status ChooseOptimized(BitmapHandle& source, const T_PaletteEntry* palette, uint
   if (free == 0) return SUCCESS;
   OptimizedPalette made;
   TARN_TRY(OptimizeBitmap(source, free, kept, keptCount, made));
-  for (uint32_t i = 0; i < made.count; ++i) chosen.entries[slots[i]] = made.entries[i];
+  for (uint32_t i = 0; i < made.count && i < free; ++i) chosen.entries[slots[i]] = made.entries[i];
   if (!palette && made.count > 0) chosen.count = made.count;
   if (!made.built) return SUCCESS;
   chosen.own.Take(made.table.Give());

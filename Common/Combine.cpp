@@ -56,7 +56,7 @@ class Run {
     const BitmapLock lock(destination);
     uint8_t* const target = BlockOf(destination);
     const uint8_t* const from = BlockOf(source);
-    if (!target || !from || SharingOf(destination, source) == Sharing::kSomehow) return false;
+    if (!target || !from) return false;
     std::memmove(target + static_cast<uint64_t>(placement_.targetRow) * rowBytes,
                  from + static_cast<uint64_t>(placement_.sourceRow) * rowBytes,
                  static_cast<uint64_t>(placement_.rows) * rowBytes);

@@ -128,7 +128,7 @@ Status SampleOf(const BitmapHandle& bitmap, uint32_t color, const Rgb& rgb, uint
     const uint32_t gray = rgb.Gray();
     sample = depth > 8 ? ((gray << depth) - gray) / 255 : gray >> (8 - depth);
   }
-  pixel = uint64_t{sample} << params.shift;
+  pixel = uint64_t{sample} << params.shift;  // NOLINT: from 0 on
   return SUCCESS;
 }
 

@@ -199,8 +199,8 @@ bool Resampler::MakeAhead(int32_t row) noexcept {
   uint8_t* targets[kSplineRows];
   for (int32_t i = 0; i < kSplineRows; ++i) {
     const int32_t at = row + i;
-    if (at >= rows_.source) {  // the last row once more
-      sources[i] = sources[i - 1];
+    if (at >= rows_.source) {       // the last row once more
+      sources[i] = sources[i - 1];  // NOLINT: not the first
       targets[i] = targets[i - 1];
       continue;
     }

@@ -121,6 +121,7 @@ void NearestCell_Portable(uint8_t* answers, const PreparedPalette& palette, uint
     const uint32_t red = i >> 6, green = i >> 3 & 7, blue = i & 7;
     const uint32_t color =
         (CellBegin(cell, 2) | red) << 16 | (CellBegin(cell, 1) | green) << 8 | CellBegin(cell, 0) | blue;
+    // NOLINTNEXTLINE: the answer is below count
     answers[PlaceOfColor(red, green, blue)] = list[NearestEntry_Portable(entries, count, color)];
   }
 }

@@ -90,7 +90,7 @@ void DivideRow(void* to, const void* from, uint64_t total, int64_t samples) noex
   auto* const target = static_cast<T*>(to);
   const auto* const sums = static_cast<const Sum*>(from);
   const Sum divisor = static_cast<Sum>(total);
-  for (int64_t i = 0; i < samples; ++i) target[i] = static_cast<T>(sums[i] / divisor);
+  for (int64_t i = 0; i < samples; ++i) target[i] = static_cast<T>(sums[i] / divisor);  // NOLINT: above 0
 }
 
 template <class T, class Sum>

@@ -438,6 +438,29 @@ constexpr uint64_t kSample = 300;  // files take long there
 constexpr uint64_t kSample = 100;
 #endif
 
+TEST_F(Hostile, RowsLongerThanTheStorageAreRefusedUnread) {
+  for (int number = 0; number < engine::kKinds; ++number) {
+    const auto kind = static_cast<Kind>(number);
+    Shape shape = kShape;
+    shape.bits = 1;
+    Picture picture;
+    if (!shape.Suits(kind)) continue;
+    ASSERT_EQ(picture.Make(kind, shape, 3), "");
+    BitmapHandle& record = picture.record;
+    if ((record.Flags & (T_FLAG_COMPRESSED | T_FLAG_TILED | T_FLAG_SUPER_COMPRESSED)) == 0) continue;
+    const uint32_t rowBytes = record.BytesPerLine;
+    record.BytesPerLine = rowBytes + 4;
+    BitmapHandle made{};
+    EXPECT_EQ(T_ColorResBitmap(&record, &made, sizeof made, 8, T_RES_FIXED, nullptr, nullptr, 0, nullptr, nullptr),
+              ERR_FILE_READ)
+        << engine::NameOf(kind);
+    record.BytesPerLine = rowBytes;
+    EXPECT_EQ(T_ColorResBitmap(&record, &made, sizeof made, 8, T_RES_FIXED, nullptr, nullptr, 0, nullptr, nullptr),
+              SUCCESS);
+    T_FreeBitmap(&made);
+  }
+}
+
 TEST_F(Hostile, DamagedFieldsAreRefusedOrDoNoHarm) { RunFields(kSample); }
 TEST_F(Hostile, DamagedPairsAreRefusedOrDoNoHarm) { RunPairs(2500); }
 TEST_F(Hostile, DISABLED_SweepOfDamagedFields) { RunFields(1); }

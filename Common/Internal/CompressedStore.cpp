@@ -130,7 +130,7 @@ bool Store(Table& table, uint32_t row, const uint16_t* words, uint32_t count) no
     const bool inPlace = segment.heap && words == segment.heap + segment.end;
     if (!inPlace) {
       if (!MakeRoom(segment, count)) return false;
-      std::memcpy(segment.heap + segment.end, words, count * sizeof(uint16_t));
+      std::memcpy(segment.heap + segment.end, words, count * sizeof(uint16_t));  // NOLINT: there is room, so a heap
     }
     entry = {static_cast<uint32_t>(segment.end), count};
     segment.end += count;

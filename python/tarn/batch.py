@@ -94,7 +94,7 @@ def run(
     ``jobs`` at a time. ``options`` go to the tool's reading and writing, as ``["--compression", "lzw"]``; what they
     say of memory holds for each picture on a cluster. ToolError before the work, nothing after it has begun.
     """
-    arguments = [*map(os.fspath, inputs), os.fspath(folder)]
+    arguments = [*(os.fspath(name) for name in inputs), os.fspath(folder)]
     if suffix:
         arguments += ["--suffix", suffix]
     if again:
@@ -213,7 +213,9 @@ class _Cluster:
         self._summary = Summary()
 
     def run(self, cluster: Any) -> Summary:
-        from distributed import Client
+        import distributed
+
+        client_type: Any = distributed.Client
 
         jobs = self._plan()
         os.makedirs(self._folder, exist_ok=True)
@@ -221,10 +223,10 @@ class _Cluster:
         try:
             jobs = self._plan()  # again: another batch may have been at work until just now
             begun = time.monotonic()
-            if jobs and isinstance(cluster, Client):
+            if jobs and isinstance(cluster, client_type):
                 self._distribute(cluster, jobs, journal)
             elif jobs:
-                with Client(cluster, timeout="30s") as client:
+                with client_type(cluster, timeout="30s") as client:
                     self._distribute(client, jobs, journal)
             self._summary.seconds = time.monotonic() - begun
         finally:
@@ -266,8 +268,9 @@ class _Cluster:
                 client.cancel([future for future in futures if future.key in by_key], force=True)
 
     def _ended(self, futures: list[Any]) -> Iterator[Any]:
-        from distributed import as_completed
+        import distributed  # has no annotations
 
+        as_completed: Any = distributed.as_completed
         shown = sys.stderr.isatty()
         begun = time.monotonic()
         for count, future in enumerate(as_completed(futures), 1):
