@@ -33,20 +33,19 @@ Overlay* Find(const BitmapHandle& bitmap, int32_t index) noexcept {
   return overlay.inUse ? &overlay : nullptr;
 }
 
-/// Makes the list end with a place in use, or go.
+/// Makes a bitmap's list end with a place in use, or go.
 void CutOff(BitmapHandle& bitmap) noexcept {
   T_OverlayList* const list = bitmap.Overlays;
-  while (list && list->count > 0 && !list->Items()[list->count - 1].inUse) --list->count;
-  if (!list || list->count > 0) return;
+  while (list->count > 0 && !list->Items()[list->count - 1].inUse) --list->count;
+  if (list->count > 0) return;
   FreeOverlays(list);
   bitmap.Overlays = nullptr;
 }
 
 /// The place of an index that may be not in use, or the count: then it is put into use.
-Status Take(BitmapHandle& bitmap, int32_t index, Overlay*& place) noexcept {
+Status Take(BitmapHandle& bitmap, uint32_t wanted, Overlay*& place) noexcept {
   const uint32_t count = CountOf(bitmap);
-  const auto wanted = static_cast<uint32_t>(index);
-  if (index < 0 || wanted > count || wanted >= kMostOverlays) return ERR_OVERLAY_INDEX;
+  if (wanted >= kMostOverlays) return ERR_OVERLAY_INDEX;
   if (wanted == count) {
     const Here here = TARN_HERE;
     const uint64_t bytes = sizeof(T_OverlayList) + (uint64_t{count} + 1) * sizeof(Overlay);
@@ -147,8 +146,12 @@ Status FromBitmap(BitmapHandle& bitmap, Overlay& overlay, PlaneOf plane) noexcep
   BitmapHandle mask{};
   if (isNew) {
     constexpr T_PaletteEntry kBlackAndWhite[2] = {{0, 0, 0, 0}, {255, 255, 255, 0}};
-    TARN_TRY(T_CreateBitmap(&mask, sizeof mask, TYPE_CONV, bitmap.Width, bitmap.Height, 1, 0, kBlackAndWhite,
-                            bitmap.ViewPerspective, nullptr, 0));
+    const Status created = T_CreateBitmap(&mask, sizeof mask, TYPE_CONV, bitmap.Width, bitmap.Height, 1, 0,
+                                          kBlackAndWhite, bitmap.ViewPerspective, nullptr, 0);
+    if (!created.Ok()) {
+      T_FreeBitmap(&mask);  // which a wrong perspective leaves allocated
+      return created;
+    }
   } else {
     TARN_TRY(MakeLike(mask, overlay.bitmap, overlay.bitmap.Width, overlay.bitmap.Height, nullptr));
   }
@@ -242,7 +245,7 @@ int32_t T_SetOverlayBitmap(BitmapHandle* bitmap, int32_t index, BitmapHandle* ov
   BitmapHandle own = *overlay;
   if (mode == T_OVERLAY_COPY) TARN_TRY(CopyWhole(own, *overlay));
   Overlay* place = nullptr;
-  const Status taken = Take(*bitmap, index, place);
+  const Status taken = Take(*bitmap, static_cast<uint32_t>(index), place);
   if (!taken.Ok()) {
     if (mode == T_OVERLAY_COPY) T_FreeBitmap(&own);
     return taken.code;
@@ -283,7 +286,7 @@ int32_t T_SetOverlayAttributes(BitmapHandle* bitmap, int32_t index, const T_Over
   if (which & ~kAll) return ERR_INVALID_PARAMETER;
   if (which & T_OVERLAY_BIT && (attributes->Bit < 0 || attributes->Bit > kMostBit)) return ERR_INVALID_PARAMETER;
   Overlay* place = nullptr;
-  TARN_TRY(Take(*bitmap, index, place));
+  TARN_TRY(Take(*bitmap, static_cast<uint32_t>(index), place));
   if (which & T_OVERLAY_POSITION) {
     place->left = attributes->Left;
     place->top = attributes->Top;

@@ -4,6 +4,7 @@
 #include <tuple>
 #include <vector>
 
+#include "Common/Internal/Overlays.h"
 #include "Scope.h"
 #include "engine/Picture.h"
 #include "tarn/tarn.h"
@@ -46,6 +47,32 @@ TEST_F(Overlay, PlacesAreAppendedEmptiedAndCutOff) {
   EXPECT_EQ(T_SetOverlayBitmap(bitmap, 1, nullptr, 0), SUCCESS);
   EXPECT_EQ(Count(), 0u);
   EXPECT_TRUE(bitmap->Overlays == nullptr);
+}
+
+TEST_F(Overlay, PlacesAreGivenAnewAndLimited) {
+  BitmapHandle* const bitmap = &owner.record;
+  ASSERT_EQ(T_SetOverlayBitmap(bitmap, 0, &mask.record, T_OVERLAY_COPY), SUCCESS);
+  auto held = tarn::platform::Held();
+  ASSERT_EQ(T_SetOverlayBitmap(bitmap, 0, &mask.record, T_OVERLAY_COPY), SUCCESS);
+  EXPECT_TRUE(tarn::test::SameHeld(held, tarn::platform::Held())) << "the one before is freed";
+  ASSERT_EQ(T_SetOverlayAttributes(bitmap, 1, &kMoved, T_OVERLAY_POSITION), SUCCESS);
+  EXPECT_EQ(Count(), 2u);
+  EXPECT_EQ(T_SetOverlayBitmap(bitmap, 1, nullptr, 0), SUCCESS) << "one without a bitmap";
+  EXPECT_EQ(Count(), 1u);
+
+  constexpr uint32_t kMost = 65536;
+  Picture full;
+  full.Make(Kind::kBlock, {5, 5, 8}, 3);
+  full.record.Overlays = static_cast<T_OverlayList*>(
+      T_LocalAllocInit(1, sizeof(T_OverlayList) + kMost * sizeof(tarn::Overlay), 1, L"here"));
+  full.record.Overlays->count = kMost;
+  held = tarn::platform::Held();
+  for (const uint32_t mode : {T_OVERLAY_COPY, T_OVERLAY_MOVE})
+    EXPECT_EQ(T_SetOverlayBitmap(&full.record, kMost, &mask.record, mode), ERR_OVERLAY_INDEX);
+  EXPECT_EQ(T_SetOverlayAttributes(&full.record, kMost, &kMoved, T_OVERLAY_POSITION), ERR_OVERLAY_INDEX);
+  EXPECT_TRUE(tarn::test::SameHeld(held, tarn::platform::Held()));
+  EXPECT_TRUE(mask.record.Flags & T_FLAG_ALLOCATED);
+  EXPECT_EQ(T_SetOverlayAttributes(&full.record, kMost - 1, &kMoved, T_OVERLAY_POSITION), SUCCESS);
 }
 
 TEST_F(Overlay, BitmapsAreCopiedSharedAndMoved) {
@@ -97,6 +124,60 @@ TEST_F(Overlay, RefusesInTheDocumentedOrder) {
   EXPECT_EQ(T_MoveOverlayBits(bitmap, 0, T_OVERLAY_FROM_BITMAP), ERR_INVALID_PARAMETER) << "8-bit pixels";
   ASSERT_EQ(T_SetOverlayBitmap(bitmap, 0, bitmap, T_OVERLAY_COPY), SUCCESS);
   EXPECT_EQ(T_MoveOverlayBits(bitmap, 0, T_OVERLAY_FROM_BITMAP), ERR_BAD_BITS_PER_PIXEL);
+
+  ASSERT_EQ(T_SetOverlayBitmap(bitmap, 0, &mask.record, T_OVERLAY_COPY), SUCCESS);
+  ASSERT_EQ(T_SetOverlayAttributes(bitmap, 0, &kMoved, T_OVERLAY_BIT), SUCCESS);
+  BitmapHandle got;
+  EXPECT_EQ(T_GetOverlayBitmap(bitmap, 0, nullptr, sizeof got, 0), ERR_NULL_POINTER);
+  EXPECT_EQ(T_GetOverlayBitmap(bitmap, 0, &got, sizeof got, 3), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_SetOverlayBitmap(bitmap, 0, &mask.record, T_OVERLAY_SHARE), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_GetOverlayAttributes(bitmap, 0, nullptr, sizeof attributes), ERR_NULL_POINTER);
+  EXPECT_EQ(T_GetOverlayAttributes(bitmap, 0, &attributes, 1), ERR_BAD_STRUCT_SIZE);
+  attributes.Bit = -1;
+  EXPECT_EQ(T_SetOverlayAttributes(bitmap, 0, &attributes, T_OVERLAY_BIT), ERR_INVALID_PARAMETER);
+  attributes.StructSize = 1;
+  EXPECT_EQ(T_SetOverlayAttributes(bitmap, 0, &attributes, T_OVERLAY_BIT), ERR_BAD_STRUCT_SIZE);
+  EXPECT_EQ(T_MoveOverlayBits(bitmap, 0, 2), ERR_INVALID_PARAMETER);
+  for (BitmapHandle* damaged : {bitmap, &bitmap->Overlays->Items()[0].bitmap}) {
+    const uint32_t rowBytes = damaged->BytesPerLine;
+    damaged->BytesPerLine = 1;
+    EXPECT_EQ(T_MoveOverlayBits(bitmap, 0, T_OVERLAY_TO_BITMAP), ERR_INVALID_PARAMETER);
+    damaged->BytesPerLine = rowBytes;
+  }
+  // A perspective that does not exist: no overlay, and nothing left of it.
+  ASSERT_EQ(T_SetOverlayAttributes(bitmap, 1, &kMoved, T_OVERLAY_BIT), SUCCESS);
+  const auto held = tarn::platform::Held();
+  bitmap->ViewPerspective = 9;
+  EXPECT_EQ(T_MoveOverlayBits(bitmap, 1, T_OVERLAY_FROM_BITMAP), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_GetOverlayBitmap(bitmap, 1, &got, sizeof got, T_OVERLAY_SHARE), ERR_OVERLAY_NO_BITMAP);
+  EXPECT_TRUE(tarn::test::SameHeld(held, tarn::platform::Held()));
+}
+
+TEST_F(Overlay, EveryFunctionRefusesAlike) {
+  using Function = int32_t (*)(BitmapHandle * bitmap, int32_t index);
+  constexpr Function functions[] = {
+      [](BitmapHandle* b, int32_t i) { return T_SetOverlayBitmap(b, i, nullptr, 0); },
+      [](BitmapHandle* b, int32_t i) { return T_SetOverlayAttributes(b, i, &kMoved, T_OVERLAY_BIT); },
+      [](BitmapHandle* b, int32_t i) { return T_MoveOverlayBits(b, i, T_OVERLAY_FROM_BITMAP); },
+      [](BitmapHandle* b, int32_t i) {
+        BitmapHandle got;
+        return T_GetOverlayBitmap(b, i, &got, sizeof got, T_OVERLAY_SHARE);
+      },
+      [](BitmapHandle* b, int32_t i) {
+        T_OverlayAttributes got;
+        return T_GetOverlayAttributes(b, i, &got, sizeof got);
+      }};
+  for (const Function function : functions) {
+    SCOPED_TRACE(&function - functions);
+    tarn::test::Bitmap empty(4, 4, 8);
+    EXPECT_EQ(function(nullptr, 0), ERR_NULL_POINTER);
+    EXPECT_EQ(function(&empty, 0), ERR_NO_BITMAP);
+    empty.StructSize = 211;
+    EXPECT_EQ(function(&empty, 0), ERR_BAD_STRUCT_SIZE);
+    for (const int32_t index : {-1, INT32_MIN, 1, INT32_MAX})
+      EXPECT_EQ(function(&owner.record, index), ERR_OVERLAY_INDEX) << index;
+  }
+  EXPECT_EQ(Count(), 0u);
 }
 
 /// The bit of a pixel, read from its bytes.
@@ -145,6 +226,24 @@ TEST_F(Overlay, BitsGoIntoAPlaneAndBack) {
       for (int32_t y = 0; y < 17; ++y)
         for (int32_t x = 0; x < 21; ++x) ASSERT_EQ(BitOf(read, x, y, 0), BitOf(*bitmap, x, y, bit));
     }
+  }
+}
+
+TEST_F(Overlay, BitsOfOverlaysBesideTheBitmap) {
+  BitmapHandle* const bitmap = &owner.record;
+  tarn::engine::Bytes before, after;
+  tarn::engine::ReadPixels(*bitmap, before);
+  constexpr int32_t kFar = INT32_MAX;
+  for (const auto& [left, top] : {std::pair{40, 0}, {0, 30}, {-13, 3}, {3, -11}, {kFar, kFar}, {-kFar, -kFar}}) {
+    const T_OverlayAttributes place{sizeof place, left, top, 0, 0, 5};
+    ASSERT_EQ(T_SetOverlayBitmap(bitmap, 0, &mask.record, T_OVERLAY_COPY), SUCCESS);
+    ASSERT_EQ(T_SetOverlayAttributes(bitmap, 0, &place, T_OVERLAY_POSITION | T_OVERLAY_BIT), SUCCESS);
+    EXPECT_EQ(T_MoveOverlayBits(bitmap, 0, T_OVERLAY_TO_BITMAP), SUCCESS);
+    tarn::engine::ReadPixels(*bitmap, after);
+    EXPECT_EQ(after, before) << left << ',' << top;
+    EXPECT_EQ(T_MoveOverlayBits(bitmap, 0, T_OVERLAY_FROM_BITMAP), SUCCESS);
+    tarn::engine::ReadPixels(bitmap->Overlays->Items()[0].bitmap, after);
+    EXPECT_EQ(after, tarn::engine::Bytes(after.size())) << left << ',' << top;
   }
 }
 
