@@ -148,7 +148,7 @@ Status TurnInPlace(BitmapHandle& bitmap, Turn turn, int32_t firstPercent, int32_
     rows.Step(done++);
     status = progress.Step();
   }
-  if (status.Ok() && end) status = end(bitmap, context);
+  if (status.Ok()) status = end(bitmap, context);
   while (!status.Ok() && done > 0) rows.Step(--done);
   return status;
 }
@@ -208,7 +208,7 @@ Status TurnAside(BitmapHandle& bitmap, Turn turn, int32_t firstPercent, int32_t 
   RangeProgress progress(bitmap.Height, firstPercent, lastPercent);
   const bool runs = (bitmap.Flags & T_FLAG_COMPRESSED) && bitmap.BitsPerPixel == 1;
   TARN_TRY(runs ? TurnRunsAside(record, bitmap, turn, progress) : TurnRowsAside(record, bitmap, turn, progress));
-  return end ? end(record, context) : SUCCESS;
+  return end(record, context);
 }
 
 Status FlipRegion(BitmapHandle& bitmap, void*) noexcept {

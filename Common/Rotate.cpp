@@ -226,8 +226,8 @@ struct OverlayTurn {
 
 OverlayTurn CentersOf(const BitmapHandle& bitmap, const Rotation& rotation) noexcept {
   const double width = DisplayedWidth(bitmap), height = DisplayedHeight(bitmap);
-  const bool resized = (rotation.flags & (ROTATE_RESIZE | ROTATE_CENTER)) != 0 || rotation.asked == 0;
-  if (!resized) return {{width / 2, height / 2}, {bitmap.Width / 2.0, bitmap.Height / 2.0}};
+  if (!(rotation.flags & (ROTATE_RESIZE | ROTATE_CENTER)))
+    return {{width / 2, height / 2}, {bitmap.Width / 2.0, bitmap.Height / 2.0}};
   const double c = CosineOf(rotation.asked) / kOne, s = SineOf(rotation.asked) / kOne;
   Point center{width / 2, height / 2};
   if (rotation.flags & ROTATE_CENTER) center = {rotation.centerX, rotation.centerY};

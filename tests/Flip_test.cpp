@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "Grid.h"
 #include "Kernels/Kernels.h"
 #include "Levels.h"
@@ -168,6 +170,69 @@ TEST(Flip, RefusesInOrder) {
   b.BytesPerLine = 4;
   EXPECT_EQ(T_FlipBitmap(&b), ERR_INVALID_PARAMETER);
   b.BytesPerLine = 8;
+}
+
+// Rows that are longer than what is asked for ahead of them.
+TEST(Flip, LongRows) {
+  for (const int32_t width : {9000, 40000, 140000}) {
+    engine::Picture picture, old;
+    ASSERT_EQ(picture.Make(Kind::kBlock, {width, 6, 8}, 3), "");
+    ASSERT_EQ(old.Make(Kind::kBlock, {width, 6, 8}, 3), "");
+    ASSERT_EQ(T_ReverseBitmap(&picture.record), SUCCESS);
+    for (uint32_t row = 0; row < 6; ++row) {
+      Bytes wanted = Row(old.record, row);
+      std::reverse(wanted.begin(), wanted.end());
+      ASSERT_EQ(Row(picture.record, row), wanted) << width << ", row " << row;
+    }
+  }
+}
+
+TEST(Flip, PerspectivesRefuse) {
+  Bitmap b(8, 8, 8), wrong(8, 8, 8), damaged(8, 8, 8);
+  for (Bitmap* each : {&b, &wrong, &damaged}) ASSERT_EQ(T_AllocateBitmap(each, TYPE_CONV), SUCCESS);
+  wrong.ViewPerspective = 0;
+  damaged.BytesPerLine = 4;
+  int32_t x = 1, y = 2, flip = 3;
+  T_Rect rect{1, 2, 3, 4};
+  const int32_t refused[] = {T_FlipBitmapViewPerspective(nullptr),
+                             T_ReverseBitmapViewPerspective(&wrong),
+                             T_GetChangeViewPerspectiveParams(1, 1, nullptr, &flip),
+                             T_PointToBitmap(nullptr, 1, &x, &y),
+                             T_PointToBitmap(&b, 1, nullptr, &y),
+                             T_PointToBitmap(&b, 1, &x, nullptr),
+                             T_PointToBitmap(&b, 9, &x, &y),
+                             T_PointToBitmap(&wrong, 1, &x, &y),
+                             T_PointFromBitmap(nullptr, 1, &x, &y),
+                             T_PointFromBitmap(&b, 1, nullptr, &y),
+                             T_PointFromBitmap(&b, 1, &x, nullptr),
+                             T_PointFromBitmap(&b, 9, &x, &y),
+                             T_RectToBitmap(nullptr, 1, &rect),
+                             T_RectToBitmap(&b, 1, nullptr),
+                             T_RectToBitmap(&b, 0, &rect),
+                             T_RectFromBitmap(nullptr, 1, &rect),
+                             T_RectFromBitmap(&b, 1, nullptr),
+                             T_RectFromBitmap(&b, 9, &rect),
+                             T_ChangeRectViewPerspective(1, 2, 8, 8, nullptr),
+                             T_ChangeRectViewPerspective(0, 2, 8, 8, &rect),
+                             T_ChangeRectViewPerspective(1, 9, 8, 8, &rect),
+                             T_ChangeBitmapViewPerspective(nullptr, nullptr, 212, 1),
+                             T_ChangeBitmapViewPerspective(nullptr, &b, 212, 9),
+                             T_ChangeBitmapViewPerspective(nullptr, &wrong, 212, 1),
+                             T_IntChangeBitmapViewPerspective(nullptr, nullptr, 212, 1, 0),
+                             T_IntChangeBitmapViewPerspective(nullptr, &damaged, 212, 1, 0),
+                             T_IntRotateBitmapViewPerspective(nullptr, 90),
+                             T_IntRotateBitmapViewPerspective(&b, 45),
+                             T_IntRotateBitmapViewPerspective(&wrong, 90)};
+  for (const int32_t& status : refused) EXPECT_EQ(status, ERR_INVALID_PARAMETER) << &status - refused;
+  EXPECT_TRUE(x == 1 && y == 2 && flip == 3 && rect.left == 1 && rect.bottom == 4);
+  EXPECT_EQ(b.ViewPerspective, 4u);
+  // The source as its own destination is changed in place, through either door.
+  Fill(b, 3);
+  const Grid before = GridOf(b);
+  EXPECT_EQ(T_ChangeBitmapViewPerspective(&b, &b, 212, 1), SUCCESS);
+  EXPECT_EQ(GridOf(b), Flipped(before));
+  EXPECT_EQ(T_IntChangeBitmapViewPerspective(&b, &b, 212, 4, 0), SUCCESS);
+  EXPECT_EQ(GridOf(b), before);
 }
 
 TEST(Flip, ParametersBetweenPerspectives) {

@@ -104,9 +104,45 @@ TEST(Rotate, BuffersOfEverySize) {
   tarn::ForceIsa(Isa::kCount);
   uint8_t bytes[8] = {};
   EXPECT_EQ(T_RotateBuffer90(nullptr, 1, bytes, 1, 1, 1, 8, 1), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_RotateBuffer90(bytes, 1, nullptr, 1, 1, 1, 8, 1), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_RotateBuffer90(bytes, 1, bytes + 4, 1, 0, 1, 8, 1), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_RotateBuffer90(bytes, 1, bytes + 4, 1, 1, -1, 8, 1), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_RotateBuffer90(bytes, 1, bytes + 4, 1, 1, 2, 8, 1), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_RotateBuffer90(bytes, 1, bytes + 4, 1, 2, 1, 8, 1), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_RotateBuffer90(bytes, 1, bytes + 4, 1, 1, 1, 10, 1), ERR_BAD_BITS_PER_PIXEL);
   EXPECT_EQ(T_RotateBuffer90(bytes, 1, bytes + 4, 1, 1, 1, 8, 2), ERR_INVALID_PARAMETER);
+}
+
+// Rows that begin between cache lines, and results that go past the caches.
+TEST(Rotate, QuarterTurnsOfBlocks) {
+  for (const int32_t bits : {8, 24, 64}) {
+    for (const size_t offset : {size_t{0}, size_t{16}, size_t{40}}) {
+      const int32_t width = 64 * 3, height = 70;
+      Bytes memory(size_t{192} * 70 * 8 + 128);
+      uint8_t* const data = memory.data() + 64 - reinterpret_cast<uintptr_t>(memory.data()) % 64 + offset;
+      Bitmap b(width, height, bits);
+      ASSERT_EQ(T_AllocateBitmap(&b, TYPE_USER), SUCCESS);
+      b.Data = data;
+      b.ViewPerspective = 1;
+      Fill(b, 4);
+      const Grid before = GridOf(b);
+      ASSERT_EQ(T_RotateBitmap(&b, 9000, ROTATE_RESIZE, 0), SUCCESS);
+      EXPECT_TRUE(GridOf(b) == TurnedRight(before)) << bits << " bits, offset " << offset;
+    }
+  }
+  Bitmap large(2000, 1600, 64);  // 25.6 MB
+  ASSERT_EQ(T_AllocateBitmap(&large, TYPE_NOTILED), SUCCESS);
+  large.ViewPerspective = 1;
+  for (uint64_t i = 0; i < 2000 * 1600; ++i) std::memcpy(large.Data + 8 * i, &i, 8);
+  ASSERT_EQ(T_RotateBitmap(&large, 9000, ROTATE_RESIZE, 0), SUCCESS);
+  uint64_t wrong = 0, pixel = 0;
+  for (uint64_t y = 0; y < 2000; ++y) {
+    for (uint64_t x = 0; x < 1600; ++x) {
+      std::memcpy(&pixel, large.Data + 8 * (1600 * y + x), 8);
+      wrong += pixel != (1599 - x) * 2000 + y;
+    }
+  }
+  EXPECT_EQ(wrong, 0u);
 }
 
 TEST(Rotate, QuarterTurnsOfEveryDepthAndStorage) {
@@ -379,13 +415,23 @@ TEST(Rotate, LargePicturesInOtherStorage) {
   struct Case {
     engine::Shape shape;
     int32_t angle;
+    uint32_t flags = ROTATE_RESIZE;
   };
-  for (const Case& c : {Case{{9000, 700, 1}, 1730}, {{2400, 2500, 24}, -9000}, {{700, 900, 24}, 1730}}) {
+  // Results whose rows are so long that few, or single ones, are made together, and tiles beside the source.
+  for (const Case& c : {Case{{9000, 700, 1}, 1730},
+                        {{2400, 2500, 24}, -9000},
+                        {{700, 900, 24}, 1730},
+                        {{200, 5000, 8}, 9000},
+                        {{70, 17000, 8}, -9000},
+                        {{3, 140000, 64}, 9000},
+                        {{1100, 1100, 8}, 4500},
+                        {{100000, 43, 64}, 2, 0},
+                        {{270000, 17, 64}, 1, 0}}) {
     engine::Picture block, disk;
     ASSERT_EQ(block.Make(Kind::kBlock, c.shape, 3), "");
     ASSERT_EQ(disk.Make(Kind::kDisk, c.shape, 3), "");
-    ASSERT_EQ(T_RotateBitmap(&block.record, c.angle, ROTATE_RESIZE, 0), SUCCESS);
-    ASSERT_EQ(T_RotateBitmap(&disk.record, c.angle, ROTATE_RESIZE, 0), SUCCESS);
+    ASSERT_EQ(T_RotateBitmap(&block.record, c.angle, c.flags, 0), SUCCESS);
+    ASSERT_EQ(T_RotateBitmap(&disk.record, c.angle, c.flags, 0), SUCCESS);
     ASSERT_EQ(V(disk.record.Width), V(block.record.Width));
     for (int32_t row = 0; row < block.record.Height; ++row)
       ASSERT_EQ(Row(disk.record, static_cast<uint32_t>(row)), Row(block.record, static_cast<uint32_t>(row)))
@@ -435,6 +481,12 @@ TEST(Rotate, CentreAndLimits) {
   EXPECT_EQ(T_RotateBitmap90(&b, 2, 0, 100), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_IntRotateBitmap(&b, 10, ROTATE_CENTER, 0, 0, 100, std::nanf(""), 0), ERR_INVALID_PARAMETER);
   EXPECT_EQ(GridOf(b), before);
+  for (const auto& [x, y] : {std::pair{2e9F, 0.0F}, {-2e9F, 0.0F}, {0.0F, 2e9F}, {0.0F, -2e9F}, {0.0F, std::nanf("")}})
+    EXPECT_EQ(T_IntRotateBitmap(&b, 10, ROTATE_CENTER, 0, 0, 100, x, y), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_IntRotateBitmap(nullptr, 0, 0, 0, 0, 100, 0, 0), ERR_NO_BITMAP);
+  EXPECT_EQ(T_RotateBitmap90(nullptr, 1, 0, 100), ERR_NO_BITMAP);
+  EXPECT_EQ(T_RotateBitmap(&b, 10, 0, 0x01000100), ERR_INVALID_PARAMETER) << "no such palette entry";
+  EXPECT_EQ(GridOf(b), before);
   // About any centre the whole picture is there; a quarter turn by samples is the turn by pixels.
   ASSERT_EQ(T_IntRotateBitmap(&b, 9000, ROTATE_CENTER, 0, 0, 100, 100.0F, -7.0F), SUCCESS);
   EXPECT_EQ(GridOf(b), TurnedRight(before));
@@ -444,6 +496,41 @@ TEST(Rotate, CentreAndLimits) {
   ASSERT_EQ(T_RotateBitmap(&b, 9000, 0, 0), SUCCESS);
   EXPECT_EQ(b.Width, 6);
   EXPECT_EQ(b.Height, 8);
+  // A square needs none.
+  Bitmap square(9, 9, 8);
+  ASSERT_EQ(T_AllocateBitmap(&square, TYPE_CONV), SUCCESS);
+  square.ViewPerspective = 1;
+  Fill(square, 9);
+  const Grid upright = GridOf(square);
+  ASSERT_EQ(T_RotateBitmap(&square, 9000, 0, 0), SUCCESS);
+  EXPECT_EQ(GridOf(square), TurnedRight(upright));
+  // Results of more columns, or rows, than there can be, before any pixel is looked at.
+  Bitmap wide(INT32_MAX, 1, 1), high(1, 1, 1);
+  for (Bitmap* each : {&wide, &high}) ASSERT_EQ(T_AllocateBitmap(each, TYPE_USER), SUCCESS);
+  high.Height = INT32_MAX;
+  for (Bitmap* each : {&wide, &high}) EXPECT_EQ(T_RotateBitmap(each, 1, ROTATE_RESIZE, 0), ERR_IMAGE_TOO_LARGE);
+}
+
+TEST(Rotate, RecordedRangesHoldTheFill) {
+  struct Case {
+    uint32_t flags;
+    uint32_t fill;
+    int32_t least, most;
+    int32_t wantedLeast, wantedMost;
+  };
+  constexpr uint32_t kWhite = 0xFFFFFF;
+  for (const Case& c : {Case{0, 0, 100, 200, 0, 200}, Case{0, kWhite, 100, 200, 100, -1}, Case{0, 0, 0, -1, 0, -1},
+                        Case{T_FLAG_SIGNED_DATA, 0, 100, 200, 0, 200}, Case{T_FLAG_SIGNED_DATA, kWhite, 5, 9, -1, 9},
+                        Case{T_FLAG_SIGNED_DATA, 0, -100, -50, -100, 0}}) {
+    Bitmap b;
+    ASSERT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, 5, 4, 32, T_ORDER_GRAY, nullptr, 1, nullptr, 0), SUCCESS);
+    b.Flags |= c.flags;
+    b.MinValue = c.least;
+    b.MaxValue = c.most;
+    ASSERT_EQ(T_RotateBitmap(&b, 4500, ROTATE_RESIZE, c.fill), SUCCESS);
+    EXPECT_EQ(V(b.MinValue), c.wantedLeast) << c.flags << ", fill " << c.fill;
+    EXPECT_EQ(V(b.MaxValue), c.wantedMost) << c.flags << ", fill " << c.fill;
+  }
 }
 
 }  // namespace

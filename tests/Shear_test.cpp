@@ -115,6 +115,10 @@ TEST(Shear, RefusesAndKeepsAStoppedBitmap) {
   Fill(b, 1);
   EXPECT_EQ(T_ShearBitmap(&b, 9000, 1, 0), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_ShearBitmap(&b, -9000, 0, 0), ERR_INVALID_PARAMETER);
+  Bitmap high(1, 400000, 1);
+  ASSERT_EQ(T_AllocateBitmap(&high, TYPE_CONV), SUCCESS);
+  EXPECT_EQ(T_ShearBitmap(&high, 8999, 1, 0), ERR_IMAGE_TOO_LARGE);
+  EXPECT_EQ(high.Width, 1);
   for (const int horizontal : {0, 1}) {
     for (int stop = 1; stop <= 20; ++stop) {
       int left = stop;

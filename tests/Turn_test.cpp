@@ -8,6 +8,7 @@
 #include "Common/Internal/Overlays.h"
 #include "Common/Internal/Rotate.h"
 #include "Grid.h"
+#include "Holding.h"
 #include "Levels.h"
 #include "Platform/Fault.h"
 #include "Platform/Platform.h"
@@ -88,6 +89,37 @@ TEST(Turn, StoppedAnywhereNothingHasHappened) {
   }
 }
 
+// Rows that are in memory, and a result that is not.
+TEST(Turn, ResultsThatLieElsewhere) {
+  const engine::Shape shape{19, 7, 8};
+  for (const Operation& operation : kOperations) {
+    SCOPED_TRACE(operation.name);
+    engine::Picture block;
+    ASSERT_EQ(block.Make(Kind::kBlock, shape, 2), "");
+    ASSERT_EQ(operation.run(block.record), SUCCESS);
+    const ThresholdScope scope;
+    T_SetMemoryThresholds(0, 1, 100, 0, 1, 31);
+    ASSERT_NO_FATAL_FAILURE(StopEverywhere(operation, Kind::kCaller, shape));
+    engine::Picture picture;
+    ASSERT_EQ(picture.Make(Kind::kCaller, shape, 2), "");
+    const auto held = tarn::platform::Held();
+    const Grid before = GridOf(picture.record);
+    const auto number = &operation - kOperations;
+    const bool moves = number > 2;
+    const auto left = [&](int32_t status, bool refused) {
+      if (status == SUCCESS) {
+        EXPECT_TRUE(refused || ((picture.record.Flags & T_FLAG_TILED) != 0) == moves);
+        ASSERT_EQ(picture.Make(Kind::kCaller, shape, 2), "");
+      }
+      ASSERT_EQ(GridOf(picture.record), before);
+      EXPECT_TRUE(SameHeld(held, tarn::platform::Held()));
+    };
+    if (number == 3 || number == 4) RefuseEachCall([&] { return operation.run(picture.record); }, left);
+    ASSERT_EQ(operation.run(picture.record), SUCCESS);
+    EXPECT_EQ(GridOf(picture.record), GridOf(block.record));
+  }
+}
+
 /// Little room for pictures in files, for a scope.
 class SmallRoom {
  public:
@@ -110,7 +142,7 @@ TEST(Turn, FilesLargerThanTheirRoom) {
         ASSERT_EQ(block.Make(Kind::kBlock, {211, 150, bits}, 9), "");
         disk.record.ViewPerspective = block.record.ViewPerspective = perspective;
         {
-          const SmallRoom room(bits * 1000);  // a hundredth to a third
+          const SmallRoom room(bits * (perspective == 1 ? 1000 : 2000));  // for 64 rows at least; the latter for more
           ASSERT_EQ(T_RotateBitmap(&disk.record, angle, ROTATE_RESIZE, 0), SUCCESS);
         }
         ASSERT_EQ(T_RotateBitmap(&block.record, angle, ROTATE_RESIZE, 0), SUCCESS);
@@ -122,7 +154,7 @@ TEST(Turn, FilesLargerThanTheirRoom) {
     }
   }
   const SmallRoom room(1000);
-  StopEverywhere(kOperations[3], Kind::kDisk, {70, 80, 8});
+  StopEverywhere(kOperations[2], Kind::kDisk, {70, 80, 8});  // displayed: a quarter turn of the rows
   // Whatever is refused while it is under way, the picture is turned or as it was.
   for (uint64_t n = 1;; ++n) {
     SCOPED_TRACE(testing::Message() << "refused: " << n);
@@ -207,6 +239,87 @@ TEST(Turn, OverlaysStayWhereTheyAreSeen) {
   }
 }
 
+TEST(Turn, RefusedOverlaysChangeNothing) {
+  for (const Operation& operation : kOperations) {
+    if (&operation - kOperations > 5) break;  // slants leave overlays alone
+    SCOPED_TRACE(operation.name);
+    engine::Picture picture;
+    const auto make = [&] {
+      ASSERT_EQ(picture.Make(Kind::kBlock, {17, 11, 8}, 4), "");
+      GiveOverlay(picture.record, 6, 2, 4);
+    };
+    make();
+    const Grid before = Seen(picture.record);
+    const auto held = tarn::platform::Held();
+    const uint64_t calls = RefuseEachCall([&] { return operation.run(picture.record); },
+                                          [&](int32_t status, bool refused) {
+                                            if (status == SUCCESS && refused) make();
+                                            if (status == SUCCESS && !refused) return;
+                                            EXPECT_EQ(Seen(picture.record), before);
+                                            EXPECT_TRUE(SameHeld(held, tarn::platform::Held()));
+                                          });
+    EXPECT_GE(calls, 3u);
+  }
+}
+
+TEST(Turn, OverlaysOfOtherTurns) {
+  struct Case {
+    int32_t angle;
+    uint32_t flags;
+    int32_t left, top;              // of a place without a bitmap, a point
+    int32_t wantedLeft, wantedTop;  // the picture is 20 x 20
+  };
+  constexpr int32_t kMost = INT32_MAX;
+  constexpr Case cases[] = {{9000, 0, 2, 3, 17, 2},
+                            {9000, ROTATE_RESIZE, 2, 3, 17, 2},
+                            {9000, ROTATE_CENTER, 2, 3, 17, 2},
+                            {3000, 0, 10, 10, 10, 10},
+                            {3000, 0, 20, 10, 19, 15},
+                            {3000, ROTATE_RESIZE, 10, 10, 14, 14},  // of 28 x 28
+                            {3000, ROTATE_CENTER, 10, 10, 14, 14},
+                            {4500, 0, kMost, -kMost, kMost, -4},
+                            {4500, 0, -kMost, kMost, -kMost, -4},
+                            {4500, 0, kMost, kMost, 10, kMost}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.angle << ", flags " << c.flags << ", " << c.left << ", " << c.top);
+    engine::Picture picture;
+    ASSERT_EQ(picture.Make(Kind::kBlock, {20, 20, 8}, 4), "");
+    BitmapHandle& b = picture.record;
+    b.ViewPerspective = 1;
+    const T_OverlayAttributes place{sizeof place, c.left, c.top, 0, 0, 0};
+    ASSERT_EQ(T_SetOverlayAttributes(&b, 0, &place, T_OVERLAY_POSITION), SUCCESS);
+    ASSERT_EQ(T_IntRotateBitmap(&b, c.angle, c.flags, 0, 0, 100, -5.0F, 30.0F), SUCCESS);
+    T_OverlayAttributes got;
+    ASSERT_EQ(T_GetOverlayAttributes(&b, 0, &got, sizeof got), SUCCESS);
+    EXPECT_EQ(got.Left, c.wantedLeft);
+    EXPECT_EQ(got.Top, c.wantedTop);
+    ASSERT_EQ(T_FlipBitmap(&b), SUCCESS);
+    ASSERT_EQ(T_ReverseBitmap(&b), SUCCESS);
+    ASSERT_EQ(T_GetOverlayAttributes(&b, 0, &got, sizeof got), SUCCESS);
+    EXPECT_EQ(static_cast<uint32_t>(got.Left), static_cast<uint32_t>(V(b.Width)) - static_cast<uint32_t>(c.wantedLeft));
+    EXPECT_EQ(static_cast<uint32_t>(got.Top), static_cast<uint32_t>(V(b.Height)) - static_cast<uint32_t>(c.wantedTop));
+  }
+}
+
+// A perspective that is turned as well can cut a picture off on both sides, overlays with it.
+TEST(Turn, OverlaysOfPicturesThatAreCutOff) {
+  for (const uint32_t perspective : {1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u}) {
+    SCOPED_TRACE(perspective);
+    engine::Picture picture;
+    ASSERT_EQ(picture.Make(Kind::kBlock, {17, 11, 8}, 4), "");
+    BitmapHandle& b = picture.record;
+    b.ViewPerspective = perspective;
+    GiveOverlay(b, 4, 2, 5);
+    const Grid before = Seen(b);
+    ASSERT_EQ(T_RotateBitmap(&b, 0, 0, 0), SUCCESS);
+    const int32_t dx = (17 - before.width) / 2, dy = (11 - before.height) / 2;
+    EXPECT_EQ(Seen(b), Taken(17, 11, [&](int32_t x, int32_t y) {
+                const bool inside = x >= dx && x - dx < before.width && y >= dy && y - dy < before.height;
+                return inside ? before.At(x - dx, y - dy) : 0;
+              }));
+  }
+}
+
 // ---- Regions -------------------------------------------------------------------------------------------------------
 
 struct Told {
@@ -272,6 +385,92 @@ TEST(Turn, RegionsAreToldOnce) {
     EXPECT_EQ(told.flips, 1);
   }
   T_SetRegionHooks(old);
+}
+
+TEST(Turn, RegionsFollowChangedPerspectives) {
+  struct Case {
+    uint32_t to;
+    int flips;
+    int32_t angle;  // in degrees
+  };
+  T_RegionHooks hooks{};
+  hooks.StructSize = sizeof hooks;
+  hooks.Flip = [](BitmapHandle*) { return ++told.flips, told.width ? -77 : SUCCESS; };
+  hooks.Rotate = [](BitmapHandle*, int32_t angle, uint32_t) {
+    ++told.turns;
+    told.angle = angle;
+    return told.answer;
+  };
+  const T_RegionHooks* const old = T_SetRegionHooks(&hooks);
+  for (const Kind kind : {Kind::kBlock, Kind::kDisk}) {
+    for (const Case& c : {Case{4, 1, 0}, {3, 0, 180}, {5, 1, 90}, {6, 0, 270}, {2, 1, 180}}) {
+      SCOPED_TRACE(testing::Message() << NameOf(kind) << ", to " << c.to);
+      engine::Picture picture;
+      ASSERT_EQ(picture.Make(kind, {20, 9, 8}, 5), "");
+      BitmapHandle& b = picture.record;
+      b.ViewPerspective = 1;
+      const Grid before = GridOf(b);
+      const auto change = [&](int32_t refuseFlip, int32_t answer) {
+        told = {};
+        told.width = refuseFlip;
+        told.answer = answer;
+        return T_ChangeBitmapViewPerspective(nullptr, &b, sizeof b, c.to);
+      };
+      if (c.flips) {
+        EXPECT_EQ(change(1, SUCCESS), -77);
+        EXPECT_EQ(told.turns, 0);
+      }
+      if (c.angle) {
+        EXPECT_EQ(change(0, -78), -78);
+        EXPECT_EQ(told.flips, 2 * c.flips) << "the region is flipped back";
+      }
+      EXPECT_EQ(GridOf(b), before);
+      EXPECT_EQ(b.ViewPerspective, 1u);
+      EXPECT_EQ(change(0, SUCCESS), SUCCESS);
+      EXPECT_EQ(told.flips, c.flips);
+      EXPECT_EQ(told.angle, 100 * c.angle);
+      EXPECT_EQ(Displayed(GridOf(b), c.to), before);
+    }
+  }
+  T_SetRegionHooks(old);
+}
+
+// Tables need not have every function: then a region stays what it is, an opaque value.
+TEST(Turn, RegionTablesMayHaveHoles) {
+  static int deleted;
+  T_RegionHooks hooks{};
+  hooks.StructSize = sizeof hooks;
+  const T_RegionHooks* const old = T_SetRegionHooks(&hooks);
+  engine::Picture picture, plain;
+  ASSERT_EQ(picture.Make(Kind::kBlock, {20, 9, 8}, 5), "");
+  ASSERT_EQ(plain.Make(Kind::kBlock, {20, 9, 8}, 5), "");
+  BitmapHandle& b = picture.record;
+  b.ViewPerspective = plain.record.ViewPerspective = 1;
+  b.Region = 7;
+  constexpr Operation others[] = {
+      {"perspective", [](BitmapHandle& h) { return T_ChangeBitmapViewPerspective(nullptr, &h, sizeof h, 2); }},
+      {"size", [](BitmapHandle& h) { return T_SizeBitmap(&h, 30, 14, 0); }},
+      {"resize", [](BitmapHandle& h) { return T_ResizeBitmap(&h, &h, 0); }}};
+  for (int i = 0; i < 8; ++i) {
+    const Operation& operation = i < 3 ? others[i] : kOperations[i - 3];
+    ASSERT_EQ(operation.run(b), SUCCESS) << operation.name;
+    ASSERT_EQ(operation.run(plain.record), SUCCESS) << operation.name;
+    EXPECT_EQ(V(b.Region), 7u) << operation.name;
+  }
+  EXPECT_EQ(GridOf(b), GridOf(plain.record));
+  // A slant has no region left; who deletes regions is told so once.
+  BitmapHandle& other = plain.record;
+  other.Region = 8;
+  other.ViewPerspective = b.ViewPerspective = 1;
+  EXPECT_EQ(T_ShearBitmap(&b, 1000, 1, 0), SUCCESS);
+  EXPECT_EQ(V(b.Region), 0u);
+  hooks.Delete = [](uint64_t region) { deleted = deleted * 10 + static_cast<int>(region); };
+  EXPECT_EQ(T_ShearBitmap(&b, 1000, 1, 0), SUCCESS);
+  EXPECT_EQ(T_ShearBitmap(&other, 1000, 1, 0), SUCCESS);
+  EXPECT_EQ(V(other.Region), 0u);
+  EXPECT_EQ(deleted, 8);
+  T_SetRegionHooks(old);
+  EXPECT_EQ(T_ShearBitmap(&other, 1000, 1, 0), SUCCESS);
 }
 
 // ---- Kernels -------------------------------------------------------------------------------------------------------

@@ -44,7 +44,7 @@ enum class Turn : uint8_t { kFlip, kReverse, kHalf };
 using TurnEnd = Status (*)(BitmapHandle& bitmap, void* context) noexcept;
 
 /// Turns the stored pixels of a bitmap whose geometry holds, without its overlays and perspective. A failure, also of
-/// `end` (may be null), leaves the bitmap as it was.
+/// `end`, leaves the bitmap as it was.
 Status TurnStored(BitmapHandle& bitmap, Turn turn, int32_t firstPercent, int32_t lastPercent, TurnEnd end,
                   void* context) noexcept;
 
