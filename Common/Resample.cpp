@@ -401,7 +401,7 @@ void FreeState(RowState* state) noexcept {
   if (state->rows) state->rows->~Resampler();
   if (state->block) T_LocalFree(state->block, here.line, here.file);
   if (state->line) T_LocalFree(state->line, here.line, here.file);
-  if (state->source) T_UnlockBitmap(state->source, state->lockedBefore);
+  T_UnlockBitmap(state->source, state->lockedBefore);
   T_LocalFree(state, here.line, here.file);
 }
 

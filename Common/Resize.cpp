@@ -42,7 +42,7 @@ class NearestRows {
     const auto to = static_cast<uint64_t>(width_);
     unitBytes_ = bits_ == 12 ? 2 : bits_ < 8 ? 1 : bits_ / 8;
     if (fromWidth_ != width_ && bits_ == 1) {
-      TARN_TRY(OpenBits(targetBytes, here));
+      TARN_TRY(OpenBits(here));
     } else if (fromWidth_ != width_) {
       indices_ = TrackedBuffer<uint32_t>(to, here);
       if (!indices_) return ERR_NO_MEMORY;
@@ -82,9 +82,8 @@ class NearestRows {
   [[nodiscard]] bool Packed() const noexcept { return bits_ < 8 || bits_ == 12; }
 
   /// Bits that are taken, or where runs of a bit end.
-  Status OpenBits(uint64_t targetBytes, Here here) noexcept {
-    const auto sourceBytes = (static_cast<uint64_t>(fromWidth_) + 7) / 8;
-    doubled_ = int64_t{2} * fromWidth_ == width_ && 2 * sourceBytes <= targetBytes;
+  Status OpenBits(Here here) noexcept {
+    doubled_ = int64_t{2} * fromWidth_ == width_;  // bytes of the source doubled fit a row, which is padded
     if (doubled_) return SUCCESS;
     const bool grows = width_ > fromWidth_;
     const auto words = (static_cast<uint64_t>(grows ? width_ : fromWidth_) + 63) / 64;

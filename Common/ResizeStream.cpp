@@ -18,9 +18,9 @@ class Stepper {
       : first_(first), step_(enlarge ? 0 : step), accumulator_(accumulator), remainder_(remainder), divisor_(divisor) {}
 
   void Indices(uint32_t* indices, int64_t start, int count) const noexcept {
-    // The accumulator overflows at most once a pixel.
+    // The accumulator overflows at most once a pixel, and not while it is negative.
     const int64_t sum = accumulator_ + start * remainder_;
-    const int64_t overflows = divisor_ > 0 && sum >= 0 ? Least(sum / divisor_, start) : start;
+    const int64_t overflows = divisor_ <= 0 ? start : sum < 0 ? 0 : Least(sum / divisor_, start);
     int64_t position = first_ + start * step_ + overflows;
     int64_t accumulator = sum - overflows * divisor_;
     for (int i = 0; i < count; ++i) {

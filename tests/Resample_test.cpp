@@ -276,6 +276,7 @@ TEST_P(Resample, LongCells) {
   for (const Format& f : kFormats) {
     for (const int32_t ratio : {2, 4, 8, 15, 16, 17, 300}) {
       ExpectRule(f, {7 * ratio + 3, 40, f.bits}, 7, 39, false);
+      ExpectRule(f, {7 * ratio, 40, f.bits}, 7, 20, false);
       ExpectRule(f, {40, 3 * ratio + 1, f.bits}, 39, 3, true);
       if (HasFailure()) return;
     }
@@ -283,6 +284,7 @@ TEST_P(Resample, LongCells) {
     ExpectRule(f, {2, 9000, f.bits}, 1, 2, false);
     ExpectRule(f, {9, 2, f.bits}, 4000, 2, false);
     ExpectRule(f, {3, 2, f.bits}, 2, 1500, false);
+    if (f.bits == 8) ExpectRule(f, {65600, 3, f.bits}, 65650, 4, true);
     if (HasFailure()) return;
   }
 }
@@ -437,6 +439,7 @@ TEST(ResampleFormats, StreamedRowsAreTheBitmaps) {
         EXPECT_EQ(T_GetResizedRowCol(state, part, static_cast<uint32_t>(height), 0, 1), ERR_INVALID_PARAMETER);
         EXPECT_EQ(T_GetResizedRowCol(state, part, 0, static_cast<uint32_t>(width), 1), ERR_INVALID_PARAMETER);
         EXPECT_EQ(T_GetResizedRowCol(state, part, 0, 0, line.size() + 1), ERR_INVALID_PARAMETER);
+        EXPECT_EQ(T_GetResizedRowCol(state, nullptr, 0, 0, 1), ERR_INVALID_PARAMETER);
         EXPECT_EQ(T_StopResizeBitmap(state), SUCCESS);
         T_FreeBitmap(&copy);
       }
@@ -451,6 +454,13 @@ TEST(ResampleFormats, StreamedRowsAreTheBitmaps) {
   T_AllocateBitmap(&b, TYPE_CONV);
   EXPECT_EQ(T_StartResizeBitmap(&state, &b, 3, 3, RESIZE_NEAREST), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_StartResizeBitmap(&state, &b, 0, 0, RESIZE_AREA), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_StartResizeBitmap(nullptr, &b, 3, 3, RESIZE_AREA), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_StartResizeBitmap(&state, nullptr, 3, 3, RESIZE_AREA), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_GetResizedRowCol(nullptr, &no, 0, 0, 1), ERR_INVALID_PARAMETER);
+  Bitmap deep(5, 5, 64);
+  ASSERT_EQ(T_AllocateBitmap(&deep, TYPE_CONV), SUCCESS);
+  EXPECT_EQ(T_StartResizeBitmap(&state, &deep, INT32_MAX, 3, RESIZE_AREA), ERR_IMAGE_TOO_LARGE);
+  EXPECT_EQ(state, nullptr);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Common/Internal/Overlays.h"
+#include "Holding.h"
 #include "Kernels/Kernels.h"
 #include "Levels.h"
 #include "Platform/Here.h"
@@ -106,9 +107,10 @@ TEST(Resize, MissingExtentsKeepTheShape) {
     Extents wanted;  // width 0: refused
   };
   const Case cases[] = {
-      {{200, 100}, {0, 50}, {100, 50}},   {{200, 100}, {100, 0}, {100, 50}}, {{100, 200}, {0, 150}, {75, 150}},
-      {{100, 200}, {250, 0}, {250, 500}}, {{200, 100}, {0, 0}, {0, 0}},      {{200, 100}, {-1, 5}, {0, 0}},
-      {{200, 100}, {5, -1}, {0, 0}},      {{200, 1}, {100, 0}, {0, 0}},      {{200, 100}, {200, 100}, {200, 100}}};
+      {{200, 100}, {0, 50}, {100, 50}},    {{200, 100}, {100, 0}, {100, 50}},  {{100, 200}, {0, 150}, {75, 150}},
+      {{100, 200}, {250, 0}, {250, 500}},  {{200, 100}, {0, 0}, {0, 0}},       {{200, 100}, {-1, 5}, {0, 0}},
+      {{200, 100}, {5, -1}, {0, 0}},       {{200, 1}, {100, 0}, {0, 0}},       {{200, 100}, {200, 100}, {200, 100}},
+      {{1000, 1}, {0, INT32_MAX}, {0, 0}}, {{1, 1000}, {INT32_MAX, 0}, {0, 0}}};
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << c.asked.width << " x " << c.asked.height);
     Bitmap b(c.old.width, c.old.height, 8);
@@ -135,6 +137,9 @@ TEST(Resize, RefusesInOrder) {
   EXPECT_EQ(T_ResampleBitmap(nullptr, 5, 5), ERR_NO_BITMAP);
   EXPECT_EQ(T_BicubicResampleBitmap(nullptr, 5, 5), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_ResizeBitmap(nullptr, &b, 0), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_ResizeBitmap(&b, nullptr, 0), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_ResampleBitmapInt(nullptr, &b, 212), ERR_NO_BITMAP);
+  EXPECT_EQ(T_BicubicResampleBitmapInt(&b, nullptr, 212), ERR_NO_BITMAP);
   EXPECT_EQ(T_ResizeBitmap(&b, &same, 0), ERR_NO_BITMAP);
   EXPECT_EQ(T_ResampleBitmapInt(&b, &same, 212), ERR_NO_BITMAP);
   for (Bitmap* each : {&b, &other, &same}) ASSERT_EQ(T_AllocateBitmap(each, TYPE_CONV), SUCCESS);
@@ -142,6 +147,11 @@ TEST(Resize, RefusesInOrder) {
   EXPECT_EQ(T_BicubicResampleBitmapInt(&b, &other, 212), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_ResampleBitmapInt(&b, &same, 211), ERR_BAD_STRUCT_SIZE);
   EXPECT_EQ(T_ResampleBitmap(&b, 0, 5), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_ResampleBitmap(&b, 5, 0), ERR_INVALID_PARAMETER);
+  b.Height = 0;
+  EXPECT_EQ(T_SizeBitmap(&b, 0, 5, 0), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_SizeBitmap(&b, 5, 5, 0), ERR_INVALID_PARAMETER);
+  b.Height = 10;
   EXPECT_EQ(T_SizeBitmap(&b, INT32_MAX, INT32_MAX, 0), ERR_IMAGE_TOO_LARGE);
   b.StructSize = 211;
   EXPECT_EQ(T_SizeBitmap(&b, 5, 5, 0), ERR_BAD_STRUCT_SIZE);
@@ -201,16 +211,18 @@ TEST_P(ResizeLevel, InkCountKeepsThinLines) {
   EXPECT_EQ(T_SQRT(1 << 30), 1 << 15);
   for (const bool whiteFirst : {false, true}) {
     for (const uint32_t perspective : {1u, 4u}) {
-      // Of 405 columns: the last cell is wider, or all are alike, or some in between are. Of 1621: lines in memory.
-      constexpr Extents sizes[] = {{202, 41}, {135, 27}, {134, 27},  {101, 20},  {100, 5},  {81, 16},  {202, 9},
-                                   {101, 90}, {7, 3},    {300, 30},  {533, 200}, {810, 41}, {540, 27}, {405, 20},
-                                   {810, 27}, {405, 41}, {1620, 27}, {405, 90},  {810, 20}};
+      // Of 405 columns: the last cell is wider, or all are alike, or some in between are. Of others: lines in memory.
+      constexpr Extents sizes[] = {{202, 41}, {135, 27},  {134, 27}, {101, 20}, {100, 5},   {81, 16},
+                                   {202, 9},  {101, 90},  {7, 3},    {300, 30}, {533, 200}, {101, 16},
+                                   {202, 5},  {101, 10},  {810, 41}, {540, 27}, {405, 20},  {810, 27},
+                                   {405, 41}, {1620, 27}, {405, 90}, {810, 20}, {160, 41}};
       for (const Extents& size : sizes) {
-        const bool wide = &size >= sizes + 11;
+        const bool wide = &size >= sizes + 14;
+        const int32_t width = size.width == 160 ? 321 : wide ? 1621 : 405;
         SCOPED_TRACE(testing::Message() << size.width << " x " << size.height << " perspective " << perspective);
         engine::Picture picture;
         const auto kind = wide ? engine::Kind::kBlock : engine::Kind::kCompressed;
-        ASSERT_EQ(picture.Make(kind, {wide ? 1621 : 405, 83, 1}, 8), "");
+        ASSERT_EQ(picture.Make(kind, {width, 83, 1}, 8), "");
         BitmapHandle& b = picture.record;
         b.ViewPerspective = perspective;
         const T_PaletteEntry black = {0, 0, 0, 0}, white = {255, 255, 255, 0};
@@ -237,6 +249,34 @@ TEST_P(ResizeLevel, InkCountKeepsThinLines) {
   T_PutBitmapRow(&colored, &line, 0, 4);
   ASSERT_EQ(T_SizeBitmap(&colored, 2, 1, RESIZE_INK_COUNT), SUCCESS);
   EXPECT_EQ(Row(colored, 0)[0], 0x40);  // pixels 0 and 2
+}
+
+// Smoothing goes before the ink count; where there is no ink to count, the flag does not matter.
+TEST(Resize, InkCountGivesWay) {
+  struct Case {
+    int32_t bits;
+    uint32_t other;
+  };
+  for (const Case& c : {Case{1, RESIZE_SMOOTH}, Case{8, RESIZE_NEAREST}, Case{8, RESIZE_AREA}}) {
+    engine::Picture with, without, into;
+    const T_PaletteEntry palette[2] = {{0, 0, 0, 0}, {255, 255, 255, 0}};
+    for (engine::Picture* p : {&with, &without}) {
+      ASSERT_EQ(p->Make(engine::Kind::kBlock, {50, 40, c.bits}, 3), "");
+      if (c.bits == 1) T_SetBitmapNewPalette(&p->record, palette, 2);
+    }
+    ASSERT_EQ(into.MakeBlank(engine::Kind::kBlock, {20, 15, c.bits}), "");
+    if (c.bits == 8) {
+      ASSERT_EQ(T_ResizeBitmap(&with.record, &into.record, c.other | RESIZE_INK_COUNT), SUCCESS);
+    }
+    ASSERT_EQ(T_SizeBitmap(&with.record, 20, 15, c.other | RESIZE_INK_COUNT), SUCCESS);
+    ASSERT_EQ(T_SizeBitmap(&without.record, 20, 15, c.other), SUCCESS);
+    for (uint32_t row = 0; row < 15; ++row) {
+      EXPECT_EQ(Row(with.record, row), Row(without.record, row)) << c.bits << " bits, flags " << c.other;
+      if (c.bits == 8) {
+        EXPECT_EQ(Row(into.record, row), Row(without.record, row));
+      }
+    }
+  }
 }
 
 // ---- Perspectives, regions, overlays -------------------------------------------------------------------------------
@@ -318,7 +358,16 @@ TEST(Resize, RegionsAndOverlaysGoAlong) {
     EXPECT_EQ(V(destination.Overlays->Items()[0].bitmap.Width), 10);
     EXPECT_EQ(V(destination.Overlays->Items()[0].bitmap.Height), 12);
   }
+  b.Region = 7;
+  destination.Region = 0;
+  ASSERT_EQ(T_ResizeBitmap(&b, &destination, 0), SUCCESS);
+  EXPECT_EQ(V(destination.Region), 0u) << "there is none to scale";
+  destination.Region = 5;
+  ASSERT_EQ(T_ResizeBitmap(&b, &b, 0), SUCCESS) << "into itself";
+  EXPECT_EQ(V(b.Region), 7020010u);
+  EXPECT_EQ(b.Overlays->Items()[0].left, -3);
   regionAnswer = -77;
+  EXPECT_EQ(T_ResizeBitmap(&b, &destination, 0), -77);
   EXPECT_EQ(T_SizeBitmap(&b, 10, 5, 0), -77);
   EXPECT_EQ(V(b.Width), 20);
   EXPECT_EQ(b.Overlays->Items()[0].left, -3);
@@ -331,6 +380,66 @@ TEST(Resize, RegionsAndOverlaysGoAlong) {
   EXPECT_EQ(T_KrnSizeBitmapRgn(nullptr, 1, 1), ERR_INVALID_PARAMETER);
   T_SetRegionHooks(before);
   b.Region = destination.Region = 0;
+}
+
+TEST(Resize, PositionsOfOverlaysAreHeldToTheirRange) {
+  Bitmap b(20, 10, 8);
+  ASSERT_EQ(T_AllocateBitmap(&b, TYPE_CONV), SUCCESS);
+  constexpr int32_t kPositions[][2] = {{INT32_MAX, INT32_MIN}, {INT32_MIN, INT32_MAX}, {3, -3}};
+  for (int32_t i = 0; i < 3; ++i) {  // without bitmaps
+    const T_OverlayAttributes place{sizeof place, kPositions[i][0], kPositions[i][1], 0, 0, 0};
+    ASSERT_EQ(T_SetOverlayAttributes(&b, i, &place, T_OVERLAY_POSITION), SUCCESS);
+  }
+  ASSERT_EQ(T_SizeBitmap(&b, 50, 25, 0), SUCCESS);
+  for (int32_t i = 0; i < 3; ++i) {
+    T_OverlayAttributes got;
+    ASSERT_EQ(T_GetOverlayAttributes(&b, i, &got, sizeof got), SUCCESS);
+    EXPECT_EQ(got.Left, i < 2 ? kPositions[i][0] : 7);
+    EXPECT_EQ(got.Top, i < 2 ? kPositions[i][1] : -8);
+  }
+}
+
+TEST(Resize, RefusedCallsKeepTheBitmap) {
+  struct Case {
+    int32_t bits;
+    uint32_t order, flags;
+    Extents size;
+  };
+  constexpr Case cases[] = {{1, 0, RESIZE_INK_COUNT, {20, 4}}, {1, 0, RESIZE_INK_COUNT, {7, 3}},
+                            {1, 0, RESIZE_SMOOTH, {50, 10}},   {4, 0, RESIZE_NEAREST, {50, 10}},
+                            {8, 0, RESIZE_AREA, {50, 10}},     {12, 2, RESIZE_AREA, {25, 1}},
+                            {16, 2, RESIZE_SMOOTH, {50, 10}},  {16, 1, RESIZE_SMOOTH, {25, 6}},
+                            {24, 1, RESIZE_AREA, {25, 1}},     {24, 1, RESIZE_SMOOTH, {50, 10}}};
+  for (const Case& c : cases) {
+    for (const auto kind : {engine::Kind::kBlock, engine::Kind::kDisk}) {
+      SCOPED_TRACE(testing::Message() << c.bits << " bits, flags " << c.flags << ", " << NameOf(kind));
+      engine::Picture picture, mask;
+      engine::Bytes before, after;
+      ASSERT_EQ(mask.Make(engine::Kind::kBlock, {5, 4, 8}, 2), "");
+      const auto make = [&] {
+        ASSERT_EQ(picture.Make(kind, {40, 9, c.bits}, 2), "");
+        picture.record.Order = c.order;
+        const T_PaletteEntry palette[2] = {{0, 0, 0, 0}, {255, 255, 255, 0}};
+        if (c.bits == 1) T_SetBitmapNewPalette(&picture.record, palette, 2);
+        ASSERT_EQ(T_SetOverlayBitmap(&picture.record, 0, &mask.record, T_OVERLAY_COPY), SUCCESS);
+      };
+      make();
+      ASSERT_EQ(engine::ReadPixels(picture.record, before), "");
+      const auto held = tarn::platform::Held();
+      const auto judge = [&](int32_t status, bool refused) {
+        if (status == SUCCESS && refused) make();
+        if (status == SUCCESS && !refused) return;
+        ASSERT_EQ(picture.record.Width, 40);
+        ASSERT_EQ(V(picture.record.Overlays->Items()[0].bitmap.Width), 5);
+        ASSERT_EQ(engine::ReadPixels(picture.record, after), "");
+        ASSERT_EQ(after, before);
+        ASSERT_TRUE(SameHeld(held, tarn::platform::Held()));
+      };
+      EXPECT_GE(
+          RefuseEachCall([&] { return T_SizeBitmap(&picture.record, c.size.width, c.size.height, c.flags); }, judge),
+          4u);
+    }
+  }
 }
 
 // ---- Cancelling ----------------------------------------------------------------------------------------------------
@@ -437,9 +546,28 @@ TEST(ResizeRows, UpwardsCountsAreThoseOfTheRowAbove) {
     EXPECT_EQ(T_Resize(&pixels, 6, 8, &width, &count, state), down[6]);  // a jump
     EXPECT_EQ(state->Backward, 0);
     EXPECT_EQ(T_Resize(&pixels, 7, 8, &width, &count, state), down[7]);
-    EXPECT_EQ(T_Resize(nullptr, 7, 8, &width, &count, state), ERR_INVALID_PARAMETER);
+    const int32_t refused[] = {
+        T_Resize(nullptr, 7, 8, &width, &count, state), T_Resize(&pixels, 7, 8, nullptr, &count, state),
+        T_Resize(&pixels, 7, 8, &width, nullptr, state), T_Resize(&pixels, 7, 8, &width, &count, nullptr)};
+    for (const int32_t status : refused) EXPECT_EQ(status, ERR_INVALID_PARAMETER);
     T_StopResize(state);
   }
+  // Nothing is moved where the extents stay, and at depths that do not exist.
+  uint64_t pixels = 0x0807060504030201;
+  for (const Extents& size : {Extents{8, 10}, Extents{4, 10}}) {
+    ResizeRowState* state = nullptr;
+    int32_t width = 0, count = 0;
+    ASSERT_EQ(T_StartResize(8, 10, size.width, size.height, &state), SUCCESS);
+    EXPECT_EQ(T_Resize(&pixels, 0, size.width == 8 ? 8 : 9, &width, &count, state), 1);
+    EXPECT_EQ(width, size.width);
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(pixels, 0x0807060504030201u);
+    T_StopResize(state);
+  }
+  ResizeRowState* none = nullptr;
+  EXPECT_EQ(T_StartResize(0, 8, 4, 4, &none), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_StartResize(8, 0, 4, 4, &none), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(none, nullptr);
   EXPECT_EQ(T_StopResize(nullptr), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_StartResize(8, 8, 4, 4, nullptr), ERR_INVALID_PARAMETER);
 }
@@ -454,13 +582,41 @@ TEST(ResizeRows, LinesFromAnyPixelAndInPlace) {
   EXPECT_EQ(target, (Bytes{0x14, 0x10, 0}));  // 0001 0010 0011 0100 0101 0110: 0 1 0 1 ..
   target.assign(3, 0xEE);
   T_GetResizedScanLine(9, 3, 0, 1, 0, 0, source.data(), target.data(), 2, 2, 0);
+  T_ReverseGetResizedScanLine(9, 3, 0, 1, 0, 0, source.data(), target.data(), 2, 2, 0);
   T_ReverseGetResizedScanLine(8, 3, 0, 1, 0, 0, nullptr, target.data(), 2, 2, 0);
+  T_ReverseGetResizedScanLine(8, 3, 0, 1, 0, 0, source.data(), nullptr, 2, 2, 0);
+  T_GetResizedScanLine(8, 3, 0, 1, 0, 0, nullptr, target.data(), 2, 2, 0);
+  T_GetResizedScanLine(8, 3, 0, 1, 0, 0, source.data(), nullptr, 2, 2, 0);
+  T_GetResizedScanLine(1, 3, 0, 1, 0, 0, source.data(), target.data(), 0, 2, 0);
   EXPECT_EQ(target, Bytes(3, 0xEE));
   Bytes line(700);
   for (size_t i = 0; i < 300; ++i) line[i] = static_cast<uint8_t>(i * 7);
   const Bytes old = line;
   T_ReverseGetResizedScanLine(8, 0, 0, 0, 0, 300, line.data(), line.data(), 700, 700, 1);
   for (size_t i = 0; i < 700; ++i) ASSERT_EQ(line[i], old[i * 300 / 700]) << i;
+  // Long lines go in parts: wherever one begins, the accumulator is what it would be.
+  struct Steps {
+    int32_t step, accumulator, remainder, divisor;
+  };
+  Bytes from(2000);
+  engine::Random random(4);
+  for (uint8_t& byte : from) byte = random.Byte();
+  for (const Steps& s : {Steps{1, 0, 300, 700}, Steps{0, -2000, 5, 700}, Steps{1, -400, 1, 1}, Steps{0, 0, 0, 0},
+                         Steps{1, 0, 3, -5}, Steps{1, 2000, 3, 7}, Steps{0, 0, 0, 9}}) {
+    Bytes wanted, down(700), up(700);
+    int64_t accumulator = s.accumulator;
+    for (size_t i = 0, at = 5; i < 700; ++i) {
+      wanted.push_back(from.at(at));
+      accumulator += s.remainder;
+      const bool over = accumulator >= s.divisor;
+      at += static_cast<size_t>(s.step + over);
+      accumulator -= over ? s.divisor : 0;
+    }
+    T_GetResizedScanLine(8, 0, 5, s.step, s.accumulator, s.remainder, from.data(), down.data(), 700, s.divisor, 0);
+    T_ReverseGetResizedScanLine(8, 0, 5, s.step, s.accumulator, s.remainder, from.data(), up.data(), 700, s.divisor, 0);
+    EXPECT_EQ(down, wanted) << s.accumulator << ", " << s.divisor;
+    EXPECT_EQ(up, wanted) << s.accumulator << ", " << s.divisor;
+  }
 }
 
 }  // namespace
