@@ -233,8 +233,7 @@ class Warp {
       pixels += span.end - span.first;
     }
     if (pixels == 0) return SUCCESS;
-    WarpBox box;
-    sampler_.Enlarge(box, reach);
+    const WarpBox box = sampler_.BoxOf(reach);
     if (!sampler_.Direct() && !sampler_.Holds(box) && pixels > 1) {
       const bool across = right - left > 1;
       const int64_t column = across ? (left + right) / 2 : right;

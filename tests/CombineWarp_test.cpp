@@ -302,20 +302,75 @@ TEST(CombineWarp, SamplesOfEveryLevel) {
 /// Boxes of the source are read, in halves where they are large; others sample in place.
 TEST(CombineWarp, LargeSourcesOnDisk) {
   const Shape shape{4500, 2300, 8};
-  const Quad q{{{300, 900}, {256 * 70, -500}, {256 * 66, 256 * 40}, {0, 256 * 47}}};
+  // The second one stands on a corner: even a single column sees all of the source.
+  const Quad quads[] = {{{{300, 900}, {256 * 70, -500}, {256 * 66, 256 * 29}, {0, 256 * 30}}},
+                        {{{256 * 20, 0}, {256 * 40, 256 * 15}, {256 * 20, 256 * 30}, {0, 256 * 15}}}};
   Picture inMemory, onDisk;
   ASSERT_EQ(inMemory.Make(Kind::kBlock, shape, 3), "");
   ASSERT_EQ(onDisk.Make(Kind::kDisk, shape, 3), "");
   T_CreateBitmapGrayPalette(&inMemory.record);
   T_CreateBitmapGrayPalette(&onDisk.record);
   for (const uint32_t flags : {T_WARP_NEAREST, T_WARP_BILINEAR}) {
-    Picture a, b;
-    ASSERT_EQ(a.Make(Kind::kBlock, {700, 50, 12}, 3), "");
-    ASSERT_EQ(b.Make(Kind::kDisk, {700, 50, 12}, 3), "");
-    ASSERT_EQ(T_CombineBitmapWarp(&a.record, q.p, &inMemory.record, nullptr, flags), SUCCESS);
-    ASSERT_EQ(T_CombineBitmapWarp(&b.record, q.p, &onDisk.record, nullptr, flags), SUCCESS);
-    EXPECT_EQ(PixelsOf(a.record), PixelsOf(b.record));
+    for (const Quad& q : quads) {
+      Picture a, b;
+      ASSERT_EQ(a.Make(Kind::kBlock, {700, 50, 12}, 3), "");
+      ASSERT_EQ(b.Make(Kind::kDisk, {700, 50, 12}, 3), "");
+      ASSERT_EQ(T_CombineBitmapWarp(&a.record, q.p, &inMemory.record, nullptr, flags), SUCCESS);
+      ASSERT_EQ(T_CombineBitmapWarp(&b.record, q.p, &onDisk.record, nullptr, flags), SUCCESS);
+      EXPECT_EQ(PixelsOf(a.record), PixelsOf(b.record));
+    }
   }
+}
+
+// Rows of a quadrilateral that leans begin and end at other tiles, and tiles are empty: each part is as if alone.
+TEST(CombineWarp, WideDestinations) {
+  constexpr int32_t kWidth = 1500, kHeight = 40, kPart = 300;
+  const Quad q{{{-100, 0}, {256 * 210, 0}, {256 * 1490, 256 * 39}, {256 * 1300, 256 * 40}}};
+  for (const Kind kind : {Kind::kBlock, Kind::kDisk}) {
+    Picture source, whole;
+    ASSERT_EQ(source.Make(kind, {90, 70, 24}, 3), "");
+    ASSERT_EQ(whole.Make(Kind::kBlock, {kWidth, kHeight, 24}, 4), "");
+    for (const uint32_t flags : {T_WARP_NEAREST, T_WARP_BILINEAR}) {
+      ASSERT_EQ(T_CombineBitmapWarp(&whole.record, q.p, &source.record, nullptr, flags), SUCCESS);
+      for (int32_t left = 0; left < kWidth; left += kPart) {
+        Picture part;
+        ASSERT_EQ(part.Make(Kind::kBlock, {kWidth, kHeight, 24}, 4), "");
+        tarn::test::Bitmap window(kPart, kHeight, 24);
+        ASSERT_EQ(T_AllocateBitmap(&window, TYPE_CONV), SUCCESS);
+        window.Order = part.record.Order;
+        ASSERT_EQ(T_CombineBitmapKrn(&window, 0, 0, &part.record, left, 0, kPart, kHeight, T_COMBINE_COPY), SUCCESS);
+        Quad moved = q;
+        for (T_WarpPoint& p : moved.p) p.x -= 256 * left;
+        ASSERT_EQ(T_CombineBitmapWarp(&window, moved.p, &source.record, nullptr, flags), SUCCESS);
+        for (uint32_t y = 0; y < kHeight; ++y) {
+          const Bytes got = tarn::test::Row(whole.record, y), wanted = tarn::test::Row(window, y);
+          ASSERT_EQ(std::memcmp(got.data() + 3 * left, wanted.data(), 3 * kPart), 0)
+              << NameOf(kind) << ", column " << left << ", row " << y;
+        }
+      }
+    }
+  }
+}
+
+// As wide as an area may be: a row of colours that takes all of the memory for a box.
+TEST(CombineWarp, WidestArea) {
+  constexpr int32_t kMost = T_WARP_LIMIT / 256;
+  Picture source, gray;
+  ASSERT_EQ(source.Make(Kind::kDisk, {kMost + 1, 2, 1}, 3), "");
+  ASSERT_EQ(gray.Make(Kind::kBlock, {kMost + 1, 2, 1}, 3), "");
+  ASSERT_EQ(T_GrayScaleBitmap(&gray.record, 8), SUCCESS);
+  Picture a, b;
+  ASSERT_EQ(a.Make(Kind::kBlock, {40, 30, 24}, 3), "");
+  ASSERT_EQ(b.Make(Kind::kBlock, {40, 30, 24}, 3), "");
+  const Quad q{{{0, 100}, {256 * 40, 0}, {256 * 39, 256 * 29}, {0, 256 * 30}}};
+  const T_Rect area{1, 0, kMost + 1, 2};
+  EXPECT_EQ(T_CombineBitmapWarp(&a.record, q.p, &source.record, nullptr, T_WARP_BILINEAR), ERR_INVALID_PARAMETER);
+  ASSERT_EQ(T_CombineBitmapWarp(&a.record, q.p, &source.record, &area, T_WARP_BILINEAR), SUCCESS);
+  ASSERT_EQ(T_CombineBitmapWarp(&b.record, q.p, &gray.record, &area, T_WARP_BILINEAR), SUCCESS);
+  EXPECT_EQ(PixelsOf(a.record), PixelsOf(b.record));
+  tarn::test::Bitmap high(1, kMost + 1, 1);
+  ASSERT_EQ(T_AllocateBitmap(&high, TYPE_USER), SUCCESS);
+  EXPECT_EQ(T_CombineBitmapWarp(&a.record, q.p, &high, nullptr, T_WARP_BILINEAR), ERR_INVALID_PARAMETER);
 }
 
 TEST(CombineWarp, OntoItself) {
@@ -343,9 +398,11 @@ TEST(CombineWarp, Refusals) {
     return T_CombineBitmapWarp(&target.record, q.p, &source.record, area, flags);
   };
   EXPECT_EQ(T_CombineBitmapWarp(nullptr, whole.p, &source.record, nullptr, 0), ERR_NO_BITMAP);
+  EXPECT_EQ(T_CombineBitmapWarp(&target.record, whole.p, nullptr, nullptr, 0), ERR_NO_BITMAP);
   EXPECT_EQ(T_CombineBitmapWarp(&target.record, nullptr, &source.record, nullptr, 0), ERR_INVALID_PARAMETER);
   EXPECT_EQ(call(whole, nullptr, 2), ERR_INVALID_PARAMETER);
-  for (const T_Rect& area : {T_Rect{0, 0, 21, 10}, T_Rect{-1, 0, 5, 5}, T_Rect{5, 5, 5, 8}, T_Rect{5, 5, 8, 4}})
+  for (const T_Rect& area : {T_Rect{0, 0, 21, 10}, T_Rect{-1, 0, 5, 5}, T_Rect{5, 5, 5, 8}, T_Rect{5, 5, 8, 4},
+                             T_Rect{0, -1, 5, 5}, T_Rect{0, 0, 5, 11}})
     EXPECT_EQ(call(whole, &area), ERR_INVALID_PARAMETER);
   constexpr int32_t kLimit = T_WARP_LIMIT;
   const Quad bad[] = {{{{0, 0}, {0, 0}, {900, 900}, {0, 900}}},      // two corners in one place
@@ -353,7 +410,10 @@ TEST(CombineWarp, Refusals) {
                       {{{0, 0}, {900, 900}, {900, 0}, {0, 900}}},    // edges that cross
                       {{{0, 0}, {2000, 0}, {300, 300}, {0, 2000}}},  // a corner that points inwards
                       {{{5, 5}, {5, 5}, {5, 5}, {5, 5}}},            //
-                      {{{-kLimit - 1, 0}, {900, 0}, {900, 900}, {0, 900}}}};
+                      {{{-kLimit - 1, 0}, {900, 0}, {900, 900}, {0, 900}}},
+                      {{{0, 0}, {kLimit + 1, 0}, {900, 900}, {0, 900}}},
+                      {{{0, -kLimit - 1}, {900, 0}, {900, 900}, {0, 900}}},
+                      {{{0, 0}, {900, 0}, {900, kLimit + 1}, {0, 900}}}};
   for (const Quad& q : bad) EXPECT_EQ(call(q), ERR_INVALID_PARAMETER);
   EXPECT_EQ(call(Rectangle(30, 0, 5, 5)), SUCCESS) << "beside the destination";
   EXPECT_EQ(call(Rectangle(0, -9, 5, 9)), SUCCESS);

@@ -343,18 +343,21 @@ Bytes PixelsOf(const BitmapHandle& record) {
 TEST(Combine, EveryStorageOntoEveryOther) {
   const tarn::engine::ThresholdScope scope;
   for (const int32_t bits : {1, 5, 24}) {
-    const tarn::engine::Shape shape{43, 11, bits};
+    const tarn::engine::Shape shape{64, 11, bits};  // rows without padding
     for (int from = 0; from < tarn::engine::kKinds; ++from) {
       for (int to = 0; to < tarn::engine::kKinds; ++to) {
         if (!shape.Suits(static_cast<Kind>(from)) || !shape.Suits(static_cast<Kind>(to))) continue;
-        Bytes wanted;
-        for (const bool block : {true, false}) {
-          Picture source, target;
-          ASSERT_EQ(source.Make(block ? Kind::kBlock : static_cast<Kind>(from), shape, 1), "");
-          ASSERT_EQ(target.Make(block ? Kind::kBlock : static_cast<Kind>(to), shape, 2), "");
-          ASSERT_EQ(Call(target.record, source.record, {5, 2, 8, -1, 30, 8}, T_COMBINE_XOR), SUCCESS);
-          if (block) wanted = PixelsOf(target.record);
-          ASSERT_EQ(PixelsOf(target.record), wanted) << from << " onto " << to << ", " << bits;
+        for (const Place& p : {Place{5, 2, 8, -1, 30, 8}, Place{0, 2, 0, 1, 64, 8}, Place{8, 2, 8, 1, 24, 8}}) {
+          if (bits != 24 && p.left != 5) continue;
+          Bytes wanted;
+          for (const bool block : {true, false}) {
+            Picture source, target;
+            ASSERT_EQ(source.Make(block ? Kind::kBlock : static_cast<Kind>(from), shape, 1), "");
+            ASSERT_EQ(target.Make(block ? Kind::kBlock : static_cast<Kind>(to), shape, 2), "");
+            ASSERT_EQ(Call(target.record, source.record, p, p.left == 5 ? T_COMBINE_XOR : T_COMBINE_COPY), SUCCESS);
+            if (block) wanted = PixelsOf(target.record);
+            ASSERT_EQ(PixelsOf(target.record), wanted) << from << " onto " << to << ", " << bits << Text(p, 0);
+          }
         }
       }
     }
@@ -394,7 +397,7 @@ TEST(Combine, BitmapsInTheSameMemory) {
   Random random(5);
   for (uint8_t& byte : memory) byte = random.Byte();
   const Bytes before = memory;
-  for (const int32_t windowWidth : {64, 32}) {
+  for (const int32_t windowWidth : {64, 32, 80}) {
     for (const int32_t offset : {0, 1, 64, 130}) {
       memory = before;
       tarn::test::Bitmap whole(64, 20, 8), window(windowWidth, 8, 8);
@@ -405,7 +408,7 @@ TEST(Combine, BitmapsInTheSameMemory) {
       ASSERT_EQ(Call(whole, window, {0, 1, 0, 0, 64, 8}, T_COMBINE_COPY), SUCCESS);
       Bytes wanted = before;
       for (size_t y = 0; y < 8; ++y)
-        for (size_t x = 0; x < static_cast<size_t>(windowWidth); ++x)
+        for (size_t x = 0; x < static_cast<size_t>(std::min(windowWidth, 64)); ++x)
           wanted[(y + 1) * 64 + x] = before[static_cast<size_t>(offset) + y * static_cast<size_t>(windowWidth) + x];
       ASSERT_EQ(memory, wanted) << windowWidth << ", " << offset;
     }
@@ -457,6 +460,7 @@ TEST(Combine, ChecksInTheirOrder) {
   for (const unsigned flags : {11u, 0x800u, 0x80000000u})
     EXPECT_EQ(Call(target, source, all, flags), ERR_INVALID_PARAMETER);
   EXPECT_EQ(Call(target, source, {0, 0, 0, 0, -1, 4}, 0), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(Call(target, source, {0, 0, 0, 0, 20, -4}, 0), ERR_INVALID_PARAMETER);
   source.Width = 99;
   EXPECT_EQ(Call(target, source, all, 0), ERR_INVALID_PARAMETER);
   source.Width = 20;

@@ -88,16 +88,13 @@ void WarpSampler::Hold(WarpRow& row) const noexcept {
   row.lastY = static_cast<int32_t>(256 * window_.lastRow + (bilinear_ ? 0 : 255));
 }
 
-void WarpSampler::Enlarge(WarpBox& box, const WarpReach& reach) const noexcept {
-  if (reach.mostX < 0) return;
+WarpBox WarpSampler::BoxOf(const WarpReach& reach) const noexcept {
   const auto end = [this](int32_t most, int64_t last) noexcept {
     const int64_t pixel = (most >> 8) + (bilinear_ ? 1 : 0);
     return (pixel < last ? pixel : last) + 1;
   };
-  if (reach.leastX >> 8 < box.left) box.left = reach.leastX >> 8;
-  if (reach.leastY >> 8 < box.top) box.top = reach.leastY >> 8;
-  if (const int64_t right = end(reach.mostX, window_.lastColumn); right > box.right) box.right = right;
-  if (const int64_t bottom = end(reach.mostY, window_.lastRow); bottom > box.bottom) box.bottom = bottom;
+  return {reach.leastX >> 8, reach.leastY >> 8, end(reach.mostX, window_.lastColumn),
+          end(reach.mostY, window_.lastRow)};
 }
 
 /// Pixels of a row from a bit of `part` on, in units of their own.

@@ -14,7 +14,7 @@ namespace tarn {
 
 /// Pixels of the area that samples come from.
 struct WarpBox {
-  int64_t left = INT64_MAX, top = INT64_MAX, right = 0, bottom = 0;
+  int64_t left, top, right, bottom;
 };
 
 class WarpSampler {
@@ -37,8 +37,8 @@ class WarpSampler {
 
   /// Places of a row, from the area's upper left corner, are moved to the centres of pixels and held to the area.
   void Hold(WarpRow& row) const noexcept;
-  /// Enlarges the box by what places of such rows need.
-  void Enlarge(WarpBox& box, const WarpReach& reach) const noexcept;
+  /// What places of such rows need, of which there are some.
+  [[nodiscard]] WarpBox BoxOf(const WarpReach& reach) const noexcept;
   /// Prepares for samples from a box of the area that begins at a column and row of the source.
   Status Read(const WarpBox& box, int64_t areaLeft, int64_t areaTop) noexcept;
   /// Of places of such rows, in the box that was read.
