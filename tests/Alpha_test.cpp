@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Holding.h"
 #include "Scope.h"
 #include "engine/Picture.h"
 #include "tarn/flip.h"
@@ -118,9 +119,89 @@ TEST(Alpha, IsTurnedToTheTargetsPerspective) {
   }
 }
 
+// Levels of fewer bits than the target's are widened, whatever says which they are.
+TEST(Alpha, OfSignificantBits) {
+  struct Range {
+    int32_t low, high;
+  };
+  for (const Range& range : {Range{0, 15}, Range{-1, -1}, Range{0, 11}, Range{4, 15}, Range{2, 9}}) {
+    SCOPED_TRACE(testing::Message() << range.low << ".." << range.high);
+    Bitmap target, alpha, levels;
+    ASSERT_EQ(T_CreateBitmap(&target, 212, TYPE_CONV, 15, 12, 64, 1, nullptr, 1, nullptr, 0), SUCCESS);
+    MakeAlpha(alpha, 15, 12, 16);
+    alpha.LowBit = range.low;
+    alpha.HighBit = range.high;
+    ASSERT_EQ(T_CreateGrayScaleBitmap(&levels, &alpha, 16, 212), SUCCESS);
+    ASSERT_EQ(T_SetBitmapAlpha(&target, &alpha), SUCCESS);
+    for (uint32_t y = 0; y < 12; ++y) {
+      const Bytes got = Row(target, y), wanted = Row(levels, y);
+      for (size_t x = 0; x < 15; ++x) ASSERT_EQ(std::memcmp(&got[8 * x + 6], &wanted[2 * x], 2), 0) << x << ", " << y;
+    }
+  }
+}
+
+TEST(Alpha, GrayHasNone) {
+  for (const int32_t bits : {16, 32}) {
+    Bitmap gray, alpha, mask;
+    ASSERT_EQ(T_CreateBitmap(&gray, 212, TYPE_CONV, 15, 12, bits, T_ORDER_GRAY, nullptr, 1, nullptr, 0), SUCCESS);
+    Fill(gray, 3);
+    ASSERT_EQ(T_GetBitmapAlpha(&gray, &alpha, 212), SUCCESS);
+    for (uint32_t y = 0; y < 12; ++y) EXPECT_EQ(Row(alpha, y), Bytes(alpha.BytesPerLine));
+    MakeAlpha(mask, 15, 12, 8);
+    ASSERT_EQ(T_SetBitmapAlpha(&gray, &mask), SUCCESS);
+    EXPECT_EQ(gray.BitsPerPixel, 32);
+    EXPECT_NE(gray.Order, uint32_t{T_ORDER_GRAY});
+    EXPECT_EQ(Row(gray, 5)[4 * 6 + 3], Level(6, 5));
+  }
+}
+
+TEST(Alpha, RefusedCallsChangeNothing) {
+  engine::Picture target;
+  ASSERT_EQ(target.Make(engine::Kind::kDisk, {15, 6, 32}, 4), "");
+  target.record.ViewPerspective = 1;
+  Bitmap mask, onDisk, out;
+  MakeAlpha(mask, 15, 12, 8);
+  ASSERT_EQ(T_CopyBitmap2(&onDisk, &mask, TYPE_DISK, 212), SUCCESS);
+  engine::Bytes before, after;
+  ASSERT_EQ(engine::ReadPixels(target.record, before), "");
+  auto held = tarn::platform::Held();
+  EXPECT_GE(RefuseEachCall([&] { return T_GetBitmapAlpha(&target.record, &out, 212); },
+                           [&](int32_t status, bool) {
+                             EXPECT_EQ((out.Flags & T_FLAG_ALLOCATED) != 0, status == SUCCESS);
+                             T_FreeBitmap(&out);
+                             EXPECT_TRUE(SameHeld(held, tarn::platform::Held()));
+                           }),
+            5u);
+  for (Bitmap* alpha : {&mask, &onDisk}) {
+    held = tarn::platform::Held();
+    EXPECT_GE(RefuseEachCall([&] { return T_SetBitmapAlpha(&target.record, alpha); },
+                             [&](int32_t status, bool) {
+                               ASSERT_EQ(engine::ReadPixels(target.record, after), "");
+                               if (status == SUCCESS) before = after;
+                               EXPECT_EQ(after, before);
+                               EXPECT_TRUE(SameHeld(held, tarn::platform::Held()));
+                             }),
+              5u);
+    EXPECT_EQ(Row(target.record, 5)[4 * 6 + 3], Level(6, 5));
+  }
+}
+
 TEST(Alpha, RefusesAndAsksTheHook) {
   Bitmap none, b, alpha;
   ASSERT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, 5, 5, 32, 1, nullptr, 1, nullptr, 0), SUCCESS);
+  Bitmap other, damaged;
+  for (Bitmap* each : {&other, &damaged})
+    ASSERT_EQ(T_CreateBitmap(each, 212, TYPE_CONV, 5, 5, 0, 0, nullptr, 1, nullptr, 0), SUCCESS);
+  damaged.BytesPerLine = 1;
+  for (const int32_t status :
+       {T_GetBitmapAlpha(&b, &b, 212), T_GetBitmapAlpha(&damaged, &alpha, 212), T_SetBitmapAlpha(nullptr, &b),
+        T_SetBitmapAlpha(&b, nullptr), T_SetBitmapAlpha(&none, &b), T_SetBitmapAlpha(&b, &damaged)})
+    EXPECT_EQ(status, ERR_INVALID_PARAMETER);
+  other.StructSize = 211;
+  EXPECT_EQ(T_SetBitmapAlpha(&b, &other), ERR_BAD_STRUCT_SIZE);
+  EXPECT_EQ(T_SetBitmapAlpha(&other, &b), ERR_BAD_STRUCT_SIZE);
+  EXPECT_EQ(T_GetBitmapAlpha(&other, &alpha, 212), ERR_BAD_STRUCT_SIZE);
+  other.StructSize = sizeof(BitmapHandle);
   EXPECT_EQ(T_GetBitmapAlpha(nullptr, &alpha, 212), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_GetBitmapAlpha(&none, &alpha, 212), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_GetBitmapAlpha(&b, nullptr, 212), ERR_INVALID_PARAMETER);
@@ -134,9 +215,13 @@ TEST(Alpha, RefusesAndAsksTheHook) {
   const T_BitmapCreationHook old =
       T_SetBitmapCreationHook([](BitmapHandle*, BitmapHandle*, int32_t a, int32_t c) { return a + c == 0 ? -77 : 0; });
   EXPECT_EQ(T_GetBitmapAlpha(&b, &alpha, 212), -77);
-  T_SetBitmapCreationHook(old);
   EXPECT_TRUE(SameHeld(before, tarn::platform::Held()));
   EXPECT_FALSE(alpha.Flags & T_FLAG_ALLOCATED);
+  T_SetBitmapCreationHook([](BitmapHandle* made, BitmapHandle* from, int32_t, int32_t) {
+    return made->Width == from->Width ? static_cast<int32_t>(SUCCESS) : -78;
+  });
+  EXPECT_EQ(T_GetBitmapAlpha(&b, &alpha, 212), SUCCESS);
+  T_SetBitmapCreationHook(old);
 }
 
 TEST(Alpha, FillsARow) {

@@ -75,7 +75,10 @@ TEST(BitmapList, ReplacesAndSets) {
   EXPECT_TRUE(SameHeld(before, tarn::platform::Held()));
   EXPECT_EQ(list.Widths(), (Widths{12, 40}));
   fresh = List::Make(60);
-  EXPECT_EQ(T_ReplaceBitmapListItem(list.handle, 2, &fresh, nullptr, 0), SUCCESS);  // behind the last: no item
+  for (int i = 0; i < 2; ++i) {  // behind the last: no item, whose bitmap is nobody's here
+    EXPECT_EQ(T_ReplaceBitmapListItem(list.handle, 2, &fresh, nullptr, 0), SUCCESS);
+    EXPECT_EQ(FirstDifference(fresh, 60, 3), -1);
+  }
   EXPECT_EQ(list.Widths(), (Widths{12, 40}));
   EXPECT_EQ(T_ReplaceBitmapListItem(list.handle, 3, &fresh, nullptr, 0), ERR_INVALID_PARAMETER);
   list.Append(70);
@@ -87,6 +90,9 @@ TEST(BitmapList, ReplacesAndSets) {
   wrong.StructSize = 211;
   EXPECT_EQ(T_SetBitmapListItem(list.handle, 1, &wrong), ERR_BAD_STRUCT_SIZE);
   EXPECT_EQ(list.handle->Items[1].StructSize, 0u);  // zeroed
+  EXPECT_EQ(T_SetBitmapListItem(list.handle, 1, &item), SUCCESS);
+  EXPECT_EQ(T_SetBitmapListItem(list.handle, 1, nullptr), SUCCESS);
+  EXPECT_EQ(list.handle->Items[1].StructSize, 0u);
   EXPECT_EQ(T_SetBitmapListItem(list.handle, 1, &item), SUCCESS);
   EXPECT_EQ(list.Widths(), (Widths{12, 40, 70}));
 }
@@ -139,7 +145,34 @@ TEST(BitmapList, Refuses) {
   EXPECT_EQ(T_InsertBitmapListItem(list.handle, 0, &b), ERR_BAD_STRUCT_SIZE);
   EXPECT_EQ(T_RemoveBitmapListItem(list.handle, 1, nullptr), ERR_BAD_STRUCT_SIZE);
   EXPECT_EQ(T_MoveBitmapListItems(&made, list.handle, 1, 1), ERR_BAD_STRUCT_SIZE);
+  EXPECT_EQ(T_DeleteBitmapListItems(list.handle, 0, 1), ERR_BAD_STRUCT_SIZE);
+  EXPECT_EQ(T_ReplaceBitmapListItem(list.handle, 0, &b, nullptr, 0), ERR_BAD_STRUCT_SIZE);
   list.handle->Items[0].StructSize = size;
+  const int32_t refused[] = {T_GetBitmapListItem(nullptr, 0, &b, 212),
+                             T_GetBitmapListItem(list.handle, 0, nullptr, 212),
+                             T_SetBitmapListItem(nullptr, 0, &b),
+                             T_RemoveBitmapListItem(nullptr, 0, nullptr),
+                             T_DeleteBitmapListItems(nullptr, 0, 1),
+                             T_ReplaceBitmapListItem(nullptr, 0, &b, nullptr, 0),
+                             T_ReplaceBitmapListItem(list.handle, 0, nullptr, nullptr, 0),
+                             T_MoveBitmapListItems(&made, nullptr, 0, 1),
+                             T_MoveBitmapListItems(&made, list.handle, 2, 1),
+                             T_MoveBitmapListItems(nullptr, list.handle, 0, 1),
+                             T_CopyBitmapListItems(&made, nullptr, 0, 1),
+                             T_CopyBitmapListItems(&made, list.handle, 2, 1),
+                             T_CopyBitmapListItems(&made, list.handle, 0, 0)};
+  for (const int32_t& status : refused) EXPECT_EQ(status, ERR_INVALID_PARAMETER) << &status - refused;
+  EXPECT_EQ(made, nullptr);
+  // Lists that are damaged, or full.
+  T_BitmapList nothing = *list.handle;
+  nothing.Items = nullptr;
+  EXPECT_EQ(T_GetBitmapListItem(&nothing, 0, &b, 212), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_SetBitmapListItem(&nothing, 0, &b), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_CopyBitmapListItems(&made, &nothing, 0, 1), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_RemoveBitmapListItem(&nothing, 0, nullptr), ERR_NULL_POINTER);
+  list.handle->Count = T_LIST_END;
+  EXPECT_EQ(T_InsertBitmapListItem(list.handle, 0, &b), ERR_NO_MEMORY);
+  list.handle->Count = 2;
   EXPECT_EQ(list.Widths(), (Widths{1, 2}));
   T_FreeBitmap(&b);
 }

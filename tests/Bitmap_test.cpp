@@ -32,6 +32,12 @@ TEST(Bitmap, InitDescribesEveryDepth) {
     EXPECT_EQ(b.XResolution, 150);
     EXPECT_EQ(b.Flags | b.Reserved | b.Closing | b.CachedRow, 0u);
   }
+  const int32_t x = T_SetDefaultXResolution(0), y = T_SetDefaultYResolution(72);
+  const Bitmap b(1, 1, 8);
+  T_SetDefaultXResolution(x);
+  T_SetDefaultYResolution(y);
+  EXPECT_EQ(b.XResolution, 150) << "a default of none";
+  EXPECT_EQ(b.YResolution, 72);
 }
 
 TEST(Bitmap, InitRefuses) {
@@ -116,9 +122,12 @@ TEST(Bitmap, CreateGivesPaletteOrderAndPerspective) {
     EXPECT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, 5, 5, 32, T_ORDER_WIDE, nullptr, 1, nullptr, 0),
               ERR_BAD_BITS_PER_PIXEL);
     EXPECT_FALSE(b.Flags & T_FLAG_ALLOCATED);
-    EXPECT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, 5, 5, 48, T_ORDER_WIDE, nullptr, 1, nullptr, 0), SUCCESS);
-    EXPECT_EQ(b.Order, 5u);
-    EXPECT_EQ(V(b.Palette), nullptr);
+    for (const int32_t bits : {24, 48}) {
+      EXPECT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, 5, 5, bits, T_ORDER_WIDE, nullptr, 1, nullptr, 0), SUCCESS);
+      EXPECT_EQ(b.Order, 5u);
+      EXPECT_EQ(V(b.Palette), nullptr);
+      T_FreeBitmap(&b);
+    }
   }
   {
     Bitmap b;
@@ -145,6 +154,11 @@ TEST(Bitmap, CallerMemoryIsUsedAndNeverFreed) {
   Bitmap c(4, 4, 32);
   EXPECT_EQ(T_SetBitmapDataPointer(&c, pixels.data(), 63), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_SetBitmapDataPointer(nullptr, nullptr, 0), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_SetBitmapDataPointer(&c, pixels.data(), 64), SUCCESS);
+  EXPECT_EQ(V(c.Data), pixels.data());
+  Bitmap later;  // its memory comes later
+  EXPECT_EQ(T_CreateBitmap(&later, 212, TYPE_USER, 4, 4, 32, 1, nullptr, 1, nullptr, 0), SUCCESS);
+  EXPECT_EQ(V(later.Data), nullptr);
   c.StructSize = 1;
   EXPECT_EQ(T_SetBitmapDataPointer(&c, nullptr, 0), ERR_BAD_STRUCT_SIZE);
   T_FreeBitmap(&b);
@@ -167,12 +181,24 @@ TEST(Bitmap, LocksOfMovableBlocksNest) {
   EXPECT_EQ(inner, 1);
   ASSERT_NE(V(b.Data), nullptr);
   EXPECT_EQ(T_GetBitmapRow(&b, line, 0, 16), 16);
+  const BitmapHandle locked = b;
+  T_AccessBitmap(&b);
+  EXPECT_EQ(std::memcmp(&locked, static_cast<BitmapHandle*>(&b), sizeof locked), 0);
   T_UnlockBitmap(&b, inner);
   EXPECT_TRUE(b.Flags & T_FLAG_LOCKED);
   T_UnlockBitmap(&b, outer);
   EXPECT_FALSE(b.Flags & T_FLAG_LOCKED);
   EXPECT_EQ(V(b.Data), nullptr);
   EXPECT_EQ(T_LockBitmap(nullptr), 0);
+  T_AccessBitmap(nullptr);
+  T_ReleaseBitmap(nullptr);
+  // What says that it is locked and cannot be.
+  Bitmap plain(4, 4, 32);
+  ASSERT_EQ(T_AllocateBitmap(&plain, TYPE_CONV), SUCCESS);
+  plain.Flags |= T_FLAG_LOCKED;
+  const BitmapHandle before = plain;
+  T_ReleaseBitmap(&plain);
+  EXPECT_EQ(std::memcmp(&before, static_cast<BitmapHandle*>(&plain), sizeof before), 0);
   T_OsFreeHandle(block, 1, L"here");
 }
 

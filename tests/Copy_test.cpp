@@ -4,6 +4,7 @@
 
 #include "Common/Internal/Overlays.h"
 #include "Common/Internal/Rows.h"
+#include "Holding.h"
 #include "Scope.h"
 
 using namespace tarn::test;
@@ -104,6 +105,26 @@ TEST(Copy, GrayParametersAndLookupTableGoAlong) {
   EXPECT_EQ(std::memcmp(V(dup.GrayParams), V(source.GrayParams), 256), 0);
   T_FreeDuplicateBitmap(&dup, DUP_STORAGE);
   EXPECT_EQ(V(dup.LUT), nullptr);
+  const auto held = tarn::platform::Held();
+  for (const bool ofType : {false, true}) {
+    RefuseEachCall([&] { return ofType ? T_CopyBitmap2(&dup, &source, 1, 212) : T_CopyBitmap(&dup, &source, 212); },
+                   [&](int32_t status, bool) {
+                     EXPECT_EQ((dup.Flags & T_FLAG_ALLOCATED) != 0, status == SUCCESS);
+                     if (status == SUCCESS) {
+                       EXPECT_EQ(dup.LUT[5].Red, 55);
+                       T_FreeBitmap(&dup);
+                     }
+                     EXPECT_TRUE(SameHeld(held, tarn::platform::Held()));
+                   });
+  }
+  // To another depth without a table, and from a record that has lost its block of parameters.
+  for (const bool lost : {false, true}) {
+    if (lost) T_FreeGrayParams(&source);
+    ASSERT_EQ(T_DupBitmapNewDim(&dup, &source, 212, 3, 3, 16, DUP_STORAGE), SUCCESS);
+    EXPECT_EQ(V(dup.LUT), nullptr);
+    EXPECT_EQ(static_cast<const uint8_t*>(V(dup.GrayParams))[7], lost ? 0 : 0x5A);
+    T_FreeDuplicateBitmap(&dup, DUP_STORAGE);
+  }
 }
 
 TEST(Copy, DataBetweenAllKinds) {
@@ -128,6 +149,12 @@ TEST(Copy, DataBetweenAllKinds) {
   T_AllocateBitmap(&b, 1);
   EXPECT_EQ(T_CopyBitmapData(&a, &b), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_CopyBitmapData(&a, &a), SUCCESS);
+  EXPECT_EQ(T_CopyBitmapData(nullptr, &a), ERR_NO_BITMAP);
+  EXPECT_EQ(T_CopyBitmapData(&a, nullptr), ERR_NO_BITMAP);
+  const BitmapHandle before = a;
+  T_CopyPlaybackParms(nullptr, &a);
+  T_CopyPlaybackParms(&a, nullptr);
+  EXPECT_EQ(std::memcmp(&before, static_cast<BitmapHandle*>(&a), sizeof before), 0);
   b.StructSize = 5;
   EXPECT_EQ(T_CopyBitmapData(&b, &a), ERR_BAD_STRUCT_SIZE);
   b.StructSize = 212;

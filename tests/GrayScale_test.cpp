@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Holding.h"
 #include "Platform/Here.h"
 #include "Scope.h"
 #include "engine/Picture.h"
@@ -147,6 +148,21 @@ TEST(GrayScale, RefusesInOrderAndKeepsACancelledBitmap) {
   EXPECT_EQ(T_GrayScaleBitmap(&b, 8), ERR_NO_BITMAP);
   ASSERT_EQ(T_CreateBitmap(&b, 212, TYPE_CONV, 20, 30, 4, 0, nullptr, 1, nullptr, 0), SUCCESS);
   EXPECT_EQ(T_GrayScaleBitmap(&b, 9), ERR_BAD_BITS_PER_PIXEL);
+  BitmapHandle made;
+  EXPECT_EQ(T_CreateGrayScaleBitmap(nullptr, &b, 8, 212), ERR_NO_BITMAP);
+  EXPECT_EQ(T_CreateGrayScaleBitmap(&made, nullptr, 8, 212), ERR_NO_BITMAP);
+  EXPECT_EQ(T_CreateGrayScaleBitmap(&made, &b, 8, 211), ERR_BAD_STRUCT_SIZE);
+  EXPECT_EQ(T_CreateGrayScaleBitmap(&b, &b, 8, 211), ERR_BAD_STRUCT_SIZE);
+  EXPECT_EQ(T_CreateGrayScaleBitmap(&made, &b, 9, 212), ERR_BAD_BITS_PER_PIXEL);
+  const auto held = tarn::platform::Held();
+  for (const int32_t bits : {8, 16}) {
+    RefuseEachCall([&] { return T_CreateGrayScaleBitmap(&made, &b, bits, 212); },
+                   [&](int32_t status, bool) {
+                     EXPECT_EQ((made.Flags & T_FLAG_ALLOCATED) != 0, status == SUCCESS);
+                     T_FreeBitmap(&made);
+                     EXPECT_TRUE(SameHeld(held, tarn::platform::Held()));
+                   });
+  }
   Fill(b, 2);
   for (const int32_t answer : {0, -100, 2}) {
     for (int stop = 1; stop <= 30; ++stop) {
@@ -169,6 +185,11 @@ TEST(GrayScale, RefusesInOrderAndKeepsACancelledBitmap) {
       EXPECT_EQ(FirstDifference(b, 2, 30), -1);
     }
   }
+  // The source as its own destination: in place.
+  ASSERT_EQ(T_CreateGrayScaleBitmap(&made, &b, 8, 212), SUCCESS);
+  ASSERT_EQ(T_CreateGrayScaleBitmap(&b, &b, 8, 212), SUCCESS);
+  for (uint32_t row = 0; row < 30; ++row) EXPECT_EQ(Row(b, row), Row(made, row));
+  T_FreeBitmap(&made);
 }
 
 }  // namespace
