@@ -31,8 +31,10 @@ if(WIN32)  # the compiler aligns no stack beyond 16 bytes there, yet moves what 
   list(APPEND tarn_avx2_options -Wa,-muse-unaligned-vector-move)
 endif()
 set(tarn_avx512_options ${tarn_avx2_options}
-  -mavx512f -mavx512cd -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi -mavx512vbmi2 -mavx512vnni -mgfni
-  -Wno-uninitialized -Wno-maybe-uninitialized)  # of the compiler's own intrinsics, before g++ 13
+  -mavx512f -mavx512cd -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi -mavx512vbmi2 -mavx512vnni -mgfni)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")  # of the compiler's own intrinsics, before g++ 13
+  list(APPEND tarn_avx512_options -Wno-uninitialized -Wno-maybe-uninitialized)
+endif()
 if(TARN_SANITIZE MATCHES "address" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # Frames that are kept beyond their return are aligned to 32 bytes, which the widest registers' are not content with.
   list(APPEND tarn_avx512_options --param=asan-use-after-return=0)

@@ -61,12 +61,14 @@ struct Described : Bitmap {
   ditherref::Palette colors;
 };
 
-/// Smooth parts and noise, in whatever format the bytes are read.
+/// Smooth parts, noise about the edges between few levels, and noise, in whatever format the bytes are read.
 Bytes MakeLine(Random& random, size_t bytes, int row) {
   Bytes line(bytes);
-  for (size_t i = 0; i < bytes; ++i)
-    line[i] =
-        i < bytes / 2 ? static_cast<uint8_t>(i / 3 + static_cast<size_t>(row) * 5 + random.Byte() % 8) : random.Byte();
+  for (size_t i = 0; i < bytes; ++i) {
+    line[i] = random.Byte();
+    if (i < bytes / 2) line[i] = static_cast<uint8_t>(i / 3 + static_cast<size_t>(row) * 5 + line[i] % 8);
+    if (i >= bytes / 4 * 3) line[i] = static_cast<uint8_t>(61 + row % 3 * 64 + line[i] % 6);
+  }
   return line;
 }
 

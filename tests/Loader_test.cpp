@@ -168,6 +168,7 @@ TEST(Text, RedirectedOpenGetsANarrowName) {
   EXPECT_EQ(T_RedirectedOpenA("narrow", 0, 0), 77);
   EXPECT_EQ(opened, "narrow");
   EXPECT_EQ(T_RedirectedOpenA(nullptr, 0, 0), -1);
+  EXPECT_EQ(T_RedirectedOpen(L"half a pair: \xD800", 0, 0), -1);  // has no narrow form
   T_RedirectIOA(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
   EXPECT_EQ(T_RedirectedOpenA("no such file, I hope", T_OPEN_READ, 0), -1);
   EXPECT_EQ(opened, "narrow");

@@ -617,6 +617,11 @@ TEST(ResizeRows, LinesFromAnyPixelAndInPlace) {
     EXPECT_EQ(down, wanted) << s.accumulator << ", " << s.divisor;
     EXPECT_EQ(up, wanted) << s.accumulator << ", " << s.divisor;
   }
+  line = Bytes(1400);
+  for (size_t i = 0; i < line.size(); ++i) line[i] = static_cast<uint8_t>(i * 7 ^ i >> 8);
+  const Bytes whole = line;
+  T_GetResizedScanLine(8, 0, 0, 2, 0, 0, line.data(), line.data(), 700, 700, 0);
+  for (size_t i = 0; i < 700; ++i) ASSERT_EQ(line[i], whole[2 * i]) << i;
 }
 
 }  // namespace

@@ -2,7 +2,8 @@
 """Asks the tests whether they would notice: changes one operator or constant of the core at a time, builds, runs the
 suite and tells which changes it did not fail on.
 
-A change that compiles to the same object is no change. A suite that hangs has noticed. Places are drawn from a seed;
+A change that compiles to the same object is no change, and neither is one that tests/mutants.txt has: somebody looked
+at it and found no input that tells it from the original. A suite that hangs has noticed. Places are drawn from a seed;
 one worker in a tree of its own runs on each processor.
 """
 import argparse
@@ -35,6 +36,12 @@ class Mutant:
         self.file, self.line, self.column, self.old, self.new = file, line, column, old, new
         self.state, self.by, self.seconds = "", "", 0.0
 
+    def key(self):
+        """What mutants.txt has of it: the place is told by the text of its line."""
+        text = (ROOT / self.file).read_text().split("\n")[self.line]
+        marked = text[:self.column] + "[" + self.old.strip() + "]" + text[self.column + len(self.old):]
+        return "%s: %s -> %s" % (self.file, " ".join(marked.split()), self.new.strip())
+
     def changed(self, text):
         lines = text.split("\n")
         at = lines[self.line]
@@ -66,6 +73,12 @@ def places(folders):
                 if here:
                     found.append(here)
     return found
+
+
+def known_equal():
+    """The changes of tests/mutants.txt; lines that begin with # say why."""
+    lines = (ROOT / "tests" / "mutants.txt").read_text().split("\n")
+    return {line.strip() for line in lines if line.strip() and not line.startswith("#")}
 
 
 class Tree:
@@ -166,6 +179,7 @@ def main():
     lines = places(options.sources.split(","))
     chance = random.Random(options.seed)
     chosen = [chance.choice(here) for here in chance.sample(lines, min(len(lines), 2 * options.count))]
+    equal = known_equal()
     print("%d lines could change; %d of them do, seed %d" % (len(lines), options.count, options.seed), flush=True)
 
     trees = queue.Queue()
@@ -186,6 +200,9 @@ def main():
         trees.put(tree)
 
     def work(mutant):
+        if mutant.key() in equal:
+            mutant.state = "same"
+            return mutant
         tree = trees.get()
         try:
             return try_mutant(tree, mutant, not options.quick, 3 * seconds + 60)
@@ -205,6 +222,8 @@ def main():
                 count[mutant.state] += 1
                 report.append(str(mutant))
                 print(mutant, flush=True)
+                if mutant.state == "survived":
+                    print("          %s" % mutant.key(), flush=True)
                 if count["killed"] + count["survived"] + len(running) < options.count and time.monotonic() < end:
                     for following in waiting:
                         running.add(pool.submit(work, following))
