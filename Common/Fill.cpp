@@ -160,15 +160,7 @@ Status RequireFillable(const BitmapHandle* bitmap) noexcept {
 
 }  // namespace
 
-Status FillRows(BitmapHandle& bitmap, uint64_t pixel) noexcept {
-  const RowPattern pattern = PatternOf(bitmap, pixel);
-  if (LiesInMemory(bitmap)) {
-    FillInPlace(bitmap, pattern);
-    return SUCCESS;
-  }
-  Progress quiet(bitmap.Height, nullptr, nullptr);
-  return FillEachRow(bitmap, pattern, quiet);
-}
+void FillRows(BitmapHandle& bitmap, uint64_t pixel) noexcept { FillInPlace(bitmap, PatternOf(bitmap, pixel)); }
 
 }  // namespace tarn
 

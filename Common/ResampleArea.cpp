@@ -20,7 +20,7 @@ Status MakeBoxCells(ScaleAxis& axis, bool rounded, Here here) noexcept {
     BoxCell& cell = axis.cells[static_cast<uint64_t>(i)];
     cell.first = static_cast<int32_t>(first);
     cell.firstWeight = static_cast<uint16_t>(4096 - start % 4096);
-    cell.whole = static_cast<int32_t>(end > first ? end - first - 1 : 0);
+    cell.whole = static_cast<int32_t>(end - first - 1);  // a step is 4096 and more, so that one sample lies between
     cell.endWeight = static_cast<uint16_t>(end < from ? stop % 4096 : 0);
     if (cell.Total() > axis.largestTotal) axis.largestTotal = cell.Total();
     const int32_t touched = 1 + cell.whole + (cell.endWeight != 0);

@@ -56,9 +56,9 @@ class FillRow {
     TARN_TRY(T_InitBitmap(&strip, sizeof strip, like.Width, 1, like.BitsPerPixel));
     TARN_TRY(T_AllocateBitmap(&strip, TYPE_USER));
     strip.Data = line_.data();
-    const Status filled = FillRows(strip, pixel);
+    FillRows(strip, pixel);
     T_FreeBitmap(&strip);
-    return filled;
+    return SUCCESS;
   }
   [[nodiscard]] const uint8_t* Data() const noexcept { return line_.data(); }
 

@@ -3,13 +3,12 @@
 
 #include <cstdint>
 
-#include "Common/Internal/Status.h"
 #include "tarn/types.h"
 
 namespace tarn {
 
-/// Gives every pixel of a locked bitmap the number `pixel` (see PixelColor.h), without hooks and progress. The record's
-/// geometry holds. A failure leaves rows filled.
-Status FillRows(BitmapHandle& bitmap, uint64_t pixel) noexcept;
+/// Gives every pixel of a bitmap whose rows lie in memory the number `pixel` (see PixelColor.h), without hooks and
+/// progress. The record's geometry holds.
+void FillRows(BitmapHandle& bitmap, uint64_t pixel) noexcept;
 
 }  // namespace tarn

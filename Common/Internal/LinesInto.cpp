@@ -131,14 +131,12 @@ void LinesInto::Range(uint8_t* line, int64_t pixels) const noexcept {
 }
 
 void LinesInto::Make(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept {
-  if (direct_) {
-    std::memcpy(target, source, BytesOf(pixels, bits_));
-  } else if (levels_) {
+  if (levels_) {
     fromGray_.Convert(target, source, pixels);
   } else {
     lines_.MakePixels(target, source, pixels);
   }
-  if (ranged_ && !direct_) Range(target, pixels);
+  if (ranged_) Range(target, pixels);
 }
 
 }  // namespace tarn

@@ -44,10 +44,10 @@ class LinesInto {
   /// For lines of at most `pixels` pixels. ERR_INVALID_PARAMETER: an order that a depth cannot have;
   /// ERR_BAD_LUT_LENGTH; ERR_NO_MEMORY.
   Status Open(const BitmapHandle& source, const BitmapHandle& target, int64_t pixels, Here here) noexcept;
-  /// Formats are the same: Make would copy.
+  /// Formats are the same: there is nothing to make.
   [[nodiscard]] bool Direct() const noexcept { return direct_; }
-  /// The target does not overlap the source. Only bytes that hold pixels are written; bits behind the last one become
-  /// 0.
+  /// Where formats differ. The target does not overlap the source. Only bytes that hold pixels are written; bits behind
+  /// the last one become 0.
   void Make(uint8_t* target, const uint8_t* source, int64_t pixels) noexcept;
 
  private:
