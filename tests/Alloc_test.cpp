@@ -246,6 +246,7 @@ TEST(Alloc, MemoryInfoChecksAndMoves) {
     }
     EXPECT_EQ(T_SetBitmapMemoryInfo(&b, 2, 0, 0, 0, 0, 0, T_INFO_MEMORY_TYPE), ERR_NO_BITMAP);
     EXPECT_EQ(T_SetBitmapMemoryInfo(&b, 77, 0, 0, 0, 0, 0, T_INFO_MEMORY_TYPE), ERR_INVALID_PARAMETER);
+    EXPECT_EQ(T_SetBitmapMemoryInfo(&b, 0, -1, 0, 0, 0, 0, T_INFO_TILE_SIZE), ERR_INVALID_PARAMETER);
     EXPECT_EQ(FirstDifference(b, 11, 80), -1);
   }
   EXPECT_TRUE(SameHeld(held, tarn::platform::Held()));

@@ -245,6 +245,31 @@ TEST(Bitmap, DamagedOffsetsLeadNowhere) {
   }
 }
 
+// A damaged record's pointer may name what is no block, or no storage at all: neither is taken for one.
+TEST(Bitmap, ForeignPointersAreNoBlocks) {
+  const ThresholdScope scope;
+  T_SetMemoryThresholds(0, 0x7FFFFFFF, 100, 0, 1, 31);
+  Bitmap b(40, 9, 8), tiled(40, 9, 8);
+  ASSERT_EQ(T_AllocateBitmap(&b, TYPE_NOTILED), SUCCESS);
+  ASSERT_EQ(T_AllocateBitmap(&tiled, TYPE_TILED), SUCCESS);
+  Fill(b, 5);
+  Fill(tiled, 6);
+  std::vector<uint8_t> memory(360, 7);
+  const auto held = tarn::platform::Held();
+  for (uint8_t* const foreign : {memory.data(), V(tiled.Data)}) {
+    BitmapHandle damaged = b;
+    damaged.Data = foreign;
+    EXPECT_EQ(T_ChangeBitmapHeight(&damaged, 20), ERR_NO_MEMORY);
+    damaged.GrayParams = nullptr;
+    T_FreeBitmap(&damaged);
+    EXPECT_EQ(damaged.Flags & T_FLAG_ALLOCATED, 0u);
+    EXPECT_TRUE(SameHeld(held, tarn::platform::Held()));
+  }
+  EXPECT_EQ(FirstDifference(b, 5, 9), -1);
+  EXPECT_EQ(FirstDifference(tiled, 6, 9), -1);
+  EXPECT_EQ(memory, std::vector<uint8_t>(360, 7));
+}
+
 TEST(Bitmap, DiskRowsSurviveAFailedGrowthWhateverSizeSays) {
   for (const uint64_t size : {uint64_t{0}, uint64_t{41}, uint64_t{40} * 9, ~uint64_t{}}) {
     Bitmap b(40, 9, 8);

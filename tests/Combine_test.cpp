@@ -48,6 +48,7 @@ constexpr Format kFormats[] = {{1, 0},
                                {8, 0, Colors::kOwn},
                                {12, 2},
                                {12, 2, Colors::kFixed, 2, 9},
+                               {12, 2, Colors::kFixed, 4, 11},
                                {16, 0},
                                {16, 1},
                                {16, 2},
@@ -412,6 +413,47 @@ TEST(Combine, BitmapsInTheSameMemory) {
           wanted[(y + 1) * 64 + x] = before[static_cast<size_t>(offset) + y * static_cast<size_t>(windowWidth) + x];
       ASSERT_EQ(memory, wanted) << windowWidth << ", " << offset;
     }
+  }
+}
+
+// Copies that are larger than the caches are those of their parts.
+TEST(Combine, LargeCopies) {
+  constexpr int32_t kRows = 5100, kRowBytes = 5000;
+  for (const int32_t bits : {1, 8, 12}) {
+    const int32_t width = kRowBytes * 8 / bits / 8 * 8;
+    tarn::test::Bitmap source(width, kRows, bits), atOnce(width, kRows, bits), inParts(width, kRows, bits);
+    for (tarn::test::Bitmap* each : {&source, &atOnce, &inParts})
+      ASSERT_EQ(T_AllocateBitmap(each, TYPE_NOTILED), SUCCESS);
+    const size_t bytes = size_t{source.BytesPerLine} * kRows;
+    Random random(6);
+    for (size_t i = 0; i < bytes; i += 61) source.Data[i] = random.Byte();
+    ASSERT_EQ(Call(atOnce, source, {3, 0, 8, 0, width - 11, kRows}, T_COMBINE_COPY), SUCCESS);
+    for (int32_t row = 0; row < kRows; row += 1275)
+      ASSERT_EQ(Call(inParts, source, {3, row, 8, row, width - 11, 1275}, T_COMBINE_COPY), SUCCESS);
+    EXPECT_EQ(std::memcmp(atOnce.Data, inParts.Data, bytes), 0) << bits << " bits";
+  }
+}
+
+// Palettes that differ in one channel of one entry are not the same.
+TEST(Combine, PalettesThatDifferALittle) {
+  for (int channel = 0; channel < 3; ++channel) {
+    tarn::test::Bitmap source, target;
+    for (tarn::test::Bitmap* each : {&source, &target})
+      ASSERT_EQ(T_CreateBitmap(each, 212, TYPE_CONV, 4, 1, 2, 0, nullptr, 1, nullptr, 0), SUCCESS);
+    const T_PaletteEntry first[4] = {{0, 0, 0, 0}, {9, 9, 9, 0}, {90, 90, 90, 0}, {200, 0, 0, 0}};
+    T_PaletteEntry second[4] = {{0, 0, 0, 0}, {200, 0, 0, 0}, {90, 90, 90, 0}, {9, 9, 9, 0}};
+    if (channel > 0) std::memcpy(second, first, sizeof second);
+    if (channel == 1) second[3].Green = 220;
+    if (channel == 2) second[3].Red = 220;
+    ASSERT_EQ(T_SetBitmapNewPalette(&source, first, 4), SUCCESS);
+    ASSERT_EQ(T_SetBitmapNewPalette(&target, second, 4), SUCCESS);
+    const uint32_t indices = 0x1B;  // 0 1 2 3
+    T_PutBitmapRow(&source, &indices, 0, 4);
+    ASSERT_EQ(Call(target, source, {0, 0, 0, 0, 4, 1}, T_COMBINE_COPY), SUCCESS);
+    const T_PaletteEntry& last = first[3];
+    const uint32_t nearest = T_FindPaletteIndex(second, 4, last.Red, last.Green, last.Blue);
+    EXPECT_EQ(nearest, channel == 0 ? 1u : 2u);
+    EXPECT_EQ(tarn::test::Row(target, 0)[0], channel == 0 ? 0x39 : 0x1A) << channel;
   }
 }
 

@@ -411,6 +411,21 @@ TEST(CopyRect, RegionAndOverlaysMoveAlong) {
     EXPECT_EQ(V(source.Region), 1050u);
     EXPECT_EQ(source.Overlays->Items()[0].left, 5);
     EXPECT_EQ(T_CopyBitmapRect(nullptr, &source, 212, INT32_MIN, INT32_MAX, 5, 5), SUCCESS);
+    // Tables need not have every function, nor bitmaps a region.
+    source.Region = 50;
+    hooks.Delete = nullptr;
+    EXPECT_EQ(T_TrimBitmap(&source, 0, 0, 4, 4), SUCCESS);
+    EXPECT_EQ(V(source.Region), 1050u);
+    hooks.CopyShifted = nullptr;
+    EXPECT_EQ(T_TrimBitmap(&source, 0, 0, 3, 3), SUCCESS);
+    EXPECT_NE(V(source.Region), 2050u);
+    hooks.CopyShifted = ShiftRegion;
+    hooks.Delete = DeleteRegion;
+    deletedRegions = 0;
+    source.Region = 0;
+    EXPECT_EQ(T_TrimBitmap(&source, 0, 0, 2, 2), SUCCESS);
+    EXPECT_EQ(deletedRegions, 0);
+    source.Region = 0;
     T_SetRegionHooks(nullptr);
   }
 }

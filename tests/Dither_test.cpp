@@ -245,6 +245,8 @@ TEST(DitherRun, RefusesAndKeeps) {
   EXPECT_EQ(T_StartDithering(nullptr, nullptr, 2), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_StartDithering(&b, nullptr, 0), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_StartDithering(&b, nullptr, 257), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(start(0, 8), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(start(257, 8), ERR_INVALID_PARAMETER);
   EXPECT_EQ(start(2, 0), ERR_INVALID_PARAMETER);
   EXPECT_EQ(start(2, 9), ERR_INVALID_PARAMETER);
   EXPECT_EQ(start(5, 2), ERR_INVALID_PARAMETER);
@@ -273,12 +275,62 @@ TEST(DitherRun, RefusesAndKeeps) {
   }
   EXPECT_EQ(T_DitherLine(&b, nullptr, out), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_DitherLine(&b, line, nullptr), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_DitherLine(nullptr, line, out), ERR_INVALID_PARAMETER);
+  b.StructSize = 211;
+  EXPECT_EQ(T_DitherLine(&b, line, out), ERR_BAD_STRUCT_SIZE);
+  b.StructSize = 212;
   b.Flags |= T_FLAG_SIGNED_DATA;
   EXPECT_EQ(T_DitherLine(&b, line, out), ERR_SIGNED_DATA);
   b.Flags &= ~static_cast<uint32_t>(T_FLAG_SIGNED_DATA);
   EXPECT_EQ(T_DitherLine(&b, line, out), SUCCESS);
   EXPECT_EQ(T_StopDithering(&b), SUCCESS);
   EXPECT_TRUE(SameHeld(before, tarn::platform::Held()));
+}
+
+// Gray samples with a lookup table are dithered as the levels that it gives, those beyond it as its last.
+TEST(DitherRun, LevelsOfLookupTables) {
+  constexpr int32_t kWidth = 60;
+  Random random(12);
+  for (const uint32_t length : {4096u, 1000u}) {
+    for (const uint32_t colors : {2u, 4u, 9u}) {
+      SCOPED_TRACE(testing::Message() << length << " entries to " << colors);
+      Bitmap deep, plain;
+      ASSERT_EQ(T_CreateBitmap(&deep, 212, TYPE_CONV, kWidth, 4, 12, T_ORDER_GRAY, nullptr, 1, nullptr, 0), SUCCESS);
+      ASSERT_EQ(T_CreateBitmap(&plain, 212, TYPE_CONV, kWidth, 4, 0, 0, nullptr, 1, nullptr, 0), SUCCESS);
+      deep.DitheringMethod = plain.DitheringMethod = DITHER_FLOYD_STEINBERG;
+      deep.Flags |= T_FLAG_LUT_IN_USE;
+      const auto start = [&](BitmapHandle& b) { return T_StartDithering(&b, nullptr, colors); };
+      ASSERT_EQ(start(deep), SUCCESS) << "a table that is not there is not used";
+      ASSERT_EQ(T_StopDithering(&deep), SUCCESS);
+      deep.LUT = static_cast<T_PaletteEntry*>(T_GlobalAllocInit(length, sizeof(T_PaletteEntry), 1, L"here"));
+      for (const uint32_t wrong : {0u, length + 1}) {
+        deep.LUTLength = wrong;
+        EXPECT_EQ(start(deep), ERR_BAD_LUT_LENGTH);
+      }
+      deep.LUTLength = length;
+      for (uint32_t i = 0; i < length; ++i) {
+        const auto level = static_cast<uint8_t>(255 - i * 255 / length);
+        deep.LUT[i] = {level, level, level, 0};
+      }
+      ASSERT_EQ(start(deep), SUCCESS);
+      ASSERT_EQ(start(plain), SUCCESS);
+      for (int row = 0; row < 4; ++row) {
+        Bytes samples(kWidth * 3 / 2), levels(kWidth), got(kWidth), wanted(kWidth);
+        for (size_t i = 0; i < kWidth; ++i) {
+          const uint32_t sample = random.Byte() * 16u + random.Byte() % 16;
+          uint8_t* const at = &samples[i / 2 * 3 + i % 2];
+          at[0] = static_cast<uint8_t>(i % 2 ? at[0] | (sample & 15) << 4 : sample);
+          at[1] = static_cast<uint8_t>(i % 2 ? sample >> 4 : sample >> 8);
+          levels[i] = deep.LUT[std::min(sample, length - 1)].Red;
+        }
+        EXPECT_EQ(T_DitherLine(&deep, samples.data(), got.data()), SUCCESS);
+        EXPECT_EQ(T_DitherLine(&plain, levels.data(), wanted.data()), SUCCESS);
+        EXPECT_EQ(got, wanted) << row;
+      }
+      T_StopDithering(&deep);
+      T_StopDithering(&plain);
+    }
+  }
 }
 
 TEST(MatchTable, HoldsTheNearestOfEveryKey) {
@@ -295,6 +347,7 @@ TEST(MatchTable, HoldsTheNearestOfEveryKey) {
   EXPECT_EQ(T_FreeUserMatchTable(table), SUCCESS);
   EXPECT_EQ(T_FreeUserMatchTable(nullptr), SUCCESS);
   EXPECT_EQ(T_CreateUserMatchTable(nullptr, 5), nullptr);
+  EXPECT_EQ(T_CreateUserMatchTable(palette, 0), nullptr);
 }
 
 // ---- Kernels -------------------------------------------------------------------------------------------------------

@@ -185,6 +185,9 @@ TEST(Fill, RegionsAreTheHooks) {
   p.record.Region = 5;
   EXPECT_EQ(T_ClearBitmap(&p.record), SUCCESS);
   EXPECT_EQ(PixelsOf(p.record)[0], 0);
+  hooks.Fill = nullptr;
+  EXPECT_EQ(T_FillBitmap(&p.record, 0x00112233), SUCCESS) << "without the hook, too";
+  EXPECT_EQ(PixelsOf(p.record)[0], 0x11);
   p.record.Region = 0;
   T_SetRegionHooks(old);
 }

@@ -63,6 +63,11 @@ TEST(Loader, RefusesWhatItMustNotLoad) {
   void* function = &library;
   EXPECT_EQ(T_GetLibraryFunction(nullptr, kFunction, &function), ERR_LIBRARY_NOT_LOADED);
   EXPECT_EQ(function, nullptr);
+  EXPECT_EQ(T_GetLibraryFunction(nullptr, kFunction, nullptr), ERR_LIBRARY_NOT_LOADED);
+  ASSERT_EQ(T_LoadLibrary(&library, kSystemLibrary), SUCCESS);
+  EXPECT_EQ(T_GetLibraryFunction(library, nullptr, &function), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_GetLibraryFunction(library, kFunction, nullptr), ERR_INVALID_PARAMETER);
+  T_UnloadLibrary(library);
   T_UnloadLibrary(nullptr);
 }
 

@@ -184,6 +184,8 @@ TEST(Osys, AnyCountSurvivesShortCallsAndReportsFailures) {
     EXPECT_EQ(T_OsSeek(handle, 500, T_SEEK_START, nullptr), 500);
     EXPECT_EQ(T_OsWriteBig(handle, bytes.data(), 0, nullptr), 0);  // cuts nothing
     EXPECT_EQ(T_OsReadBig(handle, nullptr, 0, nullptr), 0);
+    EXPECT_EQ(T_OsRead(handle, nullptr, 0, nullptr), 0);
+    EXPECT_EQ(T_OsRead(handle, nullptr, 1, nullptr), -1);
     EXPECT_EQ(T_OsSeek(handle, 0, T_SEEK_END, nullptr), std::max<int64_t>(row.written, 0));
     EXPECT_EQ(T_OsClose(handle, nullptr), 0);
   }
