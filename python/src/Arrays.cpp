@@ -29,6 +29,13 @@ std::optional<Samples> SamplesOf(const BitmapHandle& record) {
   }
 }
 
+char LetterOf(const Py_buffer& view) {
+  const char* format = view.format ? view.format : "B";
+  if (*format == '<' || *format == '=' || *format == '|' || *format == '@') ++format;
+  if (!format[0] || format[1]) return 0;
+  return format[0] == 'L' && view.itemsize == 4 ? 'I' : format[0] == 'l' && view.itemsize == 4 ? 'i' : format[0];
+}
+
 namespace {
 
 // ---- Views ---------------------------------------------------------------------------------------------------------
@@ -208,6 +215,21 @@ void PackAt(uint8_t* line, size_t column, int bits, uint32_t value) {
   if ((two & 0xFF) != 0) line[at / 8 + 1] = static_cast<uint8_t>(line[at / 8 + 1] | two);
 }
 
+}  // namespace
+
+void UnpackIndices(uint8_t* target, const uint8_t* line, int64_t count, int bits) {
+  const auto width = static_cast<size_t>(count);
+  if (bits == 8) {
+    std::memcpy(target, line, width);
+  } else if (bits == 1) {
+    for (size_t x = 0; x < width; ++x) target[x] = line[x / 8] >> (7 - x % 8) & 1;
+  } else {
+    for (size_t x = 0; x < width; ++x) target[x] = static_cast<uint8_t>(PackedAt(line, x, bits));
+  }
+}
+
+namespace {
+
 bool IsFiveBits(const BitmapHandle& record) { return record.BitsPerPixel == 16 && record.Order != T_ORDER_GRAY; }
 
 /// What an array of the bitmap's samples is: those of a view, or one of packed pixels.
@@ -232,10 +254,8 @@ void UnpackLine(const BitmapHandle& record, const uint8_t* line, size_t bytes, u
       if ((record.Flags & T_FLAG_SIGNED_DATA) && value >= 2048) value = static_cast<uint16_t>(value - 4096);
       std::memcpy(target + 2 * x, &value, 2);
     }
-  } else if (record.BitsPerPixel == 1) {
-    for (size_t x = 0; x < width; ++x) target[x] = line[x / 8] >> (7 - x % 8) & 1;
   } else {
-    for (size_t x = 0; x < width; ++x) target[x] = static_cast<uint8_t>(PackedAt(line, x, record.BitsPerPixel));
+    UnpackIndices(target, line, record.Width, record.BitsPerPixel);
   }
 }
 
@@ -268,11 +288,9 @@ py::object Unpacked(PyBitmap& bitmap) {
 struct Given {
   explicit Given(py::handle array) : held(HeldBuffer::Of(array, PyBUF_RECORDS_RO)) {
     const Py_buffer& view = held->View();
-    const char* format = view.format ? view.format : "B";
-    if (*format == '<' || *format == '=' || *format == '|' || *format == '@') ++format;
-    letter = format[0] == 'L' && view.itemsize == 4 ? 'I' : format[0] == 'l' && view.itemsize == 4 ? 'i' : format[0];
+    letter = LetterOf(view);
     bytes = static_cast<int>(view.itemsize);
-    const bool known = format[0] && !format[1] && std::strchr("?BHhIi", letter);
+    const bool known = letter && std::strchr("?BHhIi", letter);
     if (!known)
       RaiseAs(
           PyExc_TypeError,

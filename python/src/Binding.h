@@ -59,6 +59,7 @@ struct PyBitmap : Owned {
   Bitmap bitmap;
   std::string profile;  // ICC
   int views = 0;        // buffers that are exported
+  int streams = 0;      // sources of rows that read the pixels as they go
 
   BitmapHandle& Record() noexcept { return *bitmap.handle(); }
 };
@@ -86,7 +87,7 @@ T Take(Result<T> result) {
 }
 /// A value error for a number that names no order.
 void RequireOrder(uint32_t order);
-/// A buffer error unless nobody has a view of the pixels, which the operation is about to move.
+/// A buffer error unless nobody has a view of the pixels, or makes rows of them; the operation is about to move them.
 void RequireUnviewed(const PyBitmap& bitmap, const char* what);
 
 // ---- Work ----------------------------------------------------------------------------------------------------------
@@ -194,6 +195,20 @@ py::handle Type(PyObject*& cache, const char* name);
 int32_t Hundredths(double degrees);
 Area AreaOf(py::handle value);
 
+/// An uninitialised object of so many bytes.
+inline py::bytes NewBytes(size_t size) {
+  PyObject* const made = PyBytes_FromStringAndSize(nullptr, static_cast<py::ssize_t>(size));
+  if (!made) throw py::error_already_set();
+  return py::reinterpret_steal<py::bytes>(made);
+}
+inline std::span<uint8_t> Inside(const py::bytes& bytes) {
+  return {reinterpret_cast<uint8_t*>(PyBytes_AS_STRING(bytes.ptr())),
+          static_cast<size_t>(PyBytes_GET_SIZE(bytes.ptr()))};
+}
+inline std::span<uint8_t> Inside(const HeldBuffer& buffer) {
+  return {static_cast<uint8_t*>(buffer.View().buf), static_cast<size_t>(buffer.View().len)};
+}
+
 // ---- Arrays --------------------------------------------------------------------------------------------------------
 
 /// The buffer protocol of bitmaps.
@@ -205,6 +220,10 @@ struct Samples {
   int channels;
 };
 std::optional<Samples> SamplesOf(const BitmapHandle& record);
+/// What a format of the struct module says of one item, its byte order left out; 0 for several, and for other orders.
+char LetterOf(const Py_buffer& view);
+/// Indices packed most significant bits first, one byte each.
+void UnpackIndices(uint8_t* target, const uint8_t* line, int64_t count, int bits);
 
 // ---- Parts of the module -------------------------------------------------------------------------------------------
 
@@ -218,6 +237,9 @@ void AddGeometry(BitmapClass& type);
 void AddCombining(BitmapClass& type);
 void AddArrays(BitmapClass& type);
 void AddBlock(py::module_& module);
+void AddLookupTable(BitmapClass& type);
+void AddResizing(py::module_& module, BitmapClass& type);
+void AddDithering(py::module_& module);
 void AddFiles(py::module_& module);
 void AddLists(py::module_& module);
 

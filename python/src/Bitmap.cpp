@@ -99,13 +99,24 @@ Result<void> CompareRows(const Bitmap& a, const Bitmap& b, bool& same) {
   return read;
 }
 
+/// Lookup tables change what samples show as palettes do, while they are in use.
+bool SameTables(const BitmapHandle& a, const BitmapHandle& b) {
+  const auto length = [](const BitmapHandle& record) {
+    return record.LUT && (record.Flags & T_FLAG_LUT_IN_USE) ? V(record.LUTLength) : 0u;
+  };
+  const auto same = [](const T_PaletteEntry& x, const T_PaletteEntry& y) {
+    return x.Red == y.Red && x.Green == y.Green && x.Blue == y.Blue;
+  };
+  return length(a) == length(b) && std::equal(V(a.LUT), a.LUT + length(a), V(b.LUT), same);
+}
+
 bool SamePixels(PyBitmap& a, PyBitmap& b) {
   const BitmapHandle &x = Now(a).Record(), &y = Now(b).Record();
   if (a.bitmap.empty() || b.bitmap.empty()) Raise(ERR_NO_BITMAP);
   if (&a == &b) return true;
   const bool alike = V(x.Width) == V(y.Width) && V(x.Height) == V(y.Height) && V(x.BitsPerPixel) == V(y.BitsPerPixel) &&
                      (V(x.BitsPerPixel) <= 8 ? a.bitmap.palette() == b.bitmap.palette() : V(x.Order) == V(y.Order));
-  if (!alike) return false;
+  if (!alike || !SameTables(x, y)) return false;
   bool same = false;
   Work({&a, &b}, [&] { return CompareRows(a.bitmap, b.bitmap, same); });
   return same;
@@ -138,6 +149,27 @@ void SetSampleState(PyBitmap& bitmap, std::tuple<bool, int32_t, int32_t, int32_t
   record.HighBit = std::get<2>(state);
   record.MinValue = std::get<3>(state);
   record.MaxValue = std::get<4>(state);
+}
+
+py::object PlaybackOf(PyBitmap& bitmap) {
+  static PyObject* cache = nullptr;
+  const BitmapHandle& record = Now(bitmap).Record();
+  return Type(cache, "Playback")(V(record.PlaybackLeft), V(record.PlaybackTop), V(record.PlaybackDelay),
+                                 Color::of(record.PlaybackBackground), Color::of(record.PlaybackTransparency),
+                                 V(record.PlaybackDisposal));
+}
+
+void SetPlayback(PyBitmap& bitmap,
+                 const std::tuple<int32_t, int32_t, uint32_t, py::object, py::object, uint32_t>& playback) {
+  const auto& [left, top, delay, background, transparency, disposal] = playback;
+  const Color behind = ColorOf(background), transparent = ColorOf(transparency);
+  BitmapHandle& record = Now(bitmap).Record();
+  record.PlaybackLeft = left;
+  record.PlaybackTop = top;
+  record.PlaybackDelay = delay;
+  record.PlaybackBackground = behind.value();
+  record.PlaybackTransparency = transparent.value();
+  record.PlaybackDisposal = disposal;
 }
 
 void SetPerspective(PyBitmap& bitmap, uint32_t perspective) {
@@ -203,6 +235,7 @@ void AddBitmap(BitmapClass& type) {
           [](PyBitmap& bitmap, std::optional<py::bytes> profile) {
             bitmap.profile = profile ? std::string(*profile) : std::string();
           })
+      .def_property("playback", &PlaybackOf, &SetPlayback)
       .def_property("_samples", &SampleState, &SetSampleState)
       .def_property_readonly("storage", &StorageOf)
       .def(

@@ -81,6 +81,12 @@ void AddSettings(py::module_& module) {
         T_SetDefaultYResolution(y);
       },
       "x"_a, "y"_a);
+  module.def("default_dithering", [] {
+    static PyObject* cache = nullptr;
+    return Type(cache, "Dither")(T_GetDefaultDithering());
+  });
+  module.def(
+      "set_default_dithering", [](uint32_t method) { Require(T_DefaultDithering(method)); }, "method"_a);
   module.def("set_super_compressed_cache", &T_SetSuperCompressedCache, "bytes"_a);
   module.def("convert_line", &ConvertLine, "data"_a, "width"_a, "from_bits"_a, "to_bits"_a, py::kw_only(),
              "from_order"_a = uint32_t{T_ORDER_RGB}, "to_order"_a = uint32_t{T_ORDER_RGB}, "from_palette"_a = none,
@@ -105,6 +111,9 @@ PYBIND11_MODULE(_tarn, module) {
   AddGeometry(bitmap);
   AddCombining(bitmap);
   AddArrays(bitmap);
+  AddLookupTable(bitmap);
+  AddResizing(module, bitmap);
+  AddDithering(module);
   AddFiles(module);
   AddLists(module);
 }

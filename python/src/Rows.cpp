@@ -38,21 +38,6 @@ void RequirePixel(PyBitmap& bitmap, int64_t row, int64_t column) {
                           std::to_string(bitmap.bitmap.width()));
 }
 
-/// An uninitialised object of so many bytes.
-py::bytes NewBytes(size_t size) {
-  PyObject* const made = PyBytes_FromStringAndSize(nullptr, static_cast<py::ssize_t>(size));
-  if (!made) throw py::error_already_set();
-  return py::reinterpret_steal<py::bytes>(made);
-}
-std::span<uint8_t> Inside(const py::bytes& bytes) {
-  return {reinterpret_cast<uint8_t*>(PyBytes_AS_STRING(bytes.ptr())),
-          static_cast<size_t>(PyBytes_GET_SIZE(bytes.ptr()))};
-}
-
-std::span<uint8_t> Inside(const HeldBuffer& buffer) {
-  return {static_cast<uint8_t*>(buffer.View().buf), static_cast<size_t>(buffer.View().len)};
-}
-
 /// Moves the bytes of `count` rows, pixelBytes() of each without their padding, out of the bitmap or into it.
 template <class Move>
 Result<void> EachRow(int32_t first, int32_t count, size_t bytes, std::span<uint8_t> all, Move&& move) {

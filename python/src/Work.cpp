@@ -55,6 +55,10 @@ void RequireOrder(uint32_t order) {
 }
 
 void RequireUnviewed(const PyBitmap& bitmap, const char* what) {
+  if (bitmap.streams != 0)
+    RaiseAs(PyExc_BufferError, std::string(what) +
+                                   " would move pixels that resized_rows() reads; take its rows to the last one or "
+                                   "close() it first, or work on a clone()");
   if (bitmap.views == 0) return;
   RaiseAs(PyExc_BufferError,
           std::string(what) + " would move pixels that " + std::to_string(bitmap.views) +

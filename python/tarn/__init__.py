@@ -16,22 +16,22 @@ from types import TracebackType
 
 from . import _tarn
 from ._errors import Cancelled, Error, FormatError, NoMemoryError, ParameterError, StorageError
-from ._tarn import Bitmap, Color, Palette
-from ._tarn import convert_line, default_resolution, set_default_resolution, set_super_compressed_cache
-from ._tarn import set_temp_directory, set_thresholds, temp_directory, thresholds, version
+from ._tarn import Bitmap, Color, Ditherer, Palette, ResizedRows, RowResizer
+from ._tarn import convert_line, default_dithering, default_resolution, set_default_dithering, set_default_resolution
+from ._tarn import set_super_compressed_cache, set_temp_directory, set_thresholds, temp_directory, thresholds, version
 from ._pickling import reduce as _reduce
 from ._types import (
-    Combine, Dither, Invert, Order, OverlayAttributes, OverlayBits, PageInfo, PaletteKind, ResizeMethod, RotateMethod,
-    ShearAxis, Storage, StorageInfo, Thresholds, Turn, WarpMethod,
+    Combine, Dither, Invert, Order, OverlayAttributes, OverlayBits, PageInfo, PaletteKind, Playback, ResizeMethod,
+    RotateMethod, ShearAxis, Storage, StorageInfo, Thresholds, Turn, WarpMethod,
 )
 
 __all__ = [
-    "Bitmap", "BitmapList", "Cancelled", "Color", "Combine", "Dither", "Error", "FormatError", "Invert",
+    "Bitmap", "BitmapList", "Cancelled", "Color", "Combine", "Dither", "Ditherer", "Error", "FormatError", "Invert",
     "NoMemoryError", "Order", "OverlayAttributes", "OverlayBits", "PageInfo", "Palette", "PaletteKind",
-    "ParameterError", "Reader", "ResizeMethod", "RotateMethod", "ShearAxis", "Storage", "StorageError", "StorageInfo",
-    "Thresholds", "Turn", "WarpMethod", "convert_line", "default_resolution", "open", "open_pages", "progress", "save",
-    "set_default_resolution", "set_super_compressed_cache", "set_temp_directory", "set_thresholds", "temp_directory",
-    "thresholds", "version",
+    "ParameterError", "Playback", "Reader", "ResizeMethod", "ResizedRows", "RotateMethod", "RowResizer", "ShearAxis",
+    "Storage", "StorageError", "StorageInfo", "Thresholds", "Turn", "WarpMethod", "convert_line", "default_dithering",
+    "default_resolution", "open", "open_pages", "progress", "save", "set_default_dithering", "set_default_resolution",
+    "set_super_compressed_cache", "set_temp_directory", "set_thresholds", "temp_directory", "thresholds", "version",
 ]
 
 __version__ = version()

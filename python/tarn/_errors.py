@@ -61,6 +61,7 @@ _CLASSES: dict[int, type[Error]] = {
     -27: FormatError,  # depth
     -295: StorageError,
     -816: ParameterError,  # overlay
+    -1486: ParameterError,  # entries of a lookup table
 }
 
 

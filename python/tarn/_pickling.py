@@ -19,7 +19,9 @@ def reduce(bitmap: Bitmap) -> tuple[Any, ...]:
         "palette": bitmap.palette,
         "resolution": bitmap.resolution,
         "icc_profile": bitmap.icc_profile,
+        "playback": bitmap.playback,
         "_samples": getattr(bitmap, "_samples"),
+        "_table": getattr(bitmap, "_table"),
     }
     return _restore, (described, details, bitmap.rows(0, bitmap.height), _overlays(bitmap))
 

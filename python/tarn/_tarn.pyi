@@ -5,8 +5,8 @@ from types import TracebackType
 from typing import Any, Union
 
 from ._types import (
-    Combine, Dither, Invert, Order, OverlayAttributes, OverlayBits, PageInfo, PaletteKind, ResizeMethod, RotateMethod,
-    ShearAxis, Storage, StorageInfo, Thresholds, Turn, WarpMethod,
+    Combine, Dither, Invert, Order, OverlayAttributes, OverlayBits, PageInfo, PaletteKind, Playback, ResizeMethod,
+    RotateMethod, ShearAxis, Storage, StorageInfo, Thresholds, Turn, WarpMethod,
 )
 
 _ColorLike = Union["Color", Sequence[int], str]
@@ -120,7 +120,8 @@ class Bitmap:
     def __deepcopy__(self, memo: Any) -> Bitmap: ...
     def __reduce__(self) -> tuple[Any, ...]: ...
     def same_pixels(self, other: Bitmap) -> bool:
-        """Whether size, depth, order (up to 8 bits the palette) and every pixel are equal, wherever they are kept."""
+        """Whether size, depth, order (up to 8 bits the palette), lookup table in use and every pixel are equal, wherever
+        they are kept."""
 
     @property
     def closed(self) -> bool: ...
@@ -172,6 +173,25 @@ class Bitmap:
     def palette(self, colors: _PaletteLike, /) -> None: ...
     def put_palette(self, colors: _PaletteLike, *, first: int = 0) -> None:
         """Replaces palette entries from first on."""
+    @property
+    def lookup_table(self) -> Any:
+        """What samples of 12- or 16-bit gray stand for: a new array of entries x 3, red, green, blue; None without.
+
+        An array of uint8, entries x 3 or a gray level an entry, or colours can be set, and are in use from then on:
+        as many as samples have values. Entries of signed samples begin with that of the smallest one. None removes it.
+        """
+    @lookup_table.setter
+    def lookup_table(self, table: Any, /) -> None: ...
+    @property
+    def uses_lookup_table(self) -> bool:
+        """Whether the table is in use; without, samples are levels."""
+    @uses_lookup_table.setter
+    def uses_lookup_table(self, use: bool, /) -> None: ...
+    @property
+    def playback(self) -> Playback:
+        """The picture's place in an animation. Copies have it too; no operation and no file format looks at it."""
+    @playback.setter
+    def playback(self, playback: tuple[int, int, int, _ColorLike, _ColorLike, int], /) -> None: ...
 
     @property
     def storage(self) -> StorageInfo: ...
@@ -246,6 +266,10 @@ class Bitmap:
         """To another size; one side may be 0 and follows from the other."""
     def resize_into(self, target: Bitmap, *, method: ResizeMethod | int = ResizeMethod.SMOOTH) -> None:
         """Into a bitmap of the same depth and order, which has the size wanted."""
+    def resized_rows(
+        self, width: int, height: int = 0, *, method: ResizeMethod | int = ResizeMethod.SMOOTH
+    ) -> ResizedRows:
+        """The rows that resize() would make, one after another, by NEAREST, AREA or SMOOTH. The bitmap stays."""
     def rotate(
         self, degrees: float, *, method: RotateMethod | int = RotateMethod.BILINEAR, resize: bool = True,
         center: tuple[float, float] | None = None, fill: _ColorLike = (0, 0, 0),
@@ -296,6 +320,79 @@ class Bitmap:
     ) -> None: ...
     def move_overlay_bits(self, index: int, direction: OverlayBits | int) -> None: ...
 
+class ResizedRows:
+    """An iterator of rows in another size, as put_row() takes them, which reads the bitmap as it goes.
+
+    Until the last row, or until it is closed, what would move the bitmap's pixels raises BufferError. What changes them
+    in place shows in later rows.
+    """
+
+    def __iter__(self) -> ResizedRows: ...
+    def __next__(self) -> bytes: ...
+    def __length_hint__(self) -> int: ...
+    @property
+    def width(self) -> int: ...
+    @property
+    def height(self) -> int: ...
+    def close(self) -> None: ...
+    def __enter__(self) -> ResizedRows: ...
+    def __exit__(
+        self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None, /
+    ) -> None: ...
+
+class RowResizer:
+    """Rows that pass by, to another size; each row of the result is one of those that are fed, or none of it."""
+
+    def __init__(self, width: int, height: int, bits: int, new_width: int, new_height: int = 0) -> None:
+        """One of the new sides may be 0 and follows from the other."""
+    def feed(self, data: Any, *, row: int | None = None) -> Iterator[bytes]:
+        """A row, as Bitmap.row() gives it, in its new width, as many times as it is to be written: 0, 1 or more.
+
+        It is the next row below, or the one of that number; rows may come downwards or upwards.
+        """
+    @property
+    def width(self) -> int: ...
+    @property
+    def height(self) -> int: ...
+
+class Ditherer:
+    """Lines of pixels to indices of a palette, from the top to the bottom of a picture; errors go from line to line.
+
+    Threads that share one take turns, in no order.
+    """
+
+    def __init__(
+        self, width: int, bits: int, palette: _PaletteLike | None = None, *, method: Dither | int | None = None,
+        index_bits: int = 0, order: Order | int = Order.RGB, source_palette: _PaletteLike | None = None,
+    ) -> None:
+        """For lines of so many pixels of so many bits, to a palette, else to the fixed one of index_bits, else of 8.
+
+        method is default_dithering() unless given; index_bits, 1 to 8, as few as the palette needs.
+        """
+    @staticmethod
+    def like(
+        bitmap: Bitmap, palette: _PaletteLike | None = None, *, method: Dither | int | None = None, index_bits: int = 0
+    ) -> Ditherer:
+        """For lines as they are in a bitmap, with its palette or lookup table, of which it keeps a copy."""
+    def line(self, pixels: Any) -> Any:
+        """Indices of the next line, an array of uint8. Pixels are bytes as Bitmap.row() gives them, or an array of
+        samples: width, or width x channels."""
+    def lines(self, pixels: Any) -> Any:
+        """Indices of lines below each other, of an array of lines of samples or of their bytes: lines x width."""
+    def packed_line(self, pixels: Any) -> bytes:
+        """The next line as put_row() takes it, for a bitmap of index_bits."""
+    @property
+    def width(self) -> int: ...
+    @property
+    def palette(self) -> Palette: ...
+    @property
+    def index_bits(self) -> int: ...
+    def close(self) -> None: ...
+    def __enter__(self) -> Ditherer: ...
+    def __exit__(
+        self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None, /
+    ) -> None: ...
+
 class Reader:
     def __init__(self, path: str, *, max_memory: int = 0) -> None: ...
     def __len__(self) -> int: ...
@@ -324,6 +421,8 @@ def set_thresholds(
 ) -> None: ...
 def default_resolution() -> tuple[int, int]: ...
 def set_default_resolution(x: int, y: int) -> None: ...
+def default_dithering() -> Dither: ...
+def set_default_dithering(method: Dither | int) -> None: ...
 def set_super_compressed_cache(bytes: int) -> int: ...
 def convert_line(
     data: Any, width: int, from_bits: int, to_bits: int, *, from_order: Order | int = Order.RGB,

@@ -10,7 +10,7 @@ if TYPE_CHECKING:
 
 __all__ = [
     "Combine", "Dither", "Invert", "Order", "OverlayAttributes", "OverlayBits", "PageInfo", "PaletteKind",
-    "ResizeMethod", "RotateMethod", "ShearAxis", "Storage", "StorageInfo", "Thresholds", "Turn", "WarpMethod",
+    "Playback", "ResizeMethod", "RotateMethod", "ShearAxis", "Storage", "StorageInfo", "Thresholds", "Turn", "WarpMethod",
 ]
 
 
@@ -148,6 +148,17 @@ class OverlayAttributes(NamedTuple):
     color: Color
     visible: bool
     bit: int
+
+
+class Playback(NamedTuple):
+    """How a picture is shown in an animation: where, for how many milliseconds, and what happens to it then."""
+
+    left: int
+    top: int
+    delay: int
+    background: Color
+    transparency: Color
+    disposal: int
 
 
 class Thresholds(NamedTuple):

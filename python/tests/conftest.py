@@ -6,6 +6,9 @@ import tarn
 
 @pytest.fixture(autouse=True)
 def settings_stay():
-    before = tarn.thresholds(), tarn.temp_directory(), tarn.default_resolution()
+    def all_of_them():
+        return tarn.thresholds(), tarn.temp_directory(), tarn.default_resolution(), tarn.default_dithering()
+
+    before = all_of_them()
     yield
-    assert (tarn.thresholds(), tarn.temp_directory(), tarn.default_resolution()) == before
+    assert all_of_them() == before

@@ -26,7 +26,8 @@ def test_stubs_and_annotations(tmp_path):
 
 def test_every_name_has_a_stub():
     stub = (PACKAGE / "_tarn.pyi").read_text()
-    for name in (name for name in dir(tarn.Bitmap) + dir(tarn.Palette) + dir(tarn.Color) if not name.startswith("_")):
+    classes = (tarn.Bitmap, tarn.Palette, tarn.Color, tarn.Ditherer, tarn.ResizedRows, tarn.RowResizer)
+    for name in (name for kind in classes for name in dir(kind) if not name.startswith("_")):
         assert f"def {name}(" in stub, name
 
 
