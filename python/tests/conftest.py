@@ -1,7 +1,11 @@
 """Cases share nothing: thread settings are as they were, and files are in folders of their own."""
 
+import hypothesis
 import pytest
 import tarn
+
+hypothesis.settings.register_profile("tarn", database=None)  # nothing is left in the tree
+hypothesis.settings.load_profile("tarn")
 
 
 @pytest.fixture(autouse=True)
