@@ -361,8 +361,7 @@ Status ResolveList(T_BitmapList& list, Request request) noexcept {
   SharedTable table;
   if (request.bits <= 8) {
     request.flags &= ~uint32_t{128};
-    const uint32_t lent = request.matchTable ? uint32_t{T_RES_BORROW_TABLE} : 0;  // says nothing of the palette
-    const uint32_t type = request.flags & kTypeMask & ~lent;
+    const uint32_t type = request.flags & kTypeMask;
     const uint32_t others = request.flags & ~kTypeMask;
     if (type == 0 || type == 2 || type == 8 || type == 10) {
       if (!request.palette) {
@@ -427,7 +426,7 @@ int32_t T_ColorResBitmapListExt(T_BitmapList* list, int32_t bits, uint32_t flags
   if (!list || (palette && matchTable) || !IsResultDepth(bits)) return ERR_INVALID_PARAMETER;
   if (list->Count > 0 && !list->Items) return ERR_NULL_POINTER;
   const CallbackScope scope(callback, userData);
-  // The bitmaps borrow the table: it is freed once, here.
-  const uint32_t lent = matchTable ? flags | T_RES_BORROW_TABLE : flags;
-  return ResolveList(*list, {bits, lent, palette, matchTable, ColorsFor(bits, colors)}).code;
+  // A table serves a palette that is given, which a list takes without one only: no bitmap looks at it.
+  const uint32_t own = matchTable ? flags & ~uint32_t{T_RES_BORROW_TABLE} : flags;
+  return ResolveList(*list, {bits, own, palette, nullptr, ColorsFor(bits, colors)}).code;
 }

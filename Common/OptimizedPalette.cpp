@@ -5,6 +5,7 @@
 #include "Common/Internal/BitmapList.h"
 #include "Common/Internal/Checks.h"
 #include "Common/Internal/ColorRes.h"
+#include "Common/Internal/Geometry.h"
 #include "Common/Internal/Optimizer.h"
 #include "Common/Internal/Rows.h"
 #include "tarn/colors.h"
@@ -69,6 +70,7 @@ Status RequirePictures(const BitmapHandle* bitmaps, uint32_t count) noexcept {
   for (uint32_t i = 0; i < count; ++i) {
     if (!IsAllocated(bitmaps[i])) return ERR_NO_BITMAP;
     if (bitmaps[i].StructSize != sizeof(BitmapHandle)) return ERR_BAD_STRUCT_SIZE;
+    if (!GeometryHolds(bitmaps[i])) return ERR_INVALID_PARAMETER;
   }
   return SUCCESS;
 }

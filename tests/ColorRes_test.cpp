@@ -6,6 +6,8 @@
 #include <map>
 #include <set>
 
+#include "Common/Internal/BitmapList.h"
+#include "Common/Internal/Optimizer.h"
 #include "Platform/Fault.h"
 #include "Scope.h"
 #include "engine/Picture.h"
@@ -22,7 +24,7 @@ using Bytes = std::vector<uint8_t>;
 namespace {
 
 /// A BGR picture; kinds of content that optimizers meet.
-enum class Content { kNoise, kGradient, kDominant, kFew };
+enum class Content { kNoise, kGradient, kDominant, kFew, kAlike };
 void Paint(BitmapHandle& b, Content content, Random& random) {
   Bytes line(b.BytesPerLine);
   for (int32_t y = 0; y < b.Height; ++y) {
@@ -47,6 +49,9 @@ void Paint(BitmapHandle& b, Content content, Random& random) {
           break;
         case Content::kFew:
           p[0] = static_cast<uint8_t>(x % 5 * 3), p[1] = static_cast<uint8_t>(y % 3), p[2] = 250;
+          break;
+        case Content::kAlike:  // many colours, and two of 15 bits
+          p[0] = random.Byte() & 7, p[1] = random.Byte() & 7, p[2] = x % 5 ? 64 : 128;
           break;
       }
     }
@@ -87,7 +92,7 @@ double Variance(const SlowBox& box) {
 }
 
 /// Entries as red << 16 | green << 8 | blue, and the table.
-std::vector<int> SlowPalette(BitmapHandle& b, size_t wanted, std::vector<uint32_t>& table) {
+std::vector<int> SlowPalette(BitmapHandle& b, size_t wanted, std::vector<uint32_t>& table, long long full = 1LL << 31) {
   std::map<int, long long> counts;
   std::vector<int> order;
   for (int32_t y = 0; y < b.Height; ++y) {
@@ -95,6 +100,8 @@ std::vector<int> SlowPalette(BitmapHandle& b, size_t wanted, std::vector<uint32_
     for (int32_t x = 0; x < b.Width; ++x) {
       const uint8_t* const p = &line[static_cast<size_t>(x) * 3];
       const int key = p[2] / 8 * 1024 + p[1] / 8 * 32 + p[0] / 8;
+      if (counts[key] == full)
+        for (auto& [other, count] : counts) count = (count + 1) / 2;
       if (counts[key]++ == 0) order.push_back(key);
     }
   }
@@ -158,7 +165,8 @@ struct List {
 };
 
 TEST(OptimizedPalette, IsTheSlowOne) {
-  for (const Content content : {Content::kNoise, Content::kGradient, Content::kDominant, Content::kFew}) {
+  for (const Content content :
+       {Content::kNoise, Content::kGradient, Content::kDominant, Content::kFew, Content::kAlike}) {
     for (const uint32_t wanted : {1u, 2u, 10u, 16u, 64u, 66u, 200u, 256u}) {
       for (const int32_t width : {61, 240}) {
         SCOPED_TRACE(testing::Message() << static_cast<int>(content) << ", " << wanted << " colours, width " << width);
@@ -199,6 +207,29 @@ TEST(OptimizedPalette, IsTheSlowOne) {
   }
 }
 
+// A count that is full makes all be halved, wherever it comes within a row.
+TEST(OptimizedPalette, CountsAreHalvedWhenOneIsFull) {
+  for (const Content content : {Content::kDominant, Content::kAlike, Content::kGradient}) {
+    for (const uint64_t full : {8u, 50u, 61u, 700u}) {
+      SCOPED_TRACE(testing::Message() << static_cast<int>(content) << ", full at " << full);
+      Colored picture(full % 2 ? 61 : 60, 40, content, full);
+      tarn::Optimizer optimizer;
+      ASSERT_TRUE(optimizer.Open(70, full).Ok());
+      ASSERT_TRUE(optimizer.Add(picture).Ok());
+      T_PaletteEntry palette[256];
+      const uint32_t count = optimizer.Build(palette);
+      uint32_t* const table = optimizer.TakeMatchTable();
+      std::vector<int> got;
+      for (uint32_t i = 0; i < count; ++i)
+        got.push_back(palette[i].Red << 16 | palette[i].Green << 8 | palette[i].Blue);
+      std::vector<uint32_t> slowTable;
+      EXPECT_EQ(got, SlowPalette(picture, 70, slowTable, static_cast<long long>(full)));
+      EXPECT_TRUE(std::equal(slowTable.begin(), slowTable.end(), table));
+      T_FreeUserMatchTable(table);
+    }
+  }
+}
+
 TEST(OptimizedPalette, SeveralBitmapsShareOne) {
   List list;
   T_PaletteEntry palette[256];
@@ -226,8 +257,36 @@ TEST(OptimizedPalette, SeveralBitmapsShareOne) {
   EXPECT_EQ(T_CreateBitmapListOptPal(nullptr, palette, &count, &table, &optimized), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_CreateBitmapListOptPal(list.handle, nullptr, &count, &table, &optimized), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_CreateBitmapListOptPal(list.handle, palette, &count, &table, nullptr), ERR_INVALID_PARAMETER);
-  count = 0;
-  EXPECT_EQ(T_CreateBitmapListOptPal(list.handle, palette, &count, &table, &optimized), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_CreateBitmapListOptPal(list.handle, palette, nullptr, &table, &optimized), ERR_INVALID_PARAMETER);
+  for (const uint32_t wrong : {0u, 257u}) {
+    count = wrong;
+    EXPECT_EQ(T_CreateBitmapListOptPal(list.handle, palette, &count, &table, &optimized), ERR_INVALID_PARAMETER);
+  }
+  // Whatever is wrong with one of the records.
+  BitmapHandle* const items = list.handle->Items;
+  const BitmapHandle good = items[1];
+  count = 40;
+  const struct {
+    int32_t status;
+    void (*damage)(BitmapHandle&);
+  } damages[] = {{ERR_NO_BITMAP, [](BitmapHandle& b) { b.Flags &= ~uint32_t{T_FLAG_ALLOCATED}; }},
+                 {ERR_BAD_STRUCT_SIZE, [](BitmapHandle& b) { b.StructSize = 211; }},
+                 {ERR_INVALID_PARAMETER, [](BitmapHandle& b) { b.BitsPerPixel = -5, b.Palette = nullptr; }},
+                 {ERR_INVALID_PARAMETER, [](BitmapHandle& b) { b.BytesPerLine = 1; }},
+                 {SUCCESS, [](BitmapHandle& b) { b.Palette = nullptr; }},  // the fixed one
+                 {SUCCESS, [](BitmapHandle&) {}}};
+  for (const auto& damage : damages) {
+    damage.damage(items[1]);
+    table = nullptr;
+    EXPECT_EQ(T_CreateBitmapListOptPal(list.handle, palette, &count, &table, &optimized), damage.status);
+    T_FreeUserMatchTable(table);
+    items[1] = good;
+  }
+  EXPECT_EQ(T_CreateBitmapListOptPal(list.handle, palette, &count, nullptr, &optimized), SUCCESS) << "no table wanted";
+  list.handle->Items = nullptr;
+  EXPECT_EQ(T_CreateBitmapListOptPal(list.handle, palette, &count, &table, &optimized), ERR_NULL_POINTER);
+  EXPECT_EQ(T_ColorResBitmapList(list.handle, 8, 0, nullptr, nullptr, 0), ERR_NULL_POINTER);
+  list.handle->Items = items;
 }
 
 TEST(ColorCount, CountsWhatThereIs) {
@@ -380,6 +439,49 @@ TEST(ColorRes, FreeSlotsAreFilledAndOthersKept) {
   T_FreeBitmap(&made);
 }
 
+// Colours that an entry holds already take no free slot; so many that fit come out as they were.
+TEST(ColorRes, KeptEntriesAreNotMadeAgain) {
+  constexpr uint8_t kFree = 2;
+  const struct {
+    const char* name;
+    int kept;      // entries that are not free
+    bool present;  // they are colours of the picture
+    bool indexed;  // the picture has 8 bits, and colours more than once
+    bool exact;
+  } cases[] = {{"some are there", 3, true, false, true},
+               {"none is there, and there is no room for all", 3, false, false, false},
+               {"names that mean the same", 3, true, true, true},
+               {"nothing is free", 16, true, false, true}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Bitmap named, deep;
+    T_PaletteEntry palette[256] = {}, many[256] = {};
+    for (int i = 0; i < 256; ++i)  // 15 colours
+      many[i] = {static_cast<uint8_t>(i % 5 * 40), static_cast<uint8_t>(i / 5 % 3 * 80), 250, 0};
+    ASSERT_EQ(T_CreateBitmap(&named, 212, TYPE_CONV, 30, 12, 8, 0, many, 1, nullptr, 0), SUCCESS);
+    ASSERT_EQ(T_CreateBitmap(&deep, 212, TYPE_CONV, 30, 12, 24, T_ORDER_BGR, nullptr, 1, nullptr, 0), SUCCESS);
+    for (int32_t y = 0; y < 12; ++y) {
+      for (int32_t x = 0; x < 30; ++x) {
+        const auto index = static_cast<uint8_t>(x == 16 ? 15 : x % 15);  // 15 is 0 once more
+        T_PutPixelData(&named, &index, y, x, 1);
+        T_PutPixelData(&deep, &many[index], y, x, 3);
+      }
+    }
+    for (int i = 0; i < 16; ++i) palette[i] = i < c.kept && c.present ? many[i % 15] : T_PaletteEntry{1, 2, 3, 0};
+    for (int i = c.kept; i < 16; ++i) palette[i].Reserved = kFree;
+    BitmapHandle& source = c.indexed ? named : deep;
+    BitmapHandle made;
+    ASSERT_EQ(T_ColorResBitmap(&source, &made, 212, 4, T_RES_OPTIMIZED, palette, nullptr, 99, nullptr, nullptr),
+              SUCCESS);
+    EXPECT_EQ(std::memcmp(V(made.Palette), palette, static_cast<size_t>(c.kept) * 4), 0);
+    int same = 0;
+    for (int32_t y = 0; y < 12; ++y)
+      for (int32_t x = 0; x < 30; ++x) same += T_GetPixelColor(&made, y, x) == T_GetPixelColor(&source, y, x);
+    EXPECT_EQ(same == 30 * 12, c.exact) << same;
+    T_FreeBitmap(&made);
+  }
+}
+
 TEST(ColorRes, DeeperResultsAreTheConverters) {
   for (const int32_t from : engine::kDepths) {
     for (const int32_t bits : {12, 16, 24, 32, 48, 64}) {
@@ -442,6 +544,70 @@ TEST(ColorRes, ListsShareAPaletteAndGiveTheTableBack) {
   EXPECT_EQ(T_ColorResBitmapList(nullptr, 8, 0, nullptr, nullptr, 0), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_ColorResBitmapList(list.handle, 9, 0, nullptr, nullptr, 0), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_ColorResBitmapList(list.handle, 1, 16, own, T_CreateUserMatchTable(own, 2), 0), ERR_INVALID_PARAMETER);
+}
+
+// A list gives what each of its bitmaps would give alone with the same palette.
+TEST(ColorRes, ListsAreLikeTheirBitmaps) {
+  const auto fill = [](List& list) {
+    for (int i = 0; i < 2; ++i) {
+      Colored b(40 + i, 20, i ? Content::kNoise : Content::kGradient, static_cast<uint64_t>(i));
+      list.Add(b);
+    }
+  };
+  T_PaletteEntry own[256] = {};
+  for (int i = 0; i < 256; ++i) own[i] = {static_cast<uint8_t>(i), static_cast<uint8_t>(i * 7), 9, 0};
+  const struct {
+    int32_t bits;
+    uint32_t flags, colors;
+    bool palette, table;
+  } cases[] = {{16, 0, 0, false, false},
+               {64, T_RES_FIXED, 0, true, false},
+               {8, T_RES_OPTIMIZED, 30, true, false},
+               {4, T_RES_PALETTE, 9, true, false},
+               {8, T_RES_WEB, 0, false, true},
+               {4, T_RES_FIXED | T_RES_WEB, 0, false, true},
+               {8, T_RES_FIXED | T_RES_WEB, 0, false, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.bits << " bits, flags " << c.flags);
+    List together, alone;
+    fill(together);
+    fill(alone);
+    const T_PaletteEntry* const palette = c.palette ? own : nullptr;
+    uint32_t* const table = c.table ? T_CreateUserMatchTable(own, 2) : nullptr;  // freed by the call
+    ASSERT_EQ(T_ColorResBitmapList(together.handle, c.bits, c.flags, palette, table, c.colors), SUCCESS);
+    for (uint32_t i = 0; i < 2; ++i) {
+      BitmapHandle one = together.handle->Items[i];
+      BitmapHandle& other = alone.handle->Items[i];
+      ASSERT_EQ(T_ColorResBitmap(&other, nullptr, 212, c.bits, c.flags, palette, nullptr, c.colors, nullptr, nullptr),
+                SUCCESS);
+      EXPECT_EQ(RowsOf(one), RowsOf(other));
+      const size_t entries = c.bits <= 8 ? size_t{1} << c.bits : 0;
+      EXPECT_TRUE(entries == 0 || std::memcmp(V(one.Palette), V(other.Palette), 4 * entries) == 0);
+    }
+    if (c.flags != (T_RES_FIXED | T_RES_WEB)) continue;
+    const T_PaletteEntry* const known = c.bits == 8 ? T_IntGetNetscapePalette() : T_IntGetFixedPalette(4);
+    EXPECT_EQ(std::memcmp(V(together.handle->Items[0].Palette), known, 16 * 4), 0);
+  }
+  // Other names of the palette that is made for all; colours that are few.
+  std::vector<Bytes> first;
+  for (const uint32_t flags : {0u, 2u, 8u, 10u}) {
+    List list;
+    fill(list);
+    ASSERT_EQ(T_ColorResBitmapList(list.handle, 4, flags, nullptr, nullptr, 0), SUCCESS);
+    BitmapHandle item = list.handle->Items[1];
+    if (flags == 0) first = RowsOf(item);
+    EXPECT_EQ(RowsOf(item), first) << flags;
+    ASSERT_EQ(T_ColorResBitmapList(list.handle, 8, flags, nullptr, nullptr, 0), SUCCESS);
+    EXPECT_EQ(list.handle->Items[0].BitsPerPixel, 8);
+  }
+  List list;
+  EXPECT_EQ(T_ColorResBitmapList(list.handle, 8, 0, nullptr, nullptr, 0), SUCCESS) << "of no bitmaps";
+  fill(list);
+  uint32_t mine[1] = {};
+  uint32_t* const before = T_SetUserMatchTable(mine);
+  EXPECT_EQ(T_ColorResBitmapList(list.handle, 8, 256, own, nullptr, 0), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_SetUserMatchTable(before), mine);
+  EXPECT_EQ(list.handle->Items[0].BitsPerPixel, 24);
 }
 
 TEST(ColorRes, RefusesInOrderAndKeepsTheSource) {

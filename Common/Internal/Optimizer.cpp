@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "Common/Internal/ColorLines.h"
-#include "Common/Internal/Geometry.h"
 #include "Common/Internal/Rows.h"
 #include "tarn/memory.h"
 
@@ -12,7 +11,6 @@ namespace tarn {
 namespace {
 
 constexpr uint32_t kKeys = 32768;
-constexpr uint64_t kFull = 0x80000000;  // a count that has come so far makes all be halved
 constexpr uint32_t kNotSeparated = 63;  // entries that stay for the split at least
 
 uint32_t Component(uint32_t key, int channel) noexcept { return key >> (10 - 5 * channel) & 31; }
@@ -44,9 +42,10 @@ Optimizer::~Optimizer() {
   if (histogram_) T_LocalFree(histogram_, here.line, here.file);
 }
 
-Status Optimizer::Open(uint32_t wanted) noexcept {
+Status Optimizer::Open(uint32_t wanted, uint64_t full) noexcept {
   const Here here = TARN_HERE;
   wanted_ = wanted;
+  full_ = full;
   histogram_ = static_cast<uint32_t*>(T_LocalAllocInit(kKeys, sizeof(uint32_t), here.line, here.file));
   if (!histogram_) return ERR_NO_MEMORY;
   odd_ = TrackedBuffer<uint32_t>::Zeroed(kKeys, TARN_HERE);
@@ -72,15 +71,15 @@ void Optimizer::Gather() noexcept {
 }
 
 void Optimizer::AddPixels(const uint8_t* pixels, int64_t count) noexcept {
-  if (largest_ + static_cast<uint64_t>(count) > kFull) Gather();  // gather exact sums
-  if (largest_ + static_cast<uint64_t>(count) <= kFull) {
+  if (largest_ + static_cast<uint64_t>(count) > full_) Gather();  // gather exact sums
+  if (largest_ + static_cast<uint64_t>(count) <= full_) {
     Kernels().countKeys(counts_, pixels, count);
     largest_ += static_cast<uint64_t>(count);
     return;
   }
   for (int64_t i = 0; i < count; ++i, pixels += 4) {  // one by one: the next may be the one too many
     const uint32_t key = static_cast<uint32_t>(pixels[2] >> 3 << 10 | pixels[1] >> 3 << 5 | pixels[0] >> 3);
-    if (histogram_[key] == kFull) {
+    if (histogram_[key] == full_) {
       for (uint32_t at = 0; at < kKeys; ++at)
         histogram_[at] = static_cast<uint32_t>((uint64_t{histogram_[at]} + 1) >> 1);
     }
@@ -93,7 +92,6 @@ void Optimizer::AddPixels(const uint8_t* pixels, int64_t count) noexcept {
 }
 
 Status Optimizer::Add(BitmapHandle& bitmap) noexcept {
-  if (!GeometryHolds(bitmap)) return ERR_INVALID_PARAMETER;
   ColorLines lines;
   TARN_TRY(lines.Open(bitmap));
   const BitmapLock lock(bitmap);
@@ -218,7 +216,6 @@ uint32_t Optimizer::Build(T_PaletteEntry* palette) noexcept {
   Gather();
   std::memset(palette, 0, wanted_ * sizeof(T_PaletteEntry));
   boxCount_ = 0;
-  if (counts_.keyCount == 0) return 0;
   SeparateDominant();
   SplitBoxes();
   for (uint32_t i = 0; i < boxCount_; ++i) {

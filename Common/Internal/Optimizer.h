@@ -18,11 +18,11 @@ class Optimizer {
   Optimizer(const Optimizer&) = delete;
   Optimizer& operator=(const Optimizer&) = delete;
 
-  /// ERR_NO_MEMORY. @param wanted colours, 1..256
-  Status Open(uint32_t wanted) noexcept;
-  /// Counts a bitmap's pixels; a row status when rows cannot be read.
+  /// ERR_NO_MEMORY. @param wanted colours, 1..256 @param full a count that has come so far makes all be halved
+  Status Open(uint32_t wanted, uint64_t full = 0x80000000) noexcept;
+  /// Counts the pixels of a bitmap whose geometry holds; a row status when rows cannot be read.
   Status Add(BitmapHandle& bitmap) noexcept;
-  /// Writes up to `wanted` entries, sorted by red, green, blue from high to low. @return how many
+  /// After a bitmap: writes up to `wanted` entries, sorted by red, green, blue from high to low. @return how many
   uint32_t Build(T_PaletteEntry* palette) noexcept;
   /// After Build: 32768 numbers, of each key that occurred the position in the palette + 1, else 0. The caller frees it
   /// with T_FreeUserMatchTable.
@@ -54,6 +54,7 @@ class Optimizer {
   TrackedBuffer<Box> boxes_;
   uint32_t boxCount_ = 0;
   KeyCounts counts_{};
+  uint64_t full_ = 0;
   uint64_t largest_ = 0;  // no count is above
   uint8_t place_[256];    // of boxes in the sorted palette
 };

@@ -27,8 +27,9 @@ T_API int32_t T_GetBitmapColorCountExt(BitmapHandle* bitmap, uint32_t* count, T_
  *  @param matchTable gets a match table for T_StartDitheringExt, freed by the caller with T_FreeUserMatchTable, or null
  *         where the palette holds all colours; may itself be null
  *  @param optimized gets 0 for one bitmap whose colours are all in the palette, else 1
- *  @return SUCCESS; ERR_INVALID_PARAMETER (null, count); ERR_NO_BITMAP (empty list, an item without storage); statuses
- * of the list; ERR_NO_MEMORY; a row status. */
+ *  @return SUCCESS; ERR_INVALID_PARAMETER (null, count); ERR_NO_BITMAP (empty list); ERR_NULL_POINTER (a list without
+ * items); of an item: ERR_NO_BITMAP (no storage), ERR_BAD_STRUCT_SIZE, ERR_INVALID_PARAMETER (damaged geometry);
+ * ERR_BAD_LUT_LENGTH; ERR_NO_MEMORY; a row status. */
 T_API int32_t T_CreateBitmapListOptPal(T_BitmapList* list, T_PaletteEntry* palette, uint32_t* count,
                                        uint32_t** matchTable, uint32_t* optimized) T_NOTHROW;
 
