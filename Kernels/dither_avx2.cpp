@@ -83,8 +83,7 @@ void Above(void* sums, const int16_t* const* rows, int32_t count, const DitherKe
 
 void AboveGray(int16_t* sums, const int16_t* const* rows, int32_t count, const DitherKernel& kernel) noexcept {
   const int32_t done = GatherNarrow(sums, rows, count, 1, kernel);
-  const int16_t* const rest[3] = {rows[0] + done, kernel.rows > 1 ? rows[1] + done : nullptr,
-                                  kernel.rows > 2 ? rows[2] + done : nullptr};
+  const int16_t* const rest[3] = {rows[0] + done, kernel.rows > 1 ? rows[1] + done : nullptr, nullptr};  // never wide
   kDitherPortable.aboveGray(sums + done, rest, count - done, kernel);
 }
 
@@ -256,118 +255,6 @@ void DiffuseSteps(const DitherBlock& block, int32_t start, int32_t count, const 
   }
 }
 
-// ---- Four lines in one register ----
-
-struct FourConstants {
-  V left1, left2, multiplier, gray, scale, rise, weight;
-  H shift, fill;
-};
-
-FourConstants FourOf(const Constants& c) noexcept {
-  const auto both = [](H half) { return _mm256_broadcastsi128_si256(_mm_unpacklo_epi64(half, half)); };
-  return {both(c.left1), both(c.left2), both(c.multiplier), both(c.gray), both(c.scale), both(c.rise), both(c.weight),
-          c.shift,       c.fill};
-}
-
-V Four(const void* a, const void* b, const void* c, const void* d) noexcept {
-  return _mm256_set_m128i(_mm_unpacklo_epi64(LoadLow(c), LoadLow(d)), _mm_unpacklo_epi64(LoadLow(a), LoadLow(b)));
-}
-
-template <bool kPower>
-V FourDiffused(V sum, V error1, V error2, const FourConstants& c) noexcept {
-  sum = _mm256_add_epi16(sum, _mm256_mullo_epi16(error2, c.left2));
-  sum = _mm256_add_epi16(sum, _mm256_mullo_epi16(error1, c.left1));
-  if constexpr (kPower)
-    return _mm256_sra_epi16(_mm256_add_epi16(sum, _mm256_srl_epi16(_mm256_srai_epi16(sum, 15), c.fill)), c.shift);
-  const V size = _mm256_srl_epi16(_mm256_mulhi_epu16(_mm256_abs_epi16(sum), c.multiplier), c.shift);
-  return _mm256_sign_epi16(size, sum);
-}
-
-/// Sums of products of each line's lanes, in the first of its two 32-bit words.
-V FourDots(V a, V b) noexcept {
-  const V pairs = _mm256_madd_epi16(a, b);
-  return _mm256_add_epi32(pairs, _mm256_srli_epi64(pairs, 32));
-}
-
-/// Positions of four clamped colours, and their components.
-template <DitherColors::Rule kRule>
-V FourChosen(V level, uint32_t positions[4], const FourConstants& c, const DitherColors& colors) noexcept {
-  if constexpr (kRule == DitherColors::kTable) {
-    const V bytes = _mm256_packus_epi16(level, level);  // the words of lines 0, 1 and of 2, 3 begin each half
-    const auto low = static_cast<uint64_t>(_mm_cvtsi128_si64(_mm256_castsi256_si128(bytes)));
-    const auto high = static_cast<uint64_t>(_mm_cvtsi128_si64(_mm256_extracti128_si256(bytes, 1)));
-    const uint32_t keys[4] = {
-        _pext_u32(static_cast<uint32_t>(low), colors.mask), _pext_u32(static_cast<uint32_t>(low >> 32), colors.mask),
-        _pext_u32(static_cast<uint32_t>(high), colors.mask), _pext_u32(static_cast<uint32_t>(high >> 32), colors.mask)};
-    for (int line = 0; line < 4; ++line) {
-      positions[line] = colors.table[keys[line]];
-      if (positions[line] == colors.unknown) [[unlikely]]
-        positions[line] = colors.resolve(colors.owner, keys[line]);
-    }
-  } else {
-    V dots;
-    V step = level;
-    if constexpr (kRule == DitherColors::kSteps) {
-      step = _mm256_mulhi_epu16(level, c.scale);
-      dots = FourDots(step, c.weight);
-    } else {
-      dots = _mm256_srli_epi32(_mm256_add_epi32(FourDots(level, c.gray), _mm256_set1_epi32(4)),
-                               kRule == DitherColors::kGray1 ? 10 : 9);
-    }
-    const H low = _mm256_castsi256_si128(dots), high = _mm256_extracti128_si256(dots, 1);
-    positions[0] = static_cast<uint32_t>(_mm_cvtsi128_si32(low));
-    positions[1] = static_cast<uint32_t>(_mm_extract_epi32(low, 2));
-    positions[2] = static_cast<uint32_t>(_mm_cvtsi128_si32(high));
-    positions[3] = static_cast<uint32_t>(_mm_extract_epi32(high, 2));
-    if constexpr (kRule == DitherColors::kSteps)
-      return _mm256_srli_epi16(_mm256_add_epi16(_mm256_mullo_epi16(step, c.rise), _mm256_set1_epi16(1)), 2);
-  }
-  const auto* const at = colors.colors;
-  return Four(at[positions[0]], at[positions[1]], at[positions[2]], at[positions[3]]);
-}
-
-/// DiffuseLines of four lines, not wide.
-template <bool kPower, DitherColors::Rule kRule>
-void DiffuseFour(const DitherBlock* const* blocks, const int32_t* start, int32_t count, const Constants& constants,
-                 const DitherColors& given) noexcept {
-  const FourConstants c = FourOf(constants);
-  const DitherColors colors = given;
-  const uint8_t* pixels[4];
-  const int16_t* sums[4];
-  int16_t* errors[4];
-  uint8_t* indices[4];
-  for (int line = 0; line < 4; ++line) {
-    const DitherBlock& block = *blocks[line];
-    pixels[line] = block.pixels + 4 * start[line];
-    sums[line] = static_cast<const int16_t*>(block.sums) + 4 * start[line];
-    errors[line] = block.errors + 4 * start[line];
-    indices[line] = block.indices + start[line];
-  }
-  V error1 = Four(errors[0] - 4, errors[1] - 4, errors[2] - 4, errors[3] - 4);
-  V error2 = Four(errors[0] - 8, errors[1] - 8, errors[2] - 8, errors[3] - 8);
-  const V least = _mm256_setzero_si256(), most = _mm256_set1_epi16(255);
-  for (int32_t x = 0; x < count; ++x) {
-    const int64_t at = 4 * int64_t{x};
-    const auto pixel = [&](int line) {
-      return _mm_castps_si128(_mm_load_ss(reinterpret_cast<const float*>(pixels[line] + at)));
-    };
-    const H words = _mm_unpacklo_epi64(_mm_unpacklo_epi32(pixel(0), pixel(1)), _mm_unpacklo_epi32(pixel(2), pixel(3)));
-    const V sum = Four(sums[0] + at, sums[1] + at, sums[2] + at, sums[3] + at);
-    const V moved = _mm256_add_epi16(_mm256_cvtepu8_epi16(words), FourDiffused<kPower>(sum, error1, error2, c));
-    const V level = _mm256_min_epi16(_mm256_max_epi16(moved, least), most);
-    uint32_t positions[4];
-    const V chosen = FourChosen<kRule>(level, positions, c, colors);
-    error2 = error1;
-    error1 = _mm256_sub_epi16(level, chosen);
-    const H low = _mm256_castsi256_si128(error1), high = _mm256_extracti128_si256(error1, 1);
-    StoreLow(errors[0] + at, low);
-    StoreLow(errors[1] + at, _mm_unpackhi_epi64(low, low));
-    StoreLow(errors[2] + at, high);
-    StoreLow(errors[3] + at, _mm_unpackhi_epi64(high, high));
-    for (int line = 0; line < 4; ++line) indices[line][x] = colors.indices[positions[line]];
-  }
-}
-
 /// Walks blocks of any lengths: as many beside each other as there are.
 template <class Walk>
 void Together(const DitherBlock* blocks, int lines, Walk walk) noexcept {
@@ -411,11 +298,7 @@ void DiffuseBy(const DitherBlock* blocks, int lines, const DitherKernel& kernel,
                case 3:
                  return DiffuseLines<3, kDivision, kRule>(open, start, count, c, colors);
                default:
-                 if constexpr (kDivision == Division::kWide) {
-                   return DiffuseLines<4, kDivision, kRule>(open, start, count, c, colors);
-                 } else {
-                   return DiffuseFour<kDivision == Division::kPower, kRule>(open, start, count, c, colors);
-                 }
+                 return DiffuseLines<4, kDivision, kRule>(open, start, count, c, colors);
              }
            });
 }
@@ -429,7 +312,7 @@ void DiffuseTo(const DitherBlock* blocks, int lines, const DitherKernel& kernel,
       return DiffuseBy<kDivision, DitherColors::kSteps>(blocks, lines, kernel, colors);
     case DitherColors::kGray1:
       return DiffuseBy<kDivision, DitherColors::kGray1>(blocks, lines, kernel, colors);
-    case DitherColors::kGray2:
+    default:  // kGray2
       return DiffuseBy<kDivision, DitherColors::kGray2>(blocks, lines, kernel, colors);
   }
 }
@@ -608,7 +491,7 @@ void Ordered(uint8_t* indices, const uint8_t* pixels, int64_t count, const int16
     case DitherColors::kGray1:
       OrderedBy<DitherColors::kGray1>(indices, pixels, whole, up, down, colors);
       break;
-    case DitherColors::kGray2:
+    default:  // kGray2
       OrderedBy<DitherColors::kGray2>(indices, pixels, whole, up, down, colors);
       break;
     case DitherColors::kSteps:

@@ -34,7 +34,7 @@ uint32_t PositionOf(const uint8_t* bgr, const DitherColors& colors) noexcept {
         position += (uint32_t{bgr[lane]} * colors.channels[lane].scale >> 16) * colors.channels[lane].weight;
       return position;
     }
-    case DitherColors::kTable:
+    default:  // kTable
       break;
   }
   const uint32_t key = Extract(Word(bgr), colors.mask);

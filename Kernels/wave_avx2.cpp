@@ -347,7 +347,7 @@ void WalkWave_Avx2(DitherWave& wave, const DitherKernel& kernel, const DitherCol
       return WalkAll(wave, kernel, Steps(colors));
     case DitherColors::kGray1:
       return WalkAll(wave, kernel, GrayValue<1>());
-    case DitherColors::kGray2:
+    default:  // kGray2
       return WalkAll(wave, kernel, GrayValue<2>());
   }
 }

@@ -199,7 +199,7 @@ TEST_P(Dither, GroupsOfLinesAreTheLines) {
           SCOPED_TRACE(testing::Message()
                        << source.bits << " to " << target.name << " method " << method << " width " << width);
           Described bitmap(source, width, random);
-          std::vector<uint32_t> lent = LentTable(), lentToo = LentTable();
+          std::vector<uint32_t> lent = LentTable(), lentToo = LentTable(), lentThree = LentTable();
           tarn::DitherTarget to = {
               target.given ? reinterpret_cast<const T_PaletteEntry*>(target.palette.data()) : nullptr,
               static_cast<uint32_t>(target.count), static_cast<uint32_t>(target.bits), nullptr};
@@ -208,11 +208,17 @@ TEST_P(Dither, GroupsOfLinesAreTheLines) {
           tarn::DitherRun* const single = tarn::DitherRun::Create(bitmap, method, to, status);
           to.matchTable = target.lent ? lentToo.data() : nullptr;
           tarn::DitherRun* const group = tarn::DitherRun::Create(bitmap, method, to, status);
-          ASSERT_TRUE(single && group);
+          to.matchTable = target.lent ? lentThree.data() : nullptr;
+          tarn::DitherRun* const noWaves = tarn::DitherRun::Create(bitmap, method, to, status);
+          ASSERT_TRUE(single && group && noWaves);
           ASSERT_TRUE(group->OpenGroups().Ok());
+          // Without the memory of waves lines go by fours.
+          tarn::fault::Arm({.first = 2, .points = tarn::fault::kMemoryPoints});
+          (void)noWaves->OpenGroups();
+          tarn::fault::Disarm();
           const size_t bytes = (static_cast<size_t>(width) * to.bits + 7) / 8;
           for (const int lines : {4, 3, 1, 53, 17, 2}) {  // by fours, as waves, and both
-            std::vector<Bytes> in, one(53, Bytes(bytes, 0x5A)), many(53, Bytes(bytes, 0x5A));
+            std::vector<Bytes> in, one(53, Bytes(bytes, 0x5A)), many = one, fours = one;
             const uint8_t* sources[53];
             uint8_t* results[53];
             for (int i = 0; i < lines; ++i) {
@@ -224,8 +230,12 @@ TEST_P(Dither, GroupsOfLinesAreTheLines) {
             for (int i = 0; i < lines; ++i) single->Line(one[static_cast<size_t>(i)].data(), sources[i]);
             group->Lines(results, sources, lines);
             ASSERT_EQ(one, many);
+            for (int i = 0; i < lines; ++i) results[i] = fours[static_cast<size_t>(i)].data();
+            noWaves->Lines(results, sources, lines);
+            ASSERT_EQ(one, fours);
           }
           EXPECT_EQ(lent, lentToo);
+          tarn::DitherRun::Destroy(noWaves);
           tarn::DitherRun::Destroy(single);
           tarn::DitherRun::Destroy(group);
         }
