@@ -65,7 +65,7 @@ Plan PlanFor(const DibLayout& layout) noexcept {
   const uint32_t(&m)[kDibChannels] = layout.masks;
   if (layout.bits == 16) {
     const bool native = m[kDibRed] == 0x7C00 && m[kDibGreen] == 0x03E0 && m[kDibBlue] == 0x001F;
-    if (native && (m[kDibAlpha] == 0 || m[kDibAlpha] == 0x8000)) return {16, nullptr};
+    if (native) return {16, nullptr};  // alpha is the bit that is left, or nothing
     // 16-bit colour has five bits a channel: anything else goes where none of it is lost.
     if (m[kDibAlpha]) return {32, UnpackWords<uint16_t, 4>};
     return {24, UnpackWords<uint16_t, 3>};

@@ -51,7 +51,7 @@ int64_t BytesOfPixel(int32_t bits, int32_t column) noexcept {
   constexpr uint32_t kKinds = T_FLAG_IN_MEMORY | T_FLAG_COMPRESSED | T_FLAG_TILED | T_FLAG_SUPER_COMPRESSED;
   if ((bitmap.Flags & kKinds) != T_FLAG_IN_MEMORY) return nullptr;
   uint8_t* const data = bitmap.Data;
-  if (!data || bitmap.Height <= 0 || row >= static_cast<uint32_t>(bitmap.Height)) return nullptr;
+  if (!data || int64_t{row} >= bitmap.Height) return nullptr;
   const uint32_t rowBytes = bitmap.BytesPerLine;
   const uint64_t start = static_cast<uint64_t>(row) * rowBytes + offset;
   if (offset + bytes > rowBytes) return nullptr;

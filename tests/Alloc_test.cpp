@@ -2,7 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include "Platform/Fault.h"
 #include "Scope.h"
+
+#ifndef _WIN32
+#include <sys/resource.h>
+#endif
 
 using namespace tarn::test;
 
@@ -79,6 +84,13 @@ TEST(Alloc, MemoryTypes) {
   EXPECT_EQ(T_AllocateBitmap(&b, 1), ERR_BAD_STRUCT_SIZE);
   T_InitBitmap(&b, 212, 0, 0, 0);
   EXPECT_EQ(T_AllocateBitmap(&b, 77), ERR_EMPTY_AREA);
+  Bitmap noRows(4, 4, 8), noBytes(4, 4, 8), large(4, 4, 8);
+  noRows.Height = 0;
+  noBytes.BytesPerLine = 0;
+  large.Size = uint64_t{T_MAX_IMAGE_BYTES} + 1;
+  EXPECT_EQ(T_AllocateBitmap(&noRows, 1), ERR_EMPTY_AREA);
+  EXPECT_EQ(T_AllocateBitmap(&noBytes, 1), ERR_EMPTY_AREA);
+  EXPECT_EQ(T_AllocateBitmap(&large, 1), ERR_IMAGE_TOO_LARGE);
 }
 
 TEST(Alloc, ThresholdsChooseTheKind) {
@@ -116,6 +128,8 @@ TEST(Alloc, ThresholdBounds) {
   int32_t threshold = 0;
   EXPECT_EQ(T_GetMemoryThresholds(&threshold, nullptr, nullptr, nullptr, nullptr), 7);  // stored before the refusal
   EXPECT_EQ(threshold, 7);
+  int64_t block = 0;
+  EXPECT_EQ(T_GetMemoryThresholds(nullptr, &block, nullptr, nullptr, nullptr), block);
   EXPECT_EQ(T_SetDefaultMemoryType(2), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_GetDefaultMemoryType(nullptr), ERR_INVALID_PARAMETER);
   uint32_t type = 0;
@@ -216,6 +230,15 @@ TEST(Alloc, CompressedHeightCrossesSegments) {
   ASSERT_EQ(T_ChangeBitmapHeight(&b, 70000), SUCCESS);
   EXPECT_EQ(V(b.Size), held);  // rows without a record take nothing
   EXPECT_EQ(FirstDifference(b, 2, 32768), -1);
+  for (const int32_t height : {60000, 110000}) {  // the border moves, segments go and come: all or nothing
+    for (uint64_t first = 1; b.Height != height; ++first) {
+      tarn::fault::Arm({.first = first, .last = first, .points = tarn::fault::kMemoryPoints});
+      const int32_t status = T_ChangeBitmapHeight(&b, height);
+      tarn::fault::Disarm();
+      ASSERT_EQ(status, b.Height == height ? SUCCESS : ERR_NO_MEMORY);
+    }
+    EXPECT_EQ(FirstDifference(b, 2, 32768), -1);
+  }
   EXPECT_EQ(Row(b, 69999), std::vector<uint8_t>(b.BytesPerLine, 0));
   const auto line = Pattern(b, 69999, 2);
   EXPECT_EQ(T_PutBitmapRow(&b, line.data(), 69999, line.size()), static_cast<int64_t>(line.size()));
@@ -328,4 +351,53 @@ TEST(Alloc, NewStorageIsZero) {
       Fill(b, 1);
     }
   }
+}
+
+// Tiles of half the size are tried while they can be had, as long as the machine could hold the picture at all.
+TEST(Alloc, TilesShrinkUntilTheyAreThere) {
+  using tarn::fault::Point;
+  const ThresholdScope scope;
+  Thresholds(1000, 64000, -100, 1);
+  for (uint64_t refused = 0; refused < 4; ++refused) {
+    Bitmap b(kWidth, kHeight, 8);
+    // A tile's memory and its swap file.
+    tarn::fault::Arm({.first = 1, .last = 2 * refused, .points = Mask(Point::kBlock) | Mask(Point::kOpen)});
+    const int32_t status = T_AllocateBitmap(&b, 1);
+    tarn::fault::Disarm();
+    ASSERT_EQ(status, SUCCESS) << refused;
+    EXPECT_EQ(Info(b).tileSize, refused < 3 ? 64000 >> refused : 0);  // of more than eight rows
+    EXPECT_EQ(b.Reported(), refused < 3 ? 4u : 128u);
+  }
+}
+
+// With nine tenths of the process's handles in use nothing is made that takes many of them.
+TEST(Alloc, ScarceHandlesAreSpared) {
+#ifdef _WIN32
+  GTEST_SKIP() << "the budget is a constant there";
+#else
+  const ThresholdScope scope;
+  Thresholds(0x7FFFFFFF, 10000, 0, 1);
+  rlimit saved{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+  uint32_t count = 0, budget = 0;
+  ASSERT_TRUE(tarn::platform::HandleCount(count, budget));
+  const struct {
+    int32_t bits;
+    uint32_t type, plenty, scarce;
+  } cases[] = {{8, TYPE_TILED, 4, 1}, {24, TYPE_SUPERCOMPRESSED | TYPE_CONV, 1024, 1}, {1, TYPE_COMPRESSED, 512, 512}};
+  for (const auto& c : cases) {
+    // Some left; nearly none; none, so that they cannot even be counted.
+    for (const rlim_t allowed : {saved.rlim_cur, rlim_t{count + 1}, rlim_t{3}}) {
+      const bool scarce = allowed != saved.rlim_cur;
+      Bitmap b(kWidth, kHeight, c.bits);
+      rlimit limits = saved;
+      limits.rlim_cur = allowed;
+      ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limits), 0);
+      const int32_t status = T_AllocateBitmap(&b, c.type);
+      ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+      EXPECT_EQ(status, SUCCESS);
+      EXPECT_EQ(b.Reported(), scarce ? c.scarce : c.plenty) << c.type;
+    }
+  }
+#endif
 }

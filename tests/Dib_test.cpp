@@ -203,6 +203,40 @@ TEST(Dib, GraySamplesGoBySignificantBitsAndLookupTable) {
   }
 }
 
+// Tables that are announced, and are not there or shorter.
+TEST(Dib, TablesAreWhatTheirBlocksHold) {
+  Picture gray;
+  ASSERT_EQ(gray.Make(Kind::kBlock, {9, 3, 12}, 5), "");
+  BitmapHandle& record = gray.record;
+  record.Order = T_ORDER_GRAY;
+  record.Flags |= T_FLAG_LUT_IN_USE;
+  const auto bits = [&] {
+    Dib dib(record);
+    EXPECT_EQ(dib.status, SUCCESS);
+    return dib.status == SUCCESS ? dib.Data()[14] : 0;  // of a pixel, in the header
+  };
+  EXPECT_EQ(bits(), 8) << "no table";
+  record.LUT = static_cast<T_PaletteEntry*>(T_GlobalAllocInit(100, 4, 1, L"here"));
+  EXPECT_EQ(bits(), 8) << "of no length";
+  record.LUTLength = 101;
+  EXPECT_EQ(bits(), 8) << "longer than its block";
+  record.LUTLength = 100;
+  EXPECT_EQ(bits(), 24);
+
+  const T_PaletteEntry three[3] = {{1, 2, 3, 0}, {4, 5, 6, 0}, {7, 8, 9, 0}};
+  for (const uint32_t said : {2u, 16u}) {
+    Bitmap named;
+    ASSERT_EQ(T_CreateBitmap(&named, 212, TYPE_CONV, 9, 3, 4, 0, nullptr, 1, nullptr, 0), SUCCESS);
+    ASSERT_EQ(T_SetBitmapNewPalette(&named, three, 3), SUCCESS);
+    named.Colors = said;
+    Dib dib(named);
+    ASSERT_EQ(dib.status, SUCCESS);
+    Bytes table(dib.Data() + 40, dib.Data() + 40 + 16 * 4), wanted(16 * 4);
+    std::memcpy(wanted.data(), three, said == 2 ? 8 : 12);
+    EXPECT_EQ(table, wanted);
+  }
+}
+
 TEST(Dib, RoundTripsKeepPixelsColoursAndResolution) {
   for (const int32_t bits : {1, 4, 8, 16, 24, 32}) {
     for (const int32_t width : {1, 7, 8, 9, 33}) {
@@ -273,7 +307,11 @@ constexpr MaskCase kMaskCases[] = {{16, {0x7C00, 0x3E0, 0x1F, 0}, 16},
                                    {16, {0xF00, 0xF0, 0xF, 0xF000}, 32},
                                    {16, {0xE0, 0x1C, 0x3, 0}, 24},
                                    {16, {0x8000, 0x4000, 0x2000, 0x1}, 32},
+                                   {16, {0x7C00, 0x3E0, 0xF, 0}, 24},
+                                   {16, {0x7C00, 0x1E0, 0x1F, 0x8000}, 32},
                                    {32, {0xFF0000, 0xFF00, 0xFF, 0}, 32},
+                                   {32, {0xFF0000, 0xFF00, 0xF, 0xFF000000}, 32},
+                                   {32, {0xFF0000, 0xF00, 0xFF, 0xFF000000}, 32},
                                    {32, {0xFF0000, 0xFF00, 0xFF, 0xFF000000}, 32},
                                    {32, {0xFF, 0xFF00, 0xFF0000, 0xFF000000}, 32},
                                    {32, {0x3FF00000, 0xFFC00, 0x3FF, 0xC0000000}, 32},
@@ -476,6 +514,9 @@ constexpr Refusal kRefusals[] = {
     {"0 bits", [](DibPlan& p) { p.bits = 0; }},
     {"3 bits", [](DibPlan& p) { p.bits = 3; }},
     {"48 bits", [](DibPlan& p) { p.bits = 48; }},
+    {"core without planes", [](DibPlan& p) { p.header = 12, p.planes = 0; }},
+    {"core of 5 bits", [](DibPlan& p) { p.header = 12, p.bits = 5; }},
+    {"core of 16 bits", [](DibPlan& p) { p.header = 12, p.bits = 16; }},
     {"core of 32 bits", [](DibPlan& p) { p.header = 12, p.bits = 32; }},
     {"runs of 24 bits", [](DibPlan& p) { p.compression = 1; }},
     {"runs of 8 bits as 4", [](DibPlan& p) { p.compression = 2, p.bits = 8; }},
@@ -555,6 +596,24 @@ TEST(Dib, ChecksComeInOrder) {
   bitmap.ViewPerspective = 1;
   bitmap.Order = T_ORDER_GRAY;
   EXPECT_EQ(T_ChangeToDIB(&bitmap, &dib), ERR_INVALID_PARAMETER);
+  const struct {
+    int32_t bits;
+    uint32_t order;
+    bool shown;
+  } orders[] = {{24, T_ORDER_WIDE, true}, {48, T_ORDER_WIDE, true},  {16, T_ORDER_WIDE, false},
+                {24, 3, false},           {48, T_ORDER_GRAY, false}, {64, T_ORDER_GRAY, false},
+                {16, T_ORDER_GRAY, true}, {32, T_ORDER_GRAY, true}};
+  for (const auto& o : orders) {
+    Bitmap other(5, 5, o.bits);
+    ASSERT_EQ(T_AllocateBitmap(&other, 1), SUCCESS);
+    other.Order = o.order;
+    const Dib shown(other);
+    EXPECT_EQ(shown.status, o.shown ? SUCCESS : ERR_INVALID_PARAMETER) << o.bits << " bits, order " << o.order;
+  }
+  Bitmap large(5, 5, 2);
+  large.Width = 1 << 20, large.Height = 1 << 14, large.BytesPerLine = 1 << 18;  // four bits a pixel are too many
+  large.Flags |= T_FLAG_ALLOCATED | T_FLAG_IN_MEMORY | T_FLAG_USER_DATA;
+  EXPECT_EQ(T_ConvertToDIB(&large, &dib), ERR_IMAGE_TOO_LARGE);
   bitmap.Order = T_ORDER_BGR;
   EXPECT_EQ(T_ChangeToDIB(&bitmap, &dib), ERR_SIGNED_DATA);
   bitmap.Flags &= ~T_FLAG_SIGNED_DATA;

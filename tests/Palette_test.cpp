@@ -48,6 +48,10 @@ TEST(Palette, CreatorsGiveOwnBlocks) {
   EXPECT_EQ(T_CreateNewPalette(ramp, 257), nullptr);
   EXPECT_EQ(T_CreateNewPalette(nullptr, 2), nullptr);
   EXPECT_EQ(T_CreateNewPalette(copy, 0), nullptr);
+  EXPECT_EQ(T_CreateGrayPalette(9), nullptr);
+  T_PaletteEntry* const full = T_CreateGrayPalette(0);  // of 8 bits
+  EXPECT_EQ(Rgb(full[255]), 0xFFFFFFu);
+  T_GlobalFree(full, 1, L"here");
 }
 
 TEST(Palette, OfABitmap) {
@@ -86,6 +90,22 @@ TEST(Palette, OfABitmap) {
   Bitmap deep(4, 4, 16);
   EXPECT_EQ(T_CreateBitmapGrayPalette(&deep), ERR_BAD_BITS_PER_PIXEL);
   EXPECT_EQ(T_PutBitmapColors(&deep, 0, 0, two), ERR_NO_BITMAP);
+  ASSERT_EQ(T_AllocateBitmap(&deep, 1), SUCCESS);
+  EXPECT_EQ(T_PutBitmapColors(&deep, 0, 0, two), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_GetBitmapColors(&deep, 0, 1, got), ERR_INVALID_PARAMETER);
+  deep.BitsPerPixel = 0;
+  EXPECT_EQ(T_CreateBitmapGrayPalette(&deep), ERR_BAD_BITS_PER_PIXEL);
+  EXPECT_EQ(T_CreateBitmapGrayPalette(nullptr), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_CreateBitmapFixedPalette(nullptr), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_PutBitmapColors(&b, 0, 1, nullptr), ERR_INVALID_PARAMETER);
+  b.Colors = 257;  // no palette is as long, and none is there
+  EXPECT_EQ(T_PutBitmapColors(&b, 0, 1, two), ERR_INVALID_PARAMETER);
+  ASSERT_EQ(T_SetBitmapNewPalette(&b, two, 2), SUCCESS);
+  b.Colors = 4;  // more than the block holds
+  EXPECT_EQ(T_PutBitmapColors(&b, 2, 1, two), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_GetBitmapPaletteEntries(&b, 0, 4, got), 2u);
+  EXPECT_EQ(T_GetBitmapPaletteEntries(&b, 0, 4, nullptr), 0u);
+  EXPECT_EQ(T_GetBitmapPaletteEntries(nullptr, 0, 4, got), 0u);
 }
 
 TEST(Palette, CopyBetweenBitmaps) {
@@ -94,6 +114,7 @@ TEST(Palette, CopyBetweenBitmaps) {
   ASSERT_EQ(T_CreateBitmap(&from, 212, 1, 4, 4, 4, 0, nullptr, 1, nullptr, 0), SUCCESS);
   EXPECT_EQ(T_CopyBitmapPalette(&from, &from), SUCCESS);
   EXPECT_EQ(T_CopyBitmapPalette(nullptr, &from), ERR_INVALID_PARAMETER);
+  EXPECT_EQ(T_CopyBitmapPalette(&to, nullptr), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_CopyBitmapPalette(&to, &from), SUCCESS);
   EXPECT_EQ(to.Colors, 16u);
   EXPECT_NE(V(to.Palette), V(from.Palette));
@@ -259,6 +280,11 @@ TEST(Palette, LogicalPalettes) {
   EXPECT_EQ(T_SetPaletteEntries(palette, 199, ~0u, entries), 1u);
   EXPECT_EQ(T_SetPaletteEntries(palette, 200, 1, entries), 0u);
   EXPECT_EQ(T_SetPaletteEntries(palette, 0, 1, nullptr), 0u);
+  const T_LogicalPalette full = T_CreatePalette(entries, 256);  // as long as any
+  EXPECT_EQ(T_GetPaletteEntries(full, 0, 256, got), 256u);
+  EXPECT_EQ(T_GetPaletteEntries(full, 0, 300, got), 256u);
+  EXPECT_EQ(std::memcmp(got, entries, sizeof entries), 0);
+  EXPECT_EQ(T_DeletePalette(full), 1);
   const T_LogicalPalette copy = T_DupPalette(palette);
   EXPECT_NE(copy, palette);
   EXPECT_EQ(T_GetPaletteEntries(copy, 199, 1, got), 1u);
@@ -297,6 +323,15 @@ TEST(Palette, LogicalPalettes) {
   EXPECT_EQ(T_SetBitmapPalette(nullptr, one), ERR_NO_BITMAP);
   EXPECT_EQ(b.Colors, 200u);
   T_DeletePalette(one);
+  // Many at once, gone in another order.
+  std::vector<T_LogicalPalette> many(700);
+  for (size_t i = 0; i < many.size(); ++i) many[i] = T_CreatePalette(entries, 1 + static_cast<uint32_t>(i % 256));
+  for (size_t i = 0; i < many.size(); ++i) EXPECT_EQ(T_GetPaletteSize(many[i]), 1 + i % 256);
+  for (size_t i = 0; i < many.size(); ++i) EXPECT_EQ(T_DeletePalette(many[i * 3 % many.size()]), 1);
+  EXPECT_EQ(tarn::platform::Held().palettes, before.palettes);
+  const T_LogicalPalette screen = T_CreateSystemPalette();
+  EXPECT_LE(T_GetPaletteSize(screen), 256u);
+  EXPECT_EQ(T_DeletePalette(screen), screen != nullptr);  // none where nothing draws by palettes
 }
 
 TEST(Palette, NearestIndexIsTheFirstOfTies) {

@@ -314,6 +314,43 @@ TEST(Pixel, ChecksInTheirOrder) {
   EXPECT_EQ(T_ColorToPixel(nullptr, 0, buffer, 8), ERR_INVALID_PARAMETER);
 }
 
+// Records that say more than there is: a status, whatever is asked, and nothing changes.
+TEST(Pixel, StorageThatIsNotThere) {
+  const struct {
+    const char* name;
+    Kind kind;
+    void (*damage)(BitmapHandle&);
+  } cases[] = {
+      {"no address", Kind::kBlock, [](BitmapHandle& b) { b.Data = nullptr; }},
+      {"fewer rows than said", Kind::kBlock, [](BitmapHandle& b) { b.Height = 1 << 20; }},
+      {"tiles that say they are a block", Kind::kMixedTiles,
+       [](BitmapHandle& b) { b.Flags &= ~uint32_t{T_FLAG_TILED}; }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Picture p;
+    ASSERT_EQ(p.Make(c.kind, {9, 4, 24}, 3), "");
+    BitmapHandle lie = p.record;
+    c.damage(lie);
+    const int32_t row = lie.Height - 1;
+    uint8_t buffer[8] = {1, 2, 3};
+    const auto rows = [&] {
+      Bytes all;
+      for (uint32_t y = 0; y < 4; ++y) {
+        const Bytes line = tarn::test::Row(p.record, y);
+        all.insert(all.end(), line.begin(), line.end());
+      }
+      return all;
+    };
+    const Bytes before = rows();
+    EXPECT_EQ(T_GetPixelColor(&lie, row, 2), T_NO_COLOR);
+    EXPECT_NE(T_PutPixelColor(&lie, row, 2, 0xABCDEF), SUCCESS);
+    EXPECT_EQ(T_GetPixelData(&lie, buffer, row, 2, 8), ERR_NO_MEMORY);
+    EXPECT_EQ(T_PutPixelData(&lie, buffer, row, 2, 8), ERR_NO_MEMORY);
+    EXPECT_EQ(rows(), before);
+  }
+}
+
 TEST(Pixel, ColoursThatAreNotThere) {
   Picture p;
   ASSERT_EQ(p.MakeBlank(Kind::kBlock, {9, 4, 4}), "");
@@ -349,6 +386,35 @@ TEST(Pixel, ColoursThatAreNotThere) {
     T_PutPixelData(&b, &byte, 0, 0, 1);
     EXPECT_EQ(T_GetPixelColor(&b, 0, 0), T_NO_COLOR);
   }
+}
+
+// A lookup table is what its block holds; one that is announced and not there is none.
+TEST(Pixel, TablesThatAreShort) {
+  Picture p;
+  ASSERT_EQ(p.MakeBlank(Kind::kBlock, {5, 2, 16}), "");
+  BitmapHandle& b = p.record;
+  b.Order = T_ORDER_GRAY;
+  const uint8_t nine[] = {9, 0};
+  ASSERT_EQ(T_PutPixelData(&b, nine, 1, 4, 2), SUCCESS);
+  b.Flags |= T_FLAG_LUT_IN_USE;
+  EXPECT_EQ(T_GetPixelColor(&b, 1, 4), 0x04000009u);
+  b.LUT = static_cast<T_PaletteEntry*>(T_GlobalAllocInit(4, sizeof(T_PaletteEntry), 1, L"here"));
+  b.LUTLength = 65536;
+  EXPECT_EQ(T_GetPixelColor(&b, 0, 0), 0u);
+  EXPECT_EQ(T_GetPixelColor(&b, 1, 4), T_NO_COLOR);
+  b.LUT[3].Green = 200;
+  ASSERT_EQ(T_PutPixelColor(&b, 0, 1, 0x0000C800), SUCCESS);
+  uint8_t bytes[2] = {};
+  ASSERT_EQ(T_GetPixelData(&b, bytes, 0, 1, 2), SUCCESS);
+  EXPECT_EQ(bytes[0], 3);
+  b.LUTLength = 0;
+  EXPECT_EQ(T_PutPixelColor(&b, 0, 1, 0), ERR_BAD_LUT_LENGTH);
+  ASSERT_EQ(T_GetPixelData(&b, bytes, 0, 1, 2), SUCCESS);
+  EXPECT_EQ(bytes[0], 3);
+  EXPECT_EQ(T_ColorToPixel(&b, 0x01000007, bytes, 2), ERR_BAD_LUT_LENGTH) << "an index where there are none is black";
+  b.Flags &= ~uint32_t{T_FLAG_LUT_IN_USE};
+  EXPECT_EQ(T_ColorToPixel(&b, 0x01000007, bytes, 2), SUCCESS);
+  EXPECT_EQ(bytes[0] | bytes[1], 0);
 }
 
 namespace {

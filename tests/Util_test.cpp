@@ -188,6 +188,8 @@ TEST(TrackedMemory, ReallocInitClearsTheWholeBlock) {
     const Armed refusing({.first = 1});
     EXPECT_EQ(T_LocalReallocInit(block, 32, 1, L"x"), nullptr);
   }
+  EXPECT_EQ(T_LocalReallocInit(block, UINT64_MAX / 4, 1, L"x"), nullptr) << "more than there is";
+  EXPECT_EQ(ResizeTracked(block, {T_KIND_LOCAL, 0, true, uint64_t{1} << 33, uint64_t{1} << 33}, TARN_HERE), nullptr);
   EXPECT_TRUE(AllBytes(block, 0xEE, 16));
   block = static_cast<uint8_t*>(T_LocalReallocInit(block, 32, 1, L"x"));
   EXPECT_TRUE(AllBytes(block, 0, 32));
@@ -268,6 +270,8 @@ TEST(TrackedMemory, AnUnknownKindIsAnnounced) {
     EXPECT_EQ(ReleaseTracked(kind, &byte, here), 1);
     EXPECT_EQ(shownText, expected);
   }
+  EXPECT_EQ(AllocateTracked({9, 66, true, 1, 8}, {7, nullptr}), nullptr);
+  EXPECT_EQ(shownText, L"Invalid resource type used in (7) ");
   EXPECT_EQ(recording.Left(), "");
 }
 
@@ -288,6 +292,10 @@ TEST(MemoryFunctions, BehaveLikeTheStandardOnes) {
   EXPECT_STREQ(text, "xyzbcd");
   EXPECT_EQ(T_MemorySet(text + 1, 0x100 + 'q', 2), text + 1);
   EXPECT_STREQ(text, "xqqbcd");
+  EXPECT_EQ(T_MemoryMove(nullptr, nullptr, 0), nullptr);
+  EXPECT_EQ(T_MemoryCopy(text, nullptr, 0), text);
+  EXPECT_EQ(T_MemorySet(nullptr, 1, 0), nullptr);
+  EXPECT_EQ(T_MemoryChr(nullptr, 1, 0), nullptr);
   EXPECT_EQ(T_MemoryChr(text, 'b', 6), text + 3);
   EXPECT_EQ(T_MemoryChr(text, 'b', 3), nullptr);
   struct {
@@ -533,6 +541,16 @@ TEST(Library, StopsAndStartsWithoutLeavingAnything) {
     ASSERT_EQ(recording.Left(), "");
     ASSERT_EQ(T_GetDefaultXResolution(), 150);
   }
+  ASSERT_TRUE(platform::LibraryAttach());
+}
+
+TEST(Library, ThreadsHaveNoValueWhileItIsStopped) {
+  EXPECT_TRUE(platform::TlsCreate()) << "there already";
+  platform::LibraryDetach();
+  int own = 0;
+  EXPECT_FALSE(platform::TlsSet(&own));
+  EXPECT_EQ(platform::TlsGet(), nullptr);
+  platform::TlsDestroy();
   ASSERT_TRUE(platform::LibraryAttach());
 }
 

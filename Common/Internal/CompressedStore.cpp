@@ -116,14 +116,12 @@ void CountUsed(BitmapHandle& bitmap, const Table& table) noexcept {
 
 Segment& SegmentOf(Table& table, uint32_t row) noexcept { return *table.Segments()[row / kRowsPerSegment]; }
 
-// Puts a record of `count` words under a row. The words lie anywhere, also behind the last run of the heap.
+// Puts a record of at least one word under a row. The words lie anywhere, also behind the last run of the heap.
 bool Store(Table& table, uint32_t row, const uint16_t* words, uint32_t count) noexcept {
   Segment& segment = SegmentOf(table, row);
   RowEntry& entry = segment.Rows()[row % kRowsPerSegment];
   const uint32_t before = entry.words;
-  if (count == 0) {
-    entry = {0, 0};
-  } else if (count <= before) {
+  if (count <= before) {
     std::memmove(segment.heap + entry.position, words, count * sizeof(uint16_t));
     entry.words = count;
   } else {

@@ -30,12 +30,9 @@ void RegisterStorage(StorageNode& node) noexcept {
 void UnregisterStorage(StorageNode& node) noexcept {
   knownBlocks.Forget(node.data);
   const platform::Guard guard(rowSection);
-  for (StorageNode** link = &storageBuckets[StorageBucketOf(node.data)]; *link; link = &(*link)->next) {
-    if (*link == &node) {
-      *link = node.next;
-      return;
-    }
-  }
+  StorageNode** link = &storageBuckets[StorageBucketOf(node.data)];
+  while (*link != &node) link = &(*link)->next;  // it is there: only what was found or just made is taken out
+  *link = node.next;
 }
 
 StorageNode* FindStorage(const void* data) noexcept {
