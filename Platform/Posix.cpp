@@ -100,7 +100,7 @@ void SetSystemError(SystemError error) noexcept {
     case SystemError::kNoMemory:
       errno = ENOMEM;
       break;
-    case SystemError::kInvalid:
+    default:  // kInvalid
       errno = EINVAL;
       break;
   }

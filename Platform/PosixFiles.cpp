@@ -96,10 +96,9 @@ int OpenFlags(uint32_t access, Disposition disposition) noexcept {
       return flags | O_TRUNC;
     case Disposition::kCreateAlways:
       return flags | O_CREAT | O_TRUNC;
-    case Disposition::kOpenOrCreate:
+    default:  // kOpenOrCreate
       return flags | O_CREAT;
   }
-  return flags;
 }
 
 int OpenAbove(const char* name, int flags, mode_t mode, Answer answer) noexcept {

@@ -20,6 +20,7 @@
 #ifndef _WIN32
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <link.h>
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
@@ -132,6 +133,31 @@ TEST(PlatformThreads, ReadingTheThreadValueKeepsTheLastError) {
   std::thread([] { EXPECT_EQ(platform::TlsGet(), nullptr) << "a new thread has no value"; }).join();
 }
 
+TEST(PlatformThreads, RestsAreWhole) {
+#ifdef _WIN32
+  GTEST_SKIP() << "nothing interrupts a rest there";
+#else
+  struct sigaction action {};
+  struct sigaction before {};
+  action.sa_handler = [](int) {};
+  ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
+  const pthread_t sleeper = pthread_self();
+  std::thread waker([&] {
+    for (int i = 0; i < 3; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(8));
+      pthread_kill(sleeper, SIGUSR1);
+    }
+  });
+  const auto start = std::chrono::steady_clock::now();
+  errno = 7;
+  platform::SleepMilliseconds(60);
+  EXPECT_EQ(errno, 7);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(60));
+  waker.join();
+  sigaction(SIGUSR1, &before, nullptr);
+#endif
+}
+
 TEST(PlatformErrors, MapToTheSystemsOwn) {
   struct Case {
     platform::SystemError error;
@@ -187,6 +213,22 @@ TEST(PlatformErrors, AMessageIsOneLineOnStandardError) {
   EXPECT_EQ(read(pipe[0], text, sizeof text), 14);
   close(pipe[0]);
   EXPECT_STREQ(text, "Tarn: a b?\xC3\xA9\n\n");
+
+  // One that is longer than the room for it comes in pieces; one that nobody takes is dropped.
+  const ScratchDirectory directory;
+  const int again = dup(STDERR_FILENO);
+  const int file = open((directory.Path() / "said").c_str(), O_RDWR | O_CREAT, 0600);
+  const int full = open("/dev/full", O_WRONLY);
+  dup2(file, STDERR_FILENO);
+  platform::ShowMessage(std::wstring(5000, L'\x7F').c_str(), L"");
+  if (full != -1) dup2(full, STDERR_FILENO);
+  platform::ShowMessage(full != -1 ? L"nobody reads this" : L"", L"Tarn");
+  dup2(again, STDERR_FILENO);
+  for (const int descriptor : {again, full, file}) close(descriptor);
+  std::ifstream said(directory.Path() / "said");
+  std::string line;
+  ASSERT_TRUE(std::getline(said, line));
+  EXPECT_EQ(line, std::string(5000, ' '));
 #endif
 }
 
@@ -298,21 +340,45 @@ TEST(PlatformFigures, RespectControlGroups) {
         {"sys/fs/cgroup/memory/y/memory.usage_in_bytes", "512000\n"},
         {"sys/fs/cgroup/memory/y/memory.stat", "cache 3\ninactive_file 9\ntotal_inactive_file 51200\n"}},
        {600 * k, 150 * k, 500 * k, 400 * k}},
+      {"lines of other kinds, the last without an end",
+       {{"proc/self/cgroup", "nothing\n\n7:memory\n6:memoryless,memo:/q\n5:cpu,memory,io:/y"},
+        {"sys/fs/cgroup/memory/q/memory.limit_in_bytes", "1024\n"},
+        {"sys/fs/cgroup/memory/y/memory.limit_in_bytes", "614400\n"},
+        {"sys/fs/cgroup/memory/y/memory.stat", "cache 3\n"}},
+       {600 * k, 600 * k, 500 * k, 400 * k}},
+      {"limits that are no numbers, and none",
+       {{"proc/self/cgroup", "0::/a/b\n"},
+        {"sys/fs/cgroup/a/b/memory.max", "few\n"},
+        {"sys/fs/cgroup/a/memory.max", ""}},
+       {1000 * k, 800 * k, 500 * k, 400 * k}},
+      {"an older kernel", {{"proc/meminfo", "MemFree: 300 kB\nMemTotal: 1000 kB\n"}}, {1000 * k, 300 * k, 0, 0}},
+  };
+  const auto put = [](const ScratchDirectory& root, const char* name, const std::string& text) {
+    std::filesystem::create_directories((root.Path() / name).parent_path());
+    std::ofstream(root.Path() / name) << text;
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const ScratchDirectory root;
-    const auto put = [&](const char* name, const char* text) {
-      std::filesystem::create_directories((root.Path() / name).parent_path());
-      std::ofstream(root.Path() / name) << text;
-    };
-    put("proc/meminfo", meminfo);
-    for (const File& file : c.files) put(file.name, file.text);
+    put(root, "proc/meminfo", meminfo);
+    for (const File& file : c.files) put(root, file.name, file.text);
     const platform::MemoryFigures figures = platform::MemoryBelow(root.Path().c_str());
     EXPECT_EQ(figures.totalPhysical, c.expected.totalPhysical);
     EXPECT_EQ(figures.availablePhysical, c.expected.availablePhysical);
     EXPECT_EQ(figures.totalPageFile, c.expected.totalPageFile);
     EXPECT_EQ(figures.availablePageFile, c.expected.availablePageFile);
+  }
+  // Groups whose names are longer than any path set no limit; without a list of figures the system is asked.
+  const ScratchDirectory root;
+  put(root, "proc/meminfo", meminfo);
+  const size_t fits = platform::kPathBytes - root.Path().string().size() - std::strlen("/sys/fs/cgroup") - 1;
+  for (const size_t length : {fits - 5, fits + 5, size_t{9000}}) {
+    put(root, "proc/self/cgroup", "0::/" + std::string(length - 1, 'a') + "\n");
+    EXPECT_EQ(platform::MemoryBelow(root.Path().c_str()).totalPhysical, 1000 * k) << length;
+  }
+  for (const char* text : {"", "MemTotal:\n", "Buffers: 5 kB\n"}) {
+    put(root, "proc/meminfo", text);
+    EXPECT_GT(platform::MemoryBelow(root.Path().c_str()).totalPhysical, uint64_t{16} << 20);
   }
 #endif
 }
@@ -383,6 +449,23 @@ TEST(PlatformMovable, FixedAndEmptyBlocks) {
   EXPECT_EQ(platform::MovableRealloc(empty, 0, 2 | 64, TARN_HERE), empty);
   EXPECT_EQ(platform::MovableLock(empty), nullptr);
   platform::MovableFree(empty);
+#ifndef _WIN32
+  const uint64_t small = platform::MovableAlloc(64, 0, TARN_HERE);  // fixed: it has an address all the same
+  bytes = static_cast<uint8_t*>(platform::MovableLock(small));
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(bytes), small);
+  EXPECT_EQ(platform::MovableRealloc(small, 1 << 20, 64, TARN_HERE), 0u) << "may not move";
+  EXPECT_EQ(platform::MovableRealloc(small, 1, 64, TARN_HERE), small) << "has room";
+  EXPECT_EQ(platform::MovableRealloc(small, 0, 0, TARN_HERE), small);
+  EXPECT_EQ(platform::MovableRealloc(small, 0, 2, TARN_HERE), platform::MovableHandle(platform::MovableLock(small)));
+  platform::MovableFree(small);
+  const uint64_t held = platform::MovableAlloc(2, 10, TARN_HERE);
+  bytes = static_cast<uint8_t*>(platform::MovableLock(held));
+  EXPECT_EQ(platform::MovableRealloc(held, 0, 2, TARN_HERE), 0u) << "a locked block keeps its address";
+  EXPECT_EQ(platform::MovableHandle(bytes), held);
+  platform::MovableUnlock(held);
+  EXPECT_EQ(platform::MovableRealloc(held, 20, 0, TARN_HERE), held) << "one that nobody holds moves";
+  platform::MovableFree(held);
+#endif
   EXPECT_EQ(platform::Held().movableBlocks, before);
 }
 
@@ -532,7 +615,10 @@ TEST(PlatformSections, ViewsShareTheSection) {
   EXPECT_EQ(platform::ViewMap(section, 0, 0, TARN_HERE), nullptr);
   EXPECT_EQ(platform::ViewMap(section, 4 * step, 1, TARN_HERE), nullptr);
   EXPECT_EQ(platform::ViewMap(section, 2 * step, 2 * step, TARN_HERE), nullptr);
+  EXPECT_EQ(platform::ViewMap(section, 1, 1, TARN_HERE), nullptr) << "no page begins there";
   EXPECT_EQ(platform::ViewMap(0, 0, 1, TARN_HERE), nullptr);
+  platform::ViewUnmap(nullptr, 1);
+  platform::SectionClose(0);
   platform::SectionClose(section);
   EXPECT_EQ(platform::SectionCreate(0, TARN_HERE), 0u);
   EXPECT_EQ(platform::SectionCreate(uint64_t{1} << 60, TARN_HERE), 0u);
@@ -552,6 +638,11 @@ TEST(PlatformSections, OnAFileWriteToTheFile) {
   EXPECT_EQ(platform::SectionOnFile(file, 2 * step + 1, TARN_HERE), 0u) << "longer than the file";
   EXPECT_EQ(platform::SectionOnFile(file, 0, TARN_HERE), 0u);
   EXPECT_EQ(platform::SectionOnFile(kNoFile, 1, TARN_HERE), 0u);
+#ifndef _WIN32
+  EXPECT_EQ(platform::SectionOnFile(int64_t{1} << 40, 1, TARN_HERE), 0u) << "no descriptor";
+  EXPECT_EQ(platform::SectionOnFile(0x7FFFFFFF, 1, TARN_HERE), 0u) << "nobody's";
+  EXPECT_EQ(platform::ViewMap(0x7FFFFFFF, 0, 1, TARN_HERE), nullptr);
+#endif
   EXPECT_EQ(Size(file), int64_t(2 * step));
   const uint64_t section = platform::SectionOnFile(file, 2 * step, TARN_HERE);
   ASSERT_NE(section, 0u);
@@ -733,10 +824,16 @@ TEST(PlatformFiles, PositionsAndSizes) {
   EXPECT_EQ(platform::FileRead(file, &byte, 0, TARN_HERE), 0);
   EXPECT_EQ(platform::FileWrite(file, &byte, 0, TARN_HERE), 0);
   EXPECT_EQ(Size(file), 5);
+  EXPECT_TRUE(platform::FileIsNamed(file, directory.File(L"f").c_str()));
+  EXPECT_FALSE(platform::FileIsNamed(file, directory.File(L"missing").c_str()));
+  EXPECT_FALSE(platform::FileIsNamed(file, nullptr));
+  Make(directory.File(L"g"), "01");
+  EXPECT_FALSE(platform::FileIsNamed(file, directory.File(L"g").c_str()));
   EXPECT_TRUE(platform::FileClose(file, TARN_HERE));
 
   const int64_t files = platform::Held().files;
-  for (const int64_t closed : {file, kNoFile}) {
+  for (const int64_t closed : {file, kNoFile, int64_t{1} << 40}) {
+    EXPECT_FALSE(platform::FileIsNamed(closed, directory.File(L"f").c_str()));
     EXPECT_FALSE(platform::FileClose(closed, TARN_HERE));
     EXPECT_EQ(platform::FileRead(closed, &byte, 1, TARN_HERE), -1);
     EXPECT_EQ(platform::FileWrite(closed, &byte, 1, TARN_HERE), -1);
@@ -780,6 +877,47 @@ TEST(PlatformFiles, PartialAndInterruptedTransfersGoOn) {
   writer.join();
   platform::FileClose(file, TARN_HERE);
   sigaction(SIGUSR1, &before, nullptr);
+#endif
+}
+
+TEST(PlatformFiles, WritesThatAreCutOff) {
+#ifdef _WIN32
+  GTEST_SKIP() << "there is no such limit";
+#else
+  const ScratchDirectory directory;
+  const int64_t file = Open(directory.File(L"f"), kBoth, Disposition::kCreateAlways);
+  rlimit saved{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+  rlimit limits = saved;
+  limits.rlim_cur = 50;
+  const auto before = signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limits), 0);
+  const int64_t moved = platform::FileWrite(file, std::string(100, 'x').data(), 100, TARN_HERE);
+  const int error = errno;
+  const bool reserved = platform::ReserveByWriting(int(file), 100);
+  setrlimit(RLIMIT_FSIZE, &saved);
+  signal(SIGXFSZ, before);
+  EXPECT_EQ(moved, -1) << "part of it, and then an error that is no full disk";
+  EXPECT_EQ(error, EFBIG);
+  EXPECT_FALSE(reserved);
+  EXPECT_EQ(Size(file), 50);
+  EXPECT_TRUE(platform::FileClose(file, TARN_HERE));
+
+  // What cannot be read, written or cut.
+  EXPECT_FALSE(platform::ReserveByWriting(-1, 10));
+  const int64_t reader = Open(directory.File(L"f"), kRead, Disposition::kOpenExisting);
+  EXPECT_FALSE(platform::ReserveByWriting(int(reader), 10));
+  EXPECT_TRUE(platform::FileClose(reader, TARN_HERE));
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  EXPECT_FALSE(platform::FileCutHere(ends[1], TARN_HERE));
+  EXPECT_FALSE(platform::FileReserve(ends[1], 10, TARN_HERE));
+  for (const int end : ends) close(end);
+  const int64_t full = Open(L"/dev/full", kWrite, Disposition::kOpenExisting);
+  if (full == kNoFile) GTEST_SKIP() << "no device that is full";
+  EXPECT_EQ(platform::FileWrite(full, "abc", 3, TARN_HERE), -1);
+  EXPECT_TRUE(platform::LastErrorIsDiskFull());
+  EXPECT_TRUE(platform::FileClose(full, TARN_HERE));
 #endif
 }
 
@@ -841,6 +979,15 @@ TEST(PlatformFiles, DeleteOnCloseTakesTheNameAlong) {
   std::filesystem::rename(test::AsPath(directory.File(L"other")), test::AsPath(name));
   EXPECT_TRUE(platform::FileClose(file, TARN_HERE));
   EXPECT_TRUE(Exists(name));
+
+  // Two at once, each its own; and one whose name has gone before.
+  file = openDoomed(name);
+  const int64_t second = openDoomed(directory.File(L"second"));
+  EXPECT_TRUE(platform::FileClose(file, TARN_HERE));
+  EXPECT_FALSE(Exists(name));
+  ASSERT_TRUE(platform::FileDelete(directory.File(L"second").c_str()));
+  EXPECT_TRUE(platform::FileClose(second, TARN_HERE));
+  EXPECT_EQ(directory.Entries(), 0u);
 #endif
 }
 
@@ -957,6 +1104,13 @@ TEST(PlatformTemporary, VanishesWhenClosed) {
   EXPECT_EQ(platform::FileTemporary(directory.File(L"missing").c_str(), TARN_HERE), kNoFile);
   EXPECT_EQ(platform::FileTemporary(nullptr, TARN_HERE), kNoFile);
   EXPECT_EQ(platform::FileTemporary(L"", TARN_HERE), kNoFile);
+#ifndef _WIN32
+  const wchar_t half[] = {L'/', wchar_t(0xD800), 0};
+  for (const wchar_t* place : {L"/proc", half}) {  // where no file can be, with or without a name
+    EXPECT_EQ(platform::FileTemporary(place, TARN_HERE), kNoFile);
+    EXPECT_EQ(platform::TemporaryUnlinked(place), -1);
+  }
+#endif
   EXPECT_EQ(platform::Held().files, files);
 }
 
@@ -1110,6 +1264,52 @@ TEST(PlatformModules, TheLibraryReallyUnloads) {
   EXPECT_EQ(platform::ModuleOpen(L""), nullptr);
   EXPECT_EQ(platform::ModuleSymbol(nullptr, "T_GetDefaultDithering"), nullptr);
   platform::ModuleClose(nullptr);
+}
+
+// Headers that announce what is not in the file: the system's loader would map it and be killed.
+TEST(PlatformModules, DamagedLibrariesAreNotMapped) {
+#ifdef _WIN32
+  GTEST_SKIP() << "the system's loader looks itself";
+#else
+  std::ifstream whole(TARN_CODEC_PATH, std::ios::binary);
+  const std::string good{std::istreambuf_iterator<char>(whole), {}};
+  const ScratchDirectory directory;
+  const std::wstring name = directory.File(L"library.so");
+  ElfW(Ehdr) header;
+  ASSERT_GT(good.size(), sizeof header);
+  std::memcpy(&header, good.data(), sizeof header);
+  struct Damage {
+    const char* what;
+    size_t at;
+    uint64_t value;
+    size_t bytes;
+  };
+  const Damage damages[] = {
+      {"mark", 0, 0x12345678, 4},
+      {"size of a segment's header", offsetof(ElfW(Ehdr), e_phentsize), 1, 2},
+      {"place of sections", offsetof(ElfW(Ehdr), e_shoff), good.size() - 10, 8},
+      {"place of sections, far away", offsetof(ElfW(Ehdr), e_shoff), ~uint64_t{0}, 8},
+      {"place of segments", offsetof(ElfW(Ehdr), e_phoff), good.size() - 10, 8},
+      {"place of a segment", header.e_phoff + offsetof(ElfW(Phdr), p_offset), good.size() + 1, 8},
+      {"length of a segment", header.e_phoff + offsetof(ElfW(Phdr), p_filesz), good.size() + 1, 8},
+  };
+  for (const Damage& damage : damages) {
+    std::string bad = good;
+    std::memcpy(&bad[damage.at], &damage.value, damage.bytes);
+    Make(name, bad);
+    EXPECT_EQ(platform::ModuleOpen(name.c_str()), nullptr) << damage.what;
+    EXPECT_EQ(errno, ENOEXEC) << damage.what;
+  }
+  Make(name, good.substr(0, sizeof header - 1));
+  EXPECT_EQ(platform::ModuleOpen(name.c_str()), nullptr) << "no whole header";
+  EXPECT_EQ(platform::ModuleOpen(directory.Text().c_str()), nullptr) << "a directory";
+  EXPECT_EQ(errno, ENOEXEC);
+  Make(name, good);
+  void* const module = platform::ModuleOpen(name.c_str());
+  ASSERT_NE(module, nullptr);
+  EXPECT_EQ(platform::ModuleSymbol(module, nullptr), nullptr);
+  platform::ModuleClose(module);
+#endif
 }
 
 TEST(PlatformModules, OwnDirectoryHoldsThisProgram) {
