@@ -60,8 +60,7 @@ struct Geometry {
   [[nodiscard]] uint64_t DataBound() const noexcept {
     uint64_t planes = 0;
     for (int frame = 0; frame < kPlanes; ++frame) planes += FrameBound(FrameOf(Way::kGradient, frame));
-    const uint64_t one = FrameBound(Bytes());
-    return sizeof(Header) + (bits == 24 && planes > one ? planes : one);
+    return sizeof(Header) + (bits == 24 ? planes : FrameBound(Bytes()));  // three bounds are above that of one
   }
 };
 
@@ -127,24 +126,18 @@ void PredictColors(const Geometry& geometry, const uint8_t* rows, uint8_t* resid
 // What a way makes of the rows; the rows themselves when it changes nothing.
 const uint8_t* Prepare(const Geometry& geometry, Way way, const uint8_t* rows, uint8_t* residuals) noexcept {
   const uint64_t rowBytes = geometry.rowBytes;
-  switch (way) {
-    case Way::kPlain:
-      return rows;
-    case Way::kColumns:
-      Transpose(residuals, rows, geometry.rows, rowBytes);
-      return residuals;
-    case Way::kGradient:
-      if (geometry.bits == 24) {
-        PredictColors(geometry, rows, residuals);
-        return residuals;
-      }
-      for (uint32_t row = 0; row < geometry.rows; ++row) {
-        const uint8_t* const from = rows + row * rowBytes;
-        PredictGray(residuals + row * rowBytes, from, row ? from - rowBytes : nullptr, rowBytes);
-      }
-      return residuals;
+  if (way == Way::kPlain) return rows;
+  if (way == Way::kColumns) {
+    Transpose(residuals, rows, geometry.rows, rowBytes);
+  } else if (geometry.bits == 24) {
+    PredictColors(geometry, rows, residuals);
+  } else {
+    for (uint32_t row = 0; row < geometry.rows; ++row) {
+      const uint8_t* const from = rows + row * rowBytes;
+      PredictGray(residuals + row * rowBytes, from, row ? from - rowBytes : nullptr, rowBytes);
+    }
   }
-  return rows;
+  return residuals;
 }
 
 /// Header and frames; returns their bytes, 0 when they do not fit.

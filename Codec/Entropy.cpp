@@ -18,10 +18,6 @@ ZSTD_compressionParameters Parameters(uint64_t bytes) noexcept {
   return parameters;
 }
 
-bool Set(ZSTD_CCtx* context, ZSTD_cParameter parameter, unsigned value) noexcept {
-  return !ZSTD_isError(ZSTD_CCtx_setParameter(context, parameter, static_cast<int>(value)));
-}
-
 }  // namespace
 
 uint64_t FrameBound(uint64_t bytes) noexcept { return ZSTD_compressBound(bytes) + 4; }  // and the checksum
@@ -34,13 +30,20 @@ uint64_t CompressFrame(uint8_t* target, uint64_t room, const uint8_t* source, ui
   ZSTD_CCtx* const context = ZSTD_initStaticCCtx(work, workBytes);
   if (!context) return 0;
   const ZSTD_compressionParameters parameters = Parameters(bytes);
-  const bool set =
-      Set(context, ZSTD_c_windowLog, parameters.windowLog) && Set(context, ZSTD_c_hashLog, parameters.hashLog) &&
-      Set(context, ZSTD_c_chainLog, parameters.chainLog) && Set(context, ZSTD_c_searchLog, parameters.searchLog) &&
-      Set(context, ZSTD_c_minMatch, parameters.minMatch) &&
-      Set(context, ZSTD_c_targetLength, parameters.targetLength) &&
-      Set(context, ZSTD_c_strategy, parameters.strategy) && Set(context, ZSTD_c_checksumFlag, 1);
-  if (!set) return 0;
+  const struct {
+    ZSTD_cParameter parameter;
+    unsigned value;
+  } settings[] = {{ZSTD_c_windowLog, parameters.windowLog},
+                  {ZSTD_c_hashLog, parameters.hashLog},
+                  {ZSTD_c_chainLog, parameters.chainLog},
+                  {ZSTD_c_searchLog, parameters.searchLog},
+                  {ZSTD_c_minMatch, parameters.minMatch},
+                  {ZSTD_c_targetLength, parameters.targetLength},
+                  {ZSTD_c_strategy, static_cast<unsigned>(parameters.strategy)},
+                  {ZSTD_c_checksumFlag, 1}};
+  for (const auto& setting : settings) {
+    if (ZSTD_isError(ZSTD_CCtx_setParameter(context, setting.parameter, static_cast<int>(setting.value)))) return 0;
+  }
   const size_t written = ZSTD_compress2(context, target, room, source, bytes);
   return ZSTD_isError(written) ? 0 : written;
 }

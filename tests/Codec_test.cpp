@@ -8,6 +8,7 @@
 #include <cstring>
 #include <vector>
 
+#include "Codec/Entropy.h"
 #include "Codec/Predict.h"
 #include "engine/Random.h"
 #include "tests/BinaryImage.h"
@@ -234,6 +235,56 @@ TEST(Codec, DamagedDataAreAStatus) {
   }
 }
 
+// The same under a checksum that fits, as somebody makes it who means to.
+TEST(Codec, HeadersThatLieAreAStatus) {
+  constexpr size_t kHeader = 32, kSummed = 28;
+  constexpr Shape kSmall[] = {{200, 11}, {2, 5}};
+  Random random(12);
+  for (const uint32_t bits : kBits) {
+    for (const Shape& shape : kSmall) {
+      const Bytes rows = MakeRows(Content::kSmooth, shape.rowBytes, shape.rows, random);
+      const T_CodecBuffer job = JobOf(shape.rowBytes, shape.rows, bits);
+      const Bytes data = Saved(job, rows);
+      ASSERT_GE(data.size(), kHeader);
+      for (size_t at = 0; at < kSummed; ++at) {
+        for (const int value : {0, 1, 2, 3, 128, 255, data[at] - 1, data[at] + 1}) {
+          Bytes changed = data;
+          changed[at] = static_cast<uint8_t>(value);
+          uint32_t check = 0x811C9DC5;
+          for (size_t i = 0; i < kSummed; ++i) check = (check ^ changed[i]) * 0x01000193;
+          std::memcpy(&changed[kSummed], &check, sizeof check);
+          Bytes back;
+          const int64_t result = Load(job, changed, back);
+          if (changed[at] == data[at]) {
+            EXPECT_EQ(back, rows);
+          } else if (result != static_cast<int64_t>(rows.size())) {  // another way of the same length is one
+            EXPECT_EQ(result, ERR_UNSUPPORTED_FORMAT) << bits << " bits, byte " << at << ", " << value;
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(Codec, FramesNeedTheirRoom) {
+  Random random(13);
+  const Bytes rows = MakeRows(Content::kNoise, 500, 1, random);
+  Bytes work(codec::CompressWork(rows.size())), expanding(codec::ExpandWork());
+  Bytes frame(codec::FrameBound(rows.size())), back(rows.size());
+  EXPECT_EQ(codec::CompressFrame(frame.data(), frame.size(), rows.data(), rows.size(), work.data(), 100), 0u);
+  EXPECT_EQ(codec::CompressFrame(frame.data(), 50, rows.data(), rows.size(), work.data(), work.size()), 0u);
+  const uint64_t bytes =
+      codec::CompressFrame(frame.data(), frame.size(), rows.data(), rows.size(), work.data(), work.size());
+  ASSERT_GT(bytes, 0u);
+  const auto expand = [&](uint64_t room, uint64_t workBytes) {
+    return codec::ExpandFrame(back.data(), room, frame.data(), bytes, expanding.data(), workBytes);
+  };
+  EXPECT_FALSE(expand(back.size(), 100));
+  EXPECT_FALSE(expand(back.size() - 1, expanding.size()));
+  ASSERT_TRUE(expand(back.size(), expanding.size()));
+  EXPECT_EQ(back, rows);
+}
+
 // What runs on vector registers gives the same as what is written out.
 TEST(Codec, VectorsExpandLikePlainCode) {
   Random random(5);
@@ -264,6 +315,13 @@ TEST(Codec, VectorsExpandLikePlainCode) {
     ASSERT_TRUE(fast.Kept());
     ASSERT_EQ(above, same);
   }
+}
+
+TEST(Codec, LinesOfNoWholePixelStay) {
+  const uint8_t* const planes[codec::kPlanes] = {nullptr, nullptr, nullptr};
+  uint8_t row[2] = {7, 8};
+  for (const auto expand : {codec::ExpandColors, codec::ExpandColors_Portable}) expand(row, planes, nullptr, 0);
+  EXPECT_EQ(row[0] << 8 | row[1], 0x708);
 }
 
 TEST(Codec, SquaresAndEdgesAreTransposed) {
