@@ -123,11 +123,13 @@ bool HasAvx2() noexcept {
   constexpr uint32_t kBasic = bit_PCLMUL | bit_POPCNT | bit_OSXSAVE | bit_AVX;
   constexpr uint32_t kExtended = bit_AVX2 | bit_BMI | bit_BMI2;
   constexpr uint64_t kVectorState = 6;
-  uint32_t a, b, c, d;
-  if (!__get_cpuid(1, &a, &b, &c, &d) || (c & kBasic) != kBasic) return false;
-  if ((SavedRegisters() & kVectorState) != kVectorState) return false;
-  if (!__get_cpuid_count(7, 0, &a, &b, &c, &d) || (b & kExtended) != kExtended) return false;
-  return __get_cpuid(0x80000001, &a, &b, &c, &d) && (c & bit_LZCNT);
+  uint32_t a, b = 0, c = 0, more = 0, d;  // what a processor does not tell stays 0
+  __get_cpuid(1, &a, &b, &c, &d);
+  if ((c & kBasic) != kBasic) return false;
+  __get_cpuid_count(7, 0, &a, &b, &c, &d);
+  __get_cpuid(0x80000001, &a, &c, &more, &d);
+  const bool saved = (SavedRegisters() & kVectorState) == kVectorState;
+  return saved & ((b & kExtended) == kExtended) & ((more & bit_LZCNT) != 0);
 }
 
 /// Beyond AVX2: AVX-512 F, CD, BW, DQ, VL, VBMI, VBMI2, VNNI and GFNI; the system saves masks and all of the wide
@@ -136,9 +138,10 @@ bool HasAvx512() noexcept {
   constexpr uint32_t kWords = bit_AVX512F | bit_AVX512CD | bit_AVX512BW | bit_AVX512DQ | bit_AVX512VL;
   constexpr uint32_t kBytes = bit_AVX512VBMI | bit_AVX512VBMI2 | bit_AVX512VNNI | bit_GFNI;
   constexpr uint64_t kWideState = 0xE6;
-  uint32_t a, b, c, d;
-  if (!HasAvx2() || (SavedRegisters() & kWideState) != kWideState) return false;
-  return __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & kWords) == kWords && (c & kBytes) == kBytes;
+  uint32_t a, b = 0, c = 0, d;
+  __get_cpuid_count(7, 0, &a, &b, &c, &d);
+  const bool saved = (SavedRegisters() & kWideState) == kWideState;
+  return saved & ((b & kWords) == kWords) & ((c & kBytes) == kBytes);
 }
 
 Isa Limited(Isa limit) noexcept {
@@ -151,7 +154,7 @@ Isa Limited(Isa limit) noexcept {
 Isa BestIsa() noexcept {
   Isa known = best.load(std::memory_order_relaxed);
   if (known == Isa::kCount) {
-    known = HasAvx512() ? Isa::kAvx512 : HasAvx2() ? Isa::kAvx2 : Isa::kPortable;
+    known = !HasAvx2() ? Isa::kPortable : HasAvx512() ? Isa::kAvx512 : Isa::kAvx2;
     best.store(known, std::memory_order_relaxed);
   }
   return known;

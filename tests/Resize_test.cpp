@@ -212,12 +212,12 @@ TEST_P(ResizeLevel, InkCountKeepsThinLines) {
   for (const bool whiteFirst : {false, true}) {
     for (const uint32_t perspective : {1u, 4u}) {
       // Of 405 columns: the last cell is wider, or all are alike, or some in between are. Of others: lines in memory.
-      constexpr Extents sizes[] = {{202, 41}, {135, 27},  {134, 27}, {101, 20}, {100, 5},   {81, 16},
-                                   {202, 9},  {101, 90},  {7, 3},    {300, 30}, {533, 200}, {101, 16},
-                                   {202, 5},  {101, 10},  {810, 41}, {540, 27}, {405, 20},  {810, 27},
-                                   {405, 41}, {1620, 27}, {405, 90}, {810, 20}, {160, 41}};
+      constexpr Extents sizes[] = {{202, 15},  {135, 41}, {135, 13},  {101, 27}, {202, 41}, {135, 27}, {134, 27},
+                                   {101, 20},  {100, 5},  {81, 16},   {202, 9},  {101, 90}, {7, 3},    {300, 30},
+                                   {533, 200}, {101, 16}, {202, 5},   {101, 10}, {810, 41}, {540, 27}, {405, 20},
+                                   {810, 27},  {405, 41}, {1620, 27}, {405, 90}, {810, 20}, {160, 41}};
       for (const Extents& size : sizes) {
-        const bool wide = &size >= sizes + 14;
+        const bool wide = &size >= sizes + 18;
         const int32_t width = size.width == 160 ? 321 : wide ? 1621 : 405;
         SCOPED_TRACE(testing::Message() << size.width << " x " << size.height << " perspective " << perspective);
         engine::Picture picture;

@@ -125,6 +125,27 @@ TEST_F(SuperStore, RowsAnywhereAreThoseOfAPlainBitmap) {
   }
 }
 
+// Strips of few rows, of one, and more strips than a cache may have places.
+TEST_F(SuperStore, RowsOfEveryLength) {
+  const uint64_t before = T_SetSuperCompressedCache(uint64_t{1} << 40);
+  const struct {
+    int32_t width, height;
+    uint32_t stripRows;
+  } shapes[] = {{7000, 20, 0}, {70000, 12, 0}, {400000, 3, 0}, {40, 700, 1}};
+  for (const auto& shape : shapes) {
+    SCOPED_TRACE(shape.width);
+    SetStripRows(shape.stripRows);
+    Random random(3);
+    Super super(shape.width, shape.height, 24);
+    super.Fill(random);
+    super.ExpectAll();
+    ASSERT_EQ(T_ChangeBitmapHeight(&super.record, shape.height - 2), SUCCESS);
+    super.ExpectRows(static_cast<uint32_t>(shape.height - 3), super.rowBytes);
+  }
+  T_SetSuperCompressedCache(0);
+  EXPECT_EQ(T_SetSuperCompressedCache(before), before) << "0 is what there was";
+}
+
 // Size follows what is held; blank rows take nothing.
 TEST_F(SuperStore, SizeIsWhatThePixelsTake) {
   Super super(1000, 1000, 24);
