@@ -383,5 +383,59 @@ TEST_F(SuperStore, DamagedCodecsAreNotLoaded) {
   alone.Expect(ERR_LIBRARY_NOT_LOADED);
 }
 
+// One that does not know this release's record is not used; one that fails later gives its status, and nothing is lost.
+TEST_F(SuperStore, CodecsThatAnswerWrongly) {
+  Alone alone(scene_);
+  fs::copy_file(TARN_WRONG_CODEC_PATH, alone.CodecPath());
+  void* const codec = platform::ModuleOpen(alone.CodecPath().wstring().c_str());
+  ASSERT_NE(codec, nullptr);
+  const auto lieAbout = reinterpret_cast<void (*)(const int64_t*)>(platform::ModuleSymbol(codec, "LieAbout"));
+  ASSERT_NE(lieAbout, nullptr);
+  enum { kAskSave, kSave, kAskLoad, kLoad, kDataBytes, kWorkBytes, kCount };
+  const auto lie = [&](int about, int64_t answer) {
+    int64_t answers[kCount + 1] = {0, 0, 0, 0, 1 << 20, 8};
+    answers[about] = answer;
+    lieAbout(answers);
+  };
+  for (const auto& [about, answer] : {std::pair{kAskSave, -5}, {kDataBytes, 0}, {kWorkBytes, 0}, {kAskLoad, -5}}) {
+    alone.Open();
+    lie(about, answer);
+    alone.Expect(ERR_LIBRARY_NOT_LOADED);
+  }
+  lie(kCount, 0);
+  alone.Expect(SUCCESS);
+
+  const auto compact = alone.Entry(T_CompactBitmap, "T_CompactBitmap");
+  const auto get = alone.Entry(T_GetBitmapRow, "T_GetBitmapRow");
+  BitmapHandle record{};
+  T_InitBitmap(&record, sizeof record, 40, 30, 24);
+  ASSERT_EQ(alone.Entry(T_AllocateBitmap, "T_AllocateBitmap")(&record, TYPE_SUPERCOMPRESSED), SUCCESS);
+  Bytes line(120, 0x3C), got(120);
+  ASSERT_EQ(alone.Entry(T_PutBitmapRow, "T_PutBitmapRow")(&record, line.data(), 7, 120), 120);
+  constexpr int64_t kNothing = 1000;
+  for (const auto& [about, answer, status] :
+       {std::tuple{kAskSave, int64_t{-5}, -5}, {kSave, int64_t{-7}, -7}, {kSave, kNothing, int32_t{ERR_NO_MEMORY}}}) {
+    lie(about, answer);
+    EXPECT_EQ(compact(&record), status);
+    EXPECT_EQ(get(&record, got.data(), 7, 120), 120);
+    EXPECT_EQ(got, line);
+  }
+  lie(kCount, 0);
+  EXPECT_EQ(compact(&record), SUCCESS);
+  EXPECT_EQ(record.Size, 40u * 30 * 3);
+  for (const auto& [about, answer, status] : {std::tuple{kAskLoad, int64_t{-5}, -5},
+                                              {kLoad, int64_t{-7}, -7},
+                                              {kLoad, int64_t{17}, int32_t{ERR_UNSUPPORTED_FORMAT}}}) {
+    lie(about, answer);
+    EXPECT_EQ(get(&record, got.data(), 7, 120), status);
+  }
+  lie(kCount, 0);
+  EXPECT_EQ(get(&record, got.data(), 7, 120), 120);
+  EXPECT_EQ(got, line);
+  alone.Entry(T_FreeBitmap, "T_FreeBitmap")(&record);
+  alone.Close();
+  platform::ModuleClose(codec);
+}
+
 }  // namespace
 }  // namespace tarn
