@@ -161,7 +161,7 @@ uint64_t Gray32Of(uint32_t color, const Rgb& rgb) noexcept {
 
 uint32_t ColorOf(const BitmapHandle& bitmap, uint64_t pixel) noexcept {
   const int32_t bits = bitmap.BitsPerPixel;
-  if (bits >= 1 && bits <= 8) {
+  if (bits <= 8) {
     const Colors colors = ColorsOf(bitmap);
     return pixel < colors.count ? Color(colors.entries[pixel]) : kNoColor;
   }
@@ -183,10 +183,8 @@ uint32_t ColorOf(const BitmapHandle& bitmap, uint64_t pixel) noexcept {
     case 48:
       if (order == T_ORDER_WIDE) return ColorOfWide(pixel, 16);
       [[fallthrough]];
-    case 64:
+    default:  // 64
       return Placed(low >> 8 & 255, low >> 24 & 255, static_cast<uint32_t>(pixel >> 40) & 255, blueFirst);
-    default:
-      return kNoColor;
   }
 }
 

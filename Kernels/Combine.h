@@ -29,7 +29,7 @@ struct CombineKernels {
   Samples samples8[static_cast<int>(SampleOperation::kCount)];
   Samples samples16[static_cast<int>(SampleOperation::kCount)];
 
-  /// (s * a + d * (M - a)) / M, rounded; alpha has a sample for each one of the lines.
+  /// (s * a + d * (M - a)) / M, rounded; alpha has a sample for each one of the lines. Nothing is kept.
   using Blend = void (*)(uint8_t* target, const uint8_t* source, const uint8_t* alpha, uint64_t bytes,
                          const SampleRule& rule) noexcept;
   Blend blend8, blend16;

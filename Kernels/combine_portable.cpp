@@ -99,7 +99,6 @@ void BlendStep(uint8_t* target, const uint8_t* source, const uint8_t* alpha, uin
     d.values[i] = static_cast<T>(DivideByMost<T>(s.values[i] * share + d.values[i] * (kMost<T> - share)));
   }
   d.Invert(rule.result);
-  if (rule.keep) d.Keep(target, bytes, rule.keep);
   d.Store(target, bytes);
 }
 

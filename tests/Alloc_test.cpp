@@ -129,7 +129,8 @@ TEST(Alloc, ThresholdBounds) {
   EXPECT_EQ(T_GetMemoryThresholds(&threshold, nullptr, nullptr, nullptr, nullptr), 7);  // stored before the refusal
   EXPECT_EQ(threshold, 7);
   int64_t block = 0;
-  EXPECT_EQ(T_GetMemoryThresholds(nullptr, &block, nullptr, nullptr, nullptr), block);
+  const int64_t last = T_GetMemoryThresholds(nullptr, &block, nullptr, nullptr, nullptr);
+  EXPECT_EQ(last, block);
   EXPECT_EQ(T_SetDefaultMemoryType(2), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_GetDefaultMemoryType(nullptr), ERR_INVALID_PARAMETER);
   uint32_t type = 0;
@@ -400,4 +401,35 @@ TEST(Alloc, ScarceHandlesAreSpared) {
     }
   }
 #endif
+}
+
+// Flags that name a kind of storage, over memory that is none.
+TEST(Alloc, StorageOfNobodysIsRefused) {
+  Bitmap b(kWidth, kHeight, 8);
+  ASSERT_EQ(T_AllocateBitmap(&b, 1), SUCCESS);
+  uint8_t memory[4096] = {};
+  const struct {
+    uint32_t flags;
+    int32_t status;
+  } kinds[] = {{T_FLAG_IN_MEMORY | T_FLAG_TILED, ERR_NO_MEMORY},
+               {T_FLAG_IN_MEMORY | T_FLAG_SUPER_COMPRESSED, ERR_NO_MEMORY},
+               {T_FLAG_IN_MEMORY | T_FLAG_COMPRESSED, ERR_NO_MEMORY},
+               {0, ERR_NO_BITMAP}};
+  for (const auto& kind : kinds) {
+    BitmapHandle lie = b;
+    lie.Flags = T_FLAG_ALLOCATED | kind.flags;
+    lie.Data = memory;
+    lie.GrayParams = nullptr;
+    SCOPED_TRACE(kind.flags);
+    EXPECT_EQ(T_ChangeBitmapHeight(&lie, 70), kind.status);
+    EXPECT_EQ(T_CompactBitmap(&lie), kind.flags & T_FLAG_SUPER_COMPRESSED ? ERR_NO_MEMORY : SUCCESS);
+    if (kind.flags & T_FLAG_TILED) {
+      EXPECT_EQ(T_SetBitmapMemoryInfo(&lie, 0, 0, 0, 2, 1, 0, T_INFO_CONVENTIONAL_TILES), ERR_NO_MEMORY);
+      EXPECT_EQ(Info(lie).count, 0u);
+    }
+    EXPECT_EQ(lie.Height, kHeight);
+    T_FreeBitmap(&lie);
+    EXPECT_FALSE(lie.Flags & T_FLAG_ALLOCATED);
+  }
+  T_FreeGrayParams(nullptr);
 }

@@ -283,6 +283,11 @@ TEST(OptimizedPalette, SeveralBitmapsShareOne) {
     items[1] = good;
   }
   EXPECT_EQ(T_CreateBitmapListOptPal(list.handle, palette, &count, nullptr, &optimized), SUCCESS) << "no table wanted";
+  items[0].Order = T_ORDER_GRAY, items[0].BitsPerPixel = 12, items[0].Width = 2;
+  items[0].Flags |= T_FLAG_LUT_IN_USE, items[0].LUT = palette;  // of no length
+  EXPECT_EQ(T_CreateBitmapListOptPal(list.handle, palette, &count, &table, &optimized), ERR_BAD_LUT_LENGTH);
+  EXPECT_EQ(T_ColorResBitmapList(list.handle, 8, 0, nullptr, nullptr, 0), ERR_BAD_LUT_LENGTH);
+  items[0].LUT = nullptr;
   list.handle->Items = nullptr;
   EXPECT_EQ(T_CreateBitmapListOptPal(list.handle, palette, &count, &table, &optimized), ERR_NULL_POINTER);
   EXPECT_EQ(T_ColorResBitmapList(list.handle, 8, 0, nullptr, nullptr, 0), ERR_NULL_POINTER);

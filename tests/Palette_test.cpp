@@ -322,6 +322,12 @@ TEST(Palette, LogicalPalettes) {
   EXPECT_EQ(T_SetBitmapPalette(&b, one), ERR_INVALID_PARAMETER);
   EXPECT_EQ(T_SetBitmapPalette(nullptr, one), ERR_NO_BITMAP);
   EXPECT_EQ(b.Colors, 200u);
+#ifndef _WIN32
+  const tarn::platform::LogicalColor color = {1, 2, 3, 0};
+  EXPECT_EQ(tarn::platform::PaletteSet(nullptr, 0, 1, &color), 0u);
+  EXPECT_EQ(tarn::platform::PaletteSet(one, 1, 1, &color), 0u);
+  EXPECT_EQ(tarn::platform::PaletteNearest(nullptr, 0), 0u);
+#endif
   T_DeletePalette(one);
   // Many at once, gone in another order.
   std::vector<T_LogicalPalette> many(700);

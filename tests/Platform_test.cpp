@@ -787,6 +787,10 @@ TEST(PlatformFiles, ConvertNamesStrictly) {
   char none[1];
   EXPECT_FALSE(platform::ToUtf8(L"", none, 0));
   EXPECT_TRUE(platform::ToUtf8(L"", none, 1));
+  wchar_t wide[1];
+  EXPECT_FALSE(platform::FromUtf8("", wide, 0));
+  EXPECT_FALSE(platform::FromUtf8(nullptr, wide, 1));
+  EXPECT_TRUE(platform::FromUtf8("", wide, 1));
 #endif
 }
 
@@ -833,7 +837,9 @@ TEST(PlatformFiles, PositionsAndSizes) {
 
   const int64_t files = platform::Held().files;
   for (const int64_t closed : {file, kNoFile, int64_t{1} << 40}) {
+#ifndef _WIN32  // where a handle that was closed may be the next one's
     EXPECT_FALSE(platform::FileIsNamed(closed, directory.File(L"f").c_str()));
+#endif
     EXPECT_FALSE(platform::FileClose(closed, TARN_HERE));
     EXPECT_EQ(platform::FileRead(closed, &byte, 1, TARN_HERE), -1);
     EXPECT_EQ(platform::FileWrite(closed, &byte, 1, TARN_HERE), -1);

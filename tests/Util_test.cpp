@@ -170,6 +170,19 @@ TEST(TrackedMemory, RefusesWhatDoesNotFitAndIgnoresNull) {
   EXPECT_EQ(recording.Left(), "");
 }
 
+TEST(TrackedMemory, WhatIsNoBlockIsLeftAlone) {
+#ifdef _WIN32
+  GTEST_SKIP() << "the system follows what it is given";
+#else
+  const Recording recording;
+  int local = 5;
+  EXPECT_EQ(T_GlobalRealloc(&local, 8, 1, L"x"), nullptr);
+  EXPECT_EQ(T_GlobalFree(&local, 1, L"x"), 1);
+  EXPECT_EQ(local, 5);
+  EXPECT_EQ(recording.Left(), "2 unknown releases; ");
+#endif
+}
+
 TEST(TrackedMemory, ResizingNullAllocates) {
   const Recording recording;
   void* const plain = T_LocalRealloc(nullptr, 32, 1, L"x");
@@ -282,6 +295,13 @@ TEST(Message, IsCutToItsRoomAndNeverEmpty) {
   EXPECT_EQ(shownText, std::wstring(kMessageLength - 1, L'x'));
   ShowMessage(L"caption", nullptr);
   EXPECT_FALSE(shownText.empty());
+#ifndef _WIN32  // where a box would wait
+  const MessageRoutine routine = SetMessageRoutine(nullptr);
+  testing::internal::CaptureStderr();
+  ShowMessage(L"Tarn", L"%d things", 3);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Tarn: 3 things\n");
+  SetMessageRoutine(routine);
+#endif
 }
 
 TEST(MemoryFunctions, BehaveLikeTheStandardOnes) {

@@ -22,7 +22,7 @@ Status PixelOf(const BitmapHandle& bitmap, uint32_t color, uint64_t& pixel) noex
 /// bitmaps of more than 8 bits, which have no palette.
 Status TaggedPixelOf(const BitmapHandle& bitmap, uint32_t color, uint64_t& pixel) noexcept;
 /// The colour of a pixel, kNoColor when it has none: 32-bit gray, an index beyond the palette, a sample beyond the
-/// lookup table, or an unknown depth.
+/// lookup table. The depth is a known one.
 uint32_t ColorOf(const BitmapHandle& bitmap, uint64_t pixel) noexcept;
 
 }  // namespace tarn
