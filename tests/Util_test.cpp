@@ -574,6 +574,21 @@ TEST(Library, ThreadsHaveNoValueWhileItIsStopped) {
   ASSERT_TRUE(platform::LibraryAttach());
 }
 
+// Its record is the first of all, and goes as any other.
+TEST(Library, TheThreadThatStartedItMayEnd) {
+  const auto start = [] {
+    platform::LibraryDetach();
+    ASSERT_TRUE(platform::LibraryAttach());
+    T_SetDefaultXResolution(300);
+    std::thread([] { EXPECT_EQ(T_SetDefaultXResolution(301), 150); }).join();
+    EXPECT_EQ(T_GetDefaultXResolution(), 300);
+  };
+  for (int round = 0; round < 3; ++round) {
+    std::thread(start).join();
+    EXPECT_EQ(T_GetDefaultXResolution(), 150);
+  }
+}
+
 TEST(Library, AttachesNest) {
   T_SetDefaultXResolution(300);
   ASSERT_TRUE(platform::LibraryAttach());
