@@ -176,13 +176,16 @@ TEST_F(ToolBatch, CrashesCostOnePictureEach) {
     EXPECT_EQ(ended.code, 6) << ended;
     EXPECT_TRUE(Says(ended, "its process was killed")) << ended.out;
     const size_t failed = static_cast<size_t>(std::count(ended.err.begin(), ended.err.end(), '\n'));
-    // Killed at once, a process leaves a file where it had to give it a name.
+    // Killed at once, a process leaves a file where it had to give it a name: for want of unnamed ones, or because the
+    // output was there from one that could not tell any more.
+    size_t left = 0;
     for (const auto& entry : fs::recursive_directory_iterator(base_ / "out")) {
       if (entry.path().filename().string().starts_with(".tarn-") && entry.path().filename() != ".tarn-batch") {
-        EXPECT_STREQ(named, "TARN_TEST_NAMED=1");
+        ++left;
         fs::remove(entry.path());
       }
     }
+    EXPECT_LE(left, failed + 2) << named;  // both may have died after their last picture
     EXPECT_GE(WholeOutputs(chain_) + failed, 12u) << ended;
     EXPECT_GE(failed, 1u);
     EXPECT_LT(failed, 12u) << ended;
