@@ -173,9 +173,10 @@ TEST_F(ToolBatch, CrashesCostOnePictureEach) {
   for (const char* named : {"TARN_TEST_UNNAMED", "TARN_TEST_NAMED=1"}) {
     const Ended ended = RunFaulty(words, 17, {"TARN_TEST_WHAT=-9", named});
     EXPECT_TRUE(FaultHappened());
-    EXPECT_EQ(ended.code, 6) << ended;
-    EXPECT_TRUE(Says(ended, "its process was killed")) << ended.out;
     const size_t failed = static_cast<size_t>(std::count(ended.err.begin(), ended.err.end(), '\n'));
+    // None, when all that died were between two pictures: what they could not tell any more is done again.
+    EXPECT_EQ(ended.code, failed > 0 ? 6 : 0) << ended;
+    EXPECT_EQ(Says(ended, "its process was killed"), failed > 0) << ended.out;
     // Killed at once, a process leaves files where it had to give them names: all it was at for want of unnamed ones,
     // or one because the output was there from a process that could not tell any more.
     size_t left = 0;
@@ -190,7 +191,6 @@ TEST_F(ToolBatch, CrashesCostOnePictureEach) {
       EXPECT_LE(left, failed + 2);
     }
     EXPECT_GE(WholeOutputs(chain_) + failed, 12u) << ended;
-    EXPECT_GE(failed, 1u);
     EXPECT_LT(failed, 12u) << ended;
 
     EXPECT_EQ(Run(words).code, 0);
