@@ -160,23 +160,4 @@ TEST(Text, TemporaryDirectoryIsCutAtACharacter) {
   ASSERT_EQ(T_SetTempDirectoryA(before), SUCCESS);
 }
 
-T_FileHandle RememberName(const char* name, int32_t, int32_t, void* userData) {
-  *static_cast<std::string*>(userData) = name;
-  return 77;
-}
-
-TEST(Text, RedirectedOpenGetsANarrowName) {
-  std::string opened;
-  T_RedirectIOA(RememberName, nullptr, nullptr, nullptr, nullptr, &opened);
-  EXPECT_EQ(T_RedirectedOpen(L"wide", 0, 0), 77);
-  EXPECT_EQ(opened, "wide");
-  EXPECT_EQ(T_RedirectedOpenA("narrow", 0, 0), 77);
-  EXPECT_EQ(opened, "narrow");
-  EXPECT_EQ(T_RedirectedOpenA(nullptr, 0, 0), -1);
-  EXPECT_EQ(T_RedirectedOpen(L"half a pair: \xD800", 0, 0), -1);  // has no narrow form
-  T_RedirectIOA(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-  EXPECT_EQ(T_RedirectedOpenA("no such file, I hope", T_OPEN_READ, 0), -1);
-  EXPECT_EQ(opened, "narrow");
-}
-
 }  // namespace

@@ -100,6 +100,7 @@ TEST(Text, NarrowCallbacksOpen) {
   EXPECT_EQ(lastName, "two");
   EXPECT_EQ(T_RedirectedOpenA(kNoText, 0, 0), -1);
   EXPECT_EQ(T_RedirectedOpen(nullptr, 0, 0), -1) << "no name";
+  EXPECT_EQ(T_RedirectedOpen(L"half a pair: \xD800", 0, 0), -1) << "no narrow name";
   EXPECT_EQ(lastName, "two");
   // What stands for the narrow callback outlives it when it is put back by hand.
   T_OpenCallback open = nullptr;
@@ -109,4 +110,6 @@ TEST(Text, NarrowCallbacksOpen) {
   EXPECT_EQ(T_RedirectedOpen(L"three", 0, 0), -1);
   EXPECT_EQ(lastName, "two");
   T_RedirectIO(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+  EXPECT_EQ(T_RedirectedOpenA("no such file, I hope", T_OPEN_READ, 0), -1);
+  EXPECT_EQ(lastName, "two");
 }
