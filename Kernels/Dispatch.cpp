@@ -123,13 +123,13 @@ bool HasAvx2() noexcept {
   constexpr uint32_t kBasic = bit_PCLMUL | bit_POPCNT | bit_OSXSAVE | bit_AVX;
   constexpr uint32_t kExtended = bit_AVX2 | bit_BMI | bit_BMI2;
   constexpr uint64_t kVectorState = 6;
-  uint32_t a, b = 0, c = 0, more = 0, d;  // what a processor does not tell stays 0
-  __get_cpuid(1, &a, &b, &c, &d);
-  if ((c & kBasic) != kBasic) return false;
-  __get_cpuid_count(7, 0, &a, &b, &c, &d);
-  __get_cpuid(0x80000001, &a, &c, &more, &d);
+  uint32_t basic = 0, extended = 0, more = 0, a, b, c, d;  // what a processor does not tell stays 0
+  __get_cpuid(1, &a, &b, &basic, &d);
+  if ((basic & kBasic) != kBasic) return false;
+  __get_cpuid_count(7, 0, &a, &extended, &c, &d);
+  __get_cpuid(0x80000001, &a, &b, &more, &d);
   const bool saved = (SavedRegisters() & kVectorState) == kVectorState;
-  return saved & ((b & kExtended) == kExtended) & ((more & bit_LZCNT) != 0);
+  return saved & ((extended & kExtended) == kExtended) & ((more & bit_LZCNT) != 0);
 }
 
 /// Beyond AVX2: AVX-512 F, CD, BW, DQ, VL, VBMI, VBMI2, VNNI and GFNI; the system saves masks and all of the wide
