@@ -100,7 +100,7 @@ void SetSystemError(SystemError error) noexcept {
     case SystemError::kNoMemory:
       errno = ENOMEM;
       break;
-    default:  // kInvalid
+    case SystemError::kInvalid:
       errno = EINVAL;
       break;
   }

@@ -96,9 +96,10 @@ int OpenFlags(uint32_t access, Disposition disposition) noexcept {
       return flags | O_TRUNC;
     case Disposition::kCreateAlways:
       return flags | O_CREAT | O_TRUNC;
-    default:  // kOpenOrCreate
+    case Disposition::kOpenOrCreate:
       return flags | O_CREAT;
   }
+  return flags;
 }
 
 int OpenAbove(const char* name, int flags, mode_t mode, Answer answer) noexcept {
